@@ -1,0 +1,174 @@
+// Who the device is, which services it offers and where their descriptions lie.
+#include "frame/frame.h"
+#include "frame/handlers.h"
+#include "frame/xmlsearch.h"
+#include "device/netaddr.h"
+#include "state/config.h"
+#include "state/shm.h"
+
+#include <stdio.h>
+#include <string.h>
+
+#define IO_LAYOUT_WORD 18
+#define PAN_TILT_WORD 16
+#define ZOOM_WORD 17
+#define MODEL_CODE_WORD 79
+#define VARIANT_V20 24
+
+void GetDeviceInfoResponse()
+{
+    char mac[128] = "", version[128] = "", brand[128] = "", model[128] = "";
+    FILE* f = openSettingsFile(ONVIF_CONF_FILE, "ONVIF_CONF_FILE", "GetDeviceInfoResponse", 1);
+    char line[128];
+    while (fgets(line, sizeof line, f)) {
+        if (strstr(line, "MAC="))
+            scanSettingLine(line, "MAC=", mac, sizeof mac, 0);
+        if (strstr(line, "Version="))
+            scanSettingLine(line, "Version=", version, sizeof version, 0);
+        if (strstr(line, "Brand="))
+            scanSettingLine(line, "Brand=", brand, sizeof brand, 0);
+        if (strstr(line, "Model="))
+            scanSettingLine(line, "Model=", model, sizeof model, 1);
+    }
+    fclose(f);
+    setResponse("<tds:GetDeviceInformationResponse>"
+                "<tds:Manufacturer>%s</tds:Manufacturer>"
+                "<tds:Model>%s</tds:Model>"
+                "<tds:FirmwareVersion>%s</tds:FirmwareVersion>"
+                "<tds:SerialNumber>%s</tds:SerialNumber>"
+                "<tds:HardwareId>001</tds:HardwareId>"
+                "</tds:GetDeviceInformationResponse>", brand, model, version, mac);
+}
+
+void GetWSDLResponse()
+{
+    char address[64];
+    getDeviceIPv4(address, sizeof address);
+    setResponse("<tds:GetWsdlUrlResponse><tds:WsdlUrl>http://%s/wsdl/onvif/</tds:WsdlUrl></tds:GetWsdlUrlResponse>",
+                address);
+}
+
+static void Capability_Analytics(const char* xaddr)
+{
+    appendResponse("<tt:Analytics>%s<tt:RuleSupport>false</tt:RuleSupport>"
+                   "<tt:AnalyticsModuleSupport>true</tt:AnalyticsModuleSupport></tt:Analytics>", xaddr);
+}
+
+static void Capability_Device(const char* xaddr)
+{
+    int layout = shmWord(IO_LAYOUT_WORD);
+    int inputs = layout <= 0 ? 0 : layout == 1 ? 1 : 4;
+    int relays = layout <= 0 ? 0 : layout <= 2 ? 1 : layout <= 4 ? 2 : 0;
+    int v20 = shmWord(VARIANT_CODE) == VARIANT_V20;
+    appendResponse("<tt:Device>%s"
+                   "<tt:Network><tt:IPFilter>false</tt:IPFilter><tt:ZeroConfiguration>false</tt:ZeroConfiguration>"
+                   "<tt:IPVersion6>false</tt:IPVersion6><tt:DynDNS>false</tt:DynDNS></tt:Network>"
+                   "<tt:System><tt:DiscoveryResolve>true</tt:DiscoveryResolve><tt:DiscoveryBye>true</tt:DiscoveryBye>"
+                   "<tt:RemoteDiscovery>false</tt:RemoteDiscovery><tt:SystemBackup>false</tt:SystemBackup>"
+                   "<tt:SystemLogging>false</tt:SystemLogging><tt:FirmwareUpgrade>false</tt:FirmwareUpgrade>"
+                   "<tt:SupportedVersions><tt:Major>%d</tt:Major><tt:Minor>%d</tt:Minor></tt:SupportedVersions>"
+                   "</tt:System>"
+                   "<tt:IO><tt:InputConnectors>%d</tt:InputConnectors><tt:RelayOutputs>%d</tt:RelayOutputs></tt:IO>"
+                   "<tt:Security><tt:TLS1.1>true</tt:TLS1.1><tt:TLS1.2>true</tt:TLS1.2>"
+                   "<tt:OnboardKeyGeneration>false</tt:OnboardKeyGeneration>"
+                   "<tt:AccessPolicyConfig>false</tt:AccessPolicyConfig><tt:X.509Token>false</tt:X.509Token>"
+                   "<tt:SAMLToken>false</tt:SAMLToken><tt:KerberosToken>false</tt:KerberosToken>"
+                   "<tt:RELToken>false</tt:RELToken></tt:Security></tt:Device>",
+                   xaddr, v20 ? 2 : 1, v20 ? 0 : 2, inputs, relays);
+}
+
+static void Capability_Events(const char* xaddr)
+{
+    appendResponse("<tt:Events>%s<tt:WSSubscriptionPolicySupport>true</tt:WSSubscriptionPolicySupport>"
+                   "<tt:WSPullPointSupport>false</tt:WSPullPointSupport>"
+                   "<tt:WSPausableSubscriptionManagerInterfaceSupport>false"
+                   "</tt:WSPausableSubscriptionManagerInterfaceSupport></tt:Events>", xaddr);
+}
+
+static void Capability_Imaging(const char* xaddr)
+{
+    appendResponse("<tt:Imaging>%s</tt:Imaging>", xaddr);
+}
+
+static void Capability_Media(const char* xaddr)
+{
+    appendResponse("<tt:Media>%s<tt:StreamingCapabilities><tt:RTPMulticast>true</tt:RTPMulticast>"
+                   "<tt:RTP_TCP>true</tt:RTP_TCP><tt:RTP_RTSP_TCP>true</tt:RTP_RTSP_TCP>"
+                   "</tt:StreamingCapabilities></tt:Media>", xaddr);
+}
+
+static void Capability_PTZ(const char* xaddr)
+{
+    appendResponse("<tt:PTZ>%s</tt:PTZ>", xaddr);
+}
+
+static int hasPTZ()
+{
+    return shmWord(PAN_TILT_WORD) >= 1 || shmWord(ZOOM_WORD) >= 1;
+}
+
+static void writeAllSections(const char* xaddr)
+{
+    Capability_Analytics(xaddr);
+    Capability_Device(xaddr);
+    Capability_Events(xaddr);
+    Capability_Imaging(xaddr);
+    Capability_Media(xaddr);
+    if (hasPTZ())
+        Capability_PTZ(xaddr);
+}
+
+static void closeCapabilities()
+{
+    appendResponse("</tds:Capabilities></tds:GetCapabilitiesResponse>");
+}
+
+void GetCapabilityResponse()
+{
+    char address[64], xaddr[128];
+    getDeviceIPv4(address, sizeof address);
+    snprintf(xaddr, sizeof xaddr, "<tt:XAddr>http://%s/onvif/device_service</tt:XAddr>", address);
+    setResponse("<tds:GetCapabilitiesResponse><tds:Capabilities>");
+    if (G_xmlElementNum == 1) {
+        writeAllSections(xaddr);
+        closeCapabilities();
+        return;
+    }
+    // Each Category element is handled once, in order; a request that names
+    // none gets every section.
+    int handled = 0;
+    for (int row = 1; row < G_xmlElementNum && row < XML_TABLE_ROWS; ++row) {
+        if (!ElementBuffer1[row] || strcmp(ElementBuffer1[row], "Category") != 0)
+            continue;
+        char category[33];
+        memset(category, 0, sizeof category);
+        strncpy(category, ElementBuffer2[row] ? ElementBuffer2[row] : "(null)", 32);
+        ++handled;
+        if (strcmp(category, "All") == 0) {
+            setResponse("<tds:GetCapabilitiesResponse><tds:Capabilities>");
+            writeAllSections(xaddr);
+            closeCapabilities();
+            return;
+        }
+        if (strcmp(category, "Analytics") == 0)
+            Capability_Analytics(xaddr);
+        else if (strcmp(category, "Device") == 0)
+            Capability_Device(xaddr);
+        else if (strcmp(category, "Events") == 0)
+            Capability_Events(xaddr);
+        else if (strcmp(category, "Media") == 0)
+            Capability_Media(xaddr);
+        else if (strcmp(category, "Imaging") == 0 && shmWord(MODEL_CODE_WORD) != 3)
+            Capability_Imaging(xaddr);
+        else if (strcmp(category, "PTZ") == 0 && hasPTZ())
+            Capability_PTZ(xaddr);
+        else {
+            writeReceiverFault2("ActionNotSupported", "NoSuchService", "The service is not supported",
+                                "The requested WSDL service category is not supported by the NVT");
+            return;
+        }
+    }
+    if (!handled)
+        writeAllSections(xaddr);
+    closeCapabilities();
+}

@@ -1,0 +1,62 @@
+// The device's IPv4 address: from its network interface, or from the
+// network settings file when the interface has none. A simulated camera
+// (ONVIF_ROOT set) has no interface of its own and uses the file only, so
+// no client is ever sent to the host machine's addresses.
+#include "device/netaddr.h"
+#include "state/config.h"
+#include "state/paths.h"
+
+#include <arpa/inet.h>
+#include <net/if.h>
+#include <netinet/in.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <sys/ioctl.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+static int addressFromInterface(char* out, size_t n)
+{
+    int fd = socket(AF_INET, SOCK_DGRAM, 0);
+    if (fd < 0)
+        return 0;
+    struct ifreq ifr;
+    memset(&ifr, 0, sizeof ifr);
+    strncpy(ifr.ifr_name, CAMERA_INTERFACE, IFNAMSIZ - 1);
+    int ok = ioctl(fd, SIOCGIFADDR, &ifr) == 0;
+    close(fd);
+    if (!ok)
+        return 0;
+    struct sockaddr_in* sin = (struct sockaddr_in*)&ifr.ifr_addr;
+    return inet_ntop(AF_INET, &sin->sin_addr, out, (socklen_t)n) != 0;
+}
+
+static int addressFromNetworkFile(char* out, size_t n)
+{
+    FILE* f = fopenRoot(NETWORK_CONF_FILE, "r");
+    if (!f)
+        return 0;
+    char line[256], value[64];
+    int found = 0;
+    while (fgets(line, sizeof line, f)) {
+        if (strncmp(line, "root.Network.IPAddress=", 23) == 0 &&
+            scanSettingLine(line, "root.Network.IPAddress=", value, sizeof value, 0)) {
+            // The value goes into addresses we print: keep to an address's characters.
+            found = value[0] != 0 && strspn(value, "0123456789.") == strlen(value);
+            if (found)
+                snprintf(out, n, "%s", value);
+        }
+    }
+    fclose(f);
+    return found;
+}
+
+void getDeviceIPv4(char* out, size_t n)
+{
+    const char* root = getenv("ONVIF_ROOT");
+    int simulated = root && *root;
+    if ((!simulated && addressFromInterface(out, n)) || addressFromNetworkFile(out, n))
+        return;
+    snprintf(out, n, "0.0.0.0");
+}

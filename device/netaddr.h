@@ -1,0 +1,13 @@
+// The device's own IPv4 address, which every service address carries.
+#ifndef DEVICE_NETADDR_H
+#define DEVICE_NETADDR_H
+
+#include <stddef.h>
+
+#define NETWORK_CONF_FILE "/etc/sysconfig/network.conf"
+#define CAMERA_INTERFACE "eth0"
+
+// Writes the address into out ("0.0.0.0" when none is known).
+void getDeviceIPv4(char* out, size_t n);
+
+#endif

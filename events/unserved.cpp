@@ -1,0 +1,12 @@
+// Actions of this folder that this build does not serve yet: each answers
+// with the generic fault until its handler lands.
+#include "frame/frame.h"
+#include "frame/handlers.h"
+
+void SetSynchronizationPoint() { actionNotServed(); }
+void CreatePullPointSubscription() { actionNotServed(); }
+void GetEventProperties() { actionNotServed(); }
+void Subscribe() { actionNotServed(); }
+void Unsubscribe() { actionNotServed(); }
+void Renew() { actionNotServed(); }
+void PullMessages() { actionNotServed(); }

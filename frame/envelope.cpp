@@ -1,0 +1,252 @@
+// The CGI header block, the SOAP envelope with its namespace sets, and the
+// fault bodies.
+#include "frame/frame.h"
+#include "frame/xmlsearch.h"
+#include "state/shm.h"
+#include "device/netaddr.h"
+
+#include <stdarg.h>
+#include <stdio.h>
+#include <string.h>
+
+char G_Response[G_RESPONSE_SIZE];
+int G_httpAck;
+const char* G_Host;
+unsigned char G_connection_close;
+TiXmlDocument* G_myDocument;
+
+#define NS_SOAP_ENV " xmlns:SOAP-ENV=\"http://www.w3.org/2003/05/soap-envelope\""
+#define NS_SOAP_ENC " xmlns:SOAP-ENC=\"http://www.w3.org/2003/05/soap-encoding\""
+#define NS_XSI " xmlns:xsi=\"http://www.w3.org/2001/XMLSchema-instance\""
+#define NS_XSD " xmlns:xsd=\"http://www.w3.org/2001/XMLSchema\""
+#define NS_C14N " xmlns:c14n=\"http://www.w3.org/2001/10/xml-exc-c14n#\""
+#define NS_WSU " xmlns:wsu=\"http://docs.oasis-open.org/wss/2004/01/oasis-200401-wss-wssecurity-utility-1.0.xsd\""
+#define NS_DS " xmlns:ds=\"http://www.w3.org/2000/09/xmldsig#\""
+#define NS_WSSE " xmlns:wsse=\"http://docs.oasis-open.org/wss/2004/01/oasis-200401-wss-wssecurity-secext-1.0.xsd\""
+#define NS_WSA5 " xmlns:wsa5=\"http://www.w3.org/2005/08/addressing\""
+#define NS_XMIME5 " xmlns:xmime5=\"http://www.w3.org/2005/05/xmlmime\""
+#define NS_WSRF_BF " xmlns:wsrf-bf=\"http://docs.oasis-open.org/wsrf/bf-2\""
+#define NS_WSTOP " xmlns:wstop=\"http://docs.oasis-open.org/wsn/t-1\""
+#define NS_TT " xmlns:tt=\"http://www.onvif.org/ver10/schema\""
+#define NS_WSRF_R " xmlns:wsrf-r=\"http://docs.oasis-open.org/wsrf/r-2\""
+#define NS_TDS " xmlns:tds=\"http://www.onvif.org/ver10/device/wsdl\""
+#define NS_TEV1 " xmlns:tev1=\"http://www.onvif.org/ver10/events/wsdl/NotificationProducerBinding\""
+#define NS_TEV2 " xmlns:tev2=\"http://www.onvif.org/ver10/events/wsdl/EventBinding\""
+#define NS_TEV3 " xmlns:tev3=\"http://www.onvif.org/ver10/events/wsdl/SubscriptionManagerBinding\""
+#define NS_WSNT " xmlns:wsnt=\"http://docs.oasis-open.org/wsn/b-2\""
+#define NS_TEV4 " xmlns:tev4=\"http://www.onvif.org/ver10/events/wsdl/PullPointSubscriptionBinding\""
+#define NS_TEV " xmlns:tev=\"http://www.onvif.org/ver10/events/wsdl\""
+#define NS_TIMG " xmlns:timg=\"http://www.onvif.org/ver20/imaging/wsdl\""
+#define NS_TPTZ " xmlns:tptz=\"http://www.onvif.org/ver20/ptz/wsdl\""
+#define NS_TRT " xmlns:trt=\"http://www.onvif.org/ver10/media/wsdl\""
+#define NS_TER " xmlns:ter=\"http://www.onvif.org/ver10/error\""
+#define NS_TMD " xmlns:tmd=\"http://www.onvif.org/ver10/deviceIO/wsdl\""
+#define NS_DN " xmlns:dn=\"http://www.onvif.org/ver10/network/wsdl\""
+#define NS_TNS1 " xmlns:tns1=\"http://www.onvif.org/ver10/topics\""
+#define NS_BF2 " xmlns:bf2=\"http://docs.oasis-open.org/wsrf/bf-2\""
+#define NS_TNSIV " xmlns:tnsiv=\"http://www.indigovision.com/onvif/topics\""
+#define NS_TNSAXIS " xmlns:tnsaxis=\"http://www.axis.com/2009/event/topics\""
+#define NS_TNSAVG " xmlns:tnsavg=\"http://www.avigilon.com/onvif/ver10/topics\""
+
+#define SET_BASE NS_SOAP_ENV NS_SOAP_ENC
+#define SET_E1 NS_WSA5 NS_WSTOP NS_WSNT NS_TEV NS_TNS1 NS_TT
+#define SET_E2 NS_WSA5 NS_WSTOP NS_WSNT NS_TEV NS_TNS1 NS_TDS NS_TIMG NS_TRT NS_TT
+#define SET_V NS_WSA5 NS_XSI NS_XSD NS_WSTOP NS_WSNT NS_TEV NS_TNS1 NS_TT
+#define SET_F1 NS_TER NS_TEV NS_WSNT NS_BF2 NS_WSRF_R NS_WSA5
+#define SET_F2 NS_TER NS_WSNT NS_TEV NS_BF2 NS_WSRF_R NS_WSA5
+#define SET_G_HEAD NS_SOAP_ENV NS_SOAP_ENC NS_XSI NS_XSD NS_C14N NS_WSU NS_DS NS_WSSE NS_WSA5 NS_XMIME5 \
+    NS_WSRF_BF NS_WSTOP NS_TT NS_WSRF_R
+#define SET_G_TAIL NS_TDS NS_TEV1 NS_TEV2 NS_TEV3 NS_WSNT NS_TEV4 NS_TEV NS_TIMG NS_TPTZ NS_TRT NS_TER NS_TMD
+#define SET_G1 SET_G_HEAD \
+    " xmlns:tan=\"http://www.onvif.org/ver20/analytics/wsdl\"" \
+    " xmlns:tan1=\"http://www.onvif.org/ver20/analytics/wsdl/RuleEngineBinding\"" \
+    " xmlns:tan2=\"http://www.onvif.org/ver20/analytics/wsdl/AnalyticsEngineBinding\"" \
+    SET_G_TAIL NS_TNS1
+#define SET_G2 SET_G_HEAD \
+    " xmlns:tan1=\"http://www.onvif.org/ver10/analytics/wsdl/RuleEngineBinding\"" \
+    " xmlns:tan=\"http://www.onvif.org/ver10/analytics/wsdl\"" \
+    " xmlns:tan2=\"http://www.onvif.org/ver10/analytics/wsdl/AnalyticsEngineBinding\"" \
+    SET_G_TAIL NS_DN NS_TNS1
+
+#define EVENTS_WSDL "http://www.onvif.org/ver10/events/wsdl/"
+#define BW2 "http://docs.oasis-open.org/wsn/bw-2/"
+
+static const char GENERIC_FAULT[] =
+    "<SOAP-ENV:Fault SOAP-ENV:encodingStyle=\"http://www.w3.org/2003/05/soap-encoding\">"
+    "<SOAP-ENV:Code><SOAP-ENV:Value>SOAP-ENV:Receiver</SOAP-ENV:Value>"
+    "<SOAP-ENV:Subcode><SOAP-ENV:Value>ter:Action</SOAP-ENV:Value></SOAP-ENV:Subcode></SOAP-ENV:Code>"
+    "<SOAP-ENV:Reason><SOAP-ENV:Text xml:lang=\"en\">Action failed</SOAP-ENV:Text></SOAP-ENV:Reason>"
+    "<SOAP-ENV:Detail><SOAP-ENV:Text xml:lang=\"en\">The requested SOAP action failed</SOAP-ENV:Text>"
+    "</SOAP-ENV:Detail></SOAP-ENV:Fault>";
+
+static const char NOT_AUTHORIZED_FAULT[] =
+    "<SOAP-ENV:Fault><SOAP-ENV:Code><SOAP-ENV:Value>SOAP-ENV:Sender</SOAP-ENV:Value>"
+    "<SOAP-ENV:Subcode><SOAP-ENV:Value>ter:NotAuthorized</SOAP-ENV:Value></SOAP-ENV:Subcode></SOAP-ENV:Code>"
+    "<SOAP-ENV:Reason><SOAP-ENV:Text xml:lang=\"en\">The security token could not be authenticated or authorized"
+    "</SOAP-ENV:Text></SOAP-ENV:Reason></SOAP-ENV:Fault>";
+
+void HttpStatus(int status)
+{
+    switch (status) {
+    case 200: puts("Status: 200 OK\r"); break;
+    case 400:
+    case 401: puts("Status: 400 Bad Request\r"); break;
+    case 405: puts("Status: 405 Method Not Allowed\r"); break;
+    case 415: puts("Status: 415 Unsupported media\r"); break;
+    case 500: puts("Status: 500 Internal Server Error\r"); break;
+    default: break;
+    }
+    if (G_connection_close)
+        puts("Connection: close\r");
+    puts("Content-type: application/soap+xml; charset=utf-8\r\n\r");
+}
+
+static void printHeader(const char* action)
+{
+    printf("<SOAP-ENV:Header><wsa5:Action>%s</wsa5:Action></SOAP-ENV:Header>", action);
+}
+
+void SoapEnvStart()
+{
+    const char* name = PrimaryElementName ? PrimaryElementName : "";
+    int ok = G_httpAck == 200;
+    int variant = shmWord(VARIANT_CODE);
+    fputs("<?xml version=\"1.0\" encoding=\"UTF-8\"?><SOAP-ENV:Envelope", stdout);
+    if (strstr(name, "CreatePullPointSubscription")) {
+        fputs(ok ? SET_BASE SET_E1 ">" : SET_BASE SET_F2 ">", stdout);
+        if (ok) printHeader(EVENTS_WSDL "EventPortType/CreatePullPointSubscriptionResponse");
+    } else if (strstr(name, "GetEventProperties")) {
+        if (ok) {
+            fputs(SET_BASE SET_V, stdout);
+            fputs(variant == 32 ? NS_TNSIV NS_TNSAXIS ">" : variant == 34 ? ">" : NS_TNSAVG ">", stdout);
+            printHeader(EVENTS_WSDL "EventPortType/GetEventPropertiesResponse");
+        } else {
+            fputs(SET_BASE SET_F1 ">", stdout);
+        }
+    } else if (strstr(name, "Subscribe")) {
+        fputs(ok ? SET_BASE SET_E1 ">" : SET_BASE SET_F2 ">", stdout);
+        if (ok) {
+            // The address a push subscriber answers to: the device itself.
+            char address[64];
+            getDeviceIPv4(address, sizeof address);
+            printf("<SOAP-ENV:Header><wsa5:Action>" BW2 "NotificationProducer/SubscribeResponse</wsa5:Action>"
+                   "<wsa5:To>http://%s/onvif/device_service</wsa5:To></SOAP-ENV:Header>", address);
+        }
+    } else if (strstr(name, "Unsubscribe")) {
+        fputs(ok ? SET_BASE SET_E1 ">" : SET_BASE SET_F1 ">", stdout);
+        if (ok) printHeader(BW2 "SubscriptionManager/UnsubscribeResponse");
+    } else if (strstr(name, "Renew")) {
+        fputs(ok ? SET_BASE SET_E1 ">" : SET_BASE SET_F1 ">", stdout);
+        if (ok) printHeader(BW2 "SubscriptionManager/RenewResponse");
+    } else if (strstr(name, "PullMessages")) {
+        if (ok) {
+            fputs(SET_BASE SET_V, stdout);
+            fputs(variant == 32 ? NS_TNSIV NS_TNSAXIS ">" : variant == 34 ? ">" : NS_TNSAVG ">", stdout);
+            printHeader(EVENTS_WSDL "PullPointSubscription/PullMessagesResponse");
+        } else {
+            fputs(SET_BASE SET_F1 ">", stdout);
+        }
+    } else if (strstr(name, "GetServiceCapabilities")) {
+        fputs(ok ? SET_BASE SET_E2 ">" : SET_BASE SET_F1 ">", stdout);
+        if (ok) printHeader(EVENTS_WSDL "EventPortType/GetServiceCapabilitiesResponse");
+    } else if (strstr(name, "SetSynchronizationPoint")) {
+        fputs(ok ? SET_BASE SET_E2 ">" : SET_BASE SET_F1 ">", stdout);
+        if (ok) printHeader(EVENTS_WSDL "PullPointSubscription/SetSynchronizationPointResponse");
+    } else {
+        fputs(variant == 32 ? SET_G1 ">" : SET_G2 ">", stdout);
+    }
+    fputs("<SOAP-ENV:Body>", stdout);
+}
+
+void SoapBody()
+{
+    // Printed verbatim: a body is text, never a format.
+    fputs(G_Response, stdout);
+}
+
+void SoapEnvEnd()
+{
+    fputs("</SOAP-ENV:Body></SOAP-ENV:Envelope>", stdout);
+}
+
+void Print_Error_MSG_to_G_Reponse()
+{
+    snprintf(G_Response, sizeof G_Response, "%s", NOT_AUTHORIZED_FAULT);
+}
+
+static void vappend(const char* fmt, va_list ap)
+{
+    size_t used = strlen(G_Response);
+    if (used >= sizeof G_Response - 1)
+        return;
+    vsnprintf(G_Response + used, sizeof G_Response - used, fmt, ap);
+}
+
+void appendResponse(const char* fmt, ...)
+{
+    va_list ap;
+    va_start(ap, fmt);
+    vappend(fmt, ap);
+    va_end(ap);
+}
+
+void setResponse(const char* fmt, ...)
+{
+    G_Response[0] = 0;
+    va_list ap;
+    va_start(ap, fmt);
+    vappend(fmt, ap);
+    va_end(ap);
+}
+
+#define FAULT_REASON "<SOAP-ENV:Reason><SOAP-ENV:Text xml:lang=\"en\">%s</SOAP-ENV:Text></SOAP-ENV:Reason>"
+#define FAULT_DETAIL "<SOAP-ENV:Detail>%s</SOAP-ENV:Detail>"
+
+void writeSenderFault(const char* subcode, const char* reason)
+{
+    setResponse("<SOAP-ENV:Fault><SOAP-ENV:Code><SOAP-ENV:Value>SOAP-ENV:Sender</SOAP-ENV:Value>"
+                "<SOAP-ENV:Subcode><SOAP-ENV:Value>%s</SOAP-ENV:Value></SOAP-ENV:Subcode></SOAP-ENV:Code>"
+                FAULT_REASON "</SOAP-ENV:Fault>", subcode, reason);
+    G_httpAck = 400;
+}
+
+static void writeFault2(const char* code, const char* subcode1, const char* subcode2, const char* reason,
+                        const char* detail)
+{
+    setResponse("<SOAP-ENV:Fault><SOAP-ENV:Code><SOAP-ENV:Value>SOAP-ENV:%s</SOAP-ENV:Value>"
+                "<SOAP-ENV:Subcode><SOAP-ENV:Value>ter:%s</SOAP-ENV:Value>"
+                "<SOAP-ENV:Subcode><SOAP-ENV:Value>ter:%s</SOAP-ENV:Value></SOAP-ENV:Subcode>"
+                "</SOAP-ENV:Subcode></SOAP-ENV:Code>" FAULT_REASON FAULT_DETAIL "</SOAP-ENV:Fault>",
+                code, subcode1, subcode2, reason, detail);
+    G_httpAck = 400;
+}
+
+void writeSenderFault2(const char* subcode1, const char* subcode2, const char* reason, const char* detail)
+{
+    writeFault2("Sender", subcode1, subcode2, reason, detail);
+}
+
+void writeReceiverFault2(const char* subcode1, const char* subcode2, const char* reason, const char* detail)
+{
+    writeFault2("Receiver", subcode1, subcode2, reason, detail);
+}
+
+void writeReceiverFault1(const char* subcode, const char* reason, const char* detail)
+{
+    setResponse("<SOAP-ENV:Fault><SOAP-ENV:Code><SOAP-ENV:Value>SOAP-ENV:Receiver</SOAP-ENV:Value>"
+                "<SOAP-ENV:Subcode><SOAP-ENV:Value>ter:%s</SOAP-ENV:Value></SOAP-ENV:Subcode>"
+                "</SOAP-ENV:Code>" FAULT_REASON FAULT_DETAIL "</SOAP-ENV:Fault>", subcode, reason, detail);
+    G_httpAck = 400;
+}
+
+void actionNotServed()
+{
+    G_httpAck = 500;
+}
+
+// Copies the generic fault over the start of the body, as the frame does for
+// any status other than 200, 400 and 401.
+void writeGenericFault()
+{
+    memcpy(G_Response, GENERIC_FAULT, sizeof GENERIC_FAULT);
+}

@@ -1,0 +1,45 @@
+// The request frame's process-wide globals, the CGI header and SOAP
+// envelope writers, and the shared fault writers every handler uses.
+#ifndef FRAME_FRAME_H
+#define FRAME_FRAME_H
+
+class TiXmlDocument;
+
+#define G_RESPONSE_SIZE 100000
+// Larger bodies are refused unread with 400: no ONVIF request comes near it.
+#define MAX_CONTENT_LENGTH 65536
+
+extern char G_Response[G_RESPONSE_SIZE];
+extern int G_httpAck;
+extern const char* G_Host;
+extern unsigned char G_connection_close;
+extern TiXmlDocument* G_myDocument;
+
+void HttpStatus(int status);
+void SoapEnvStart();
+void SoapBody();
+void SoapEnvEnd();
+void Print_Error_MSG_to_G_Reponse();
+
+// Serves one CGI request from stdin to stdout; main() is this call.
+int serveRequest();
+
+// Bounded formatted append to G_Response (never cuts inside the buffer).
+void appendResponse(const char* fmt, ...) __attribute__((format(printf, 1, 2)));
+// Replaces G_Response with the formatted text.
+void setResponse(const char* fmt, ...) __attribute__((format(printf, 1, 2)));
+
+// Fault writers. Each replaces G_Response and sets G_httpAck to 400.
+// Sender fault with one subcode; the subcode carries its own "ter:" prefix.
+void writeSenderFault(const char* subcode, const char* reason);
+// Sender fault with two subcodes ("ter:" is added to each) and a detail text.
+void writeSenderFault2(const char* subcode1, const char* subcode2, const char* reason, const char* detail);
+// Receiver fault with two subcodes ("ter:" added) and a detail text.
+void writeReceiverFault2(const char* subcode1, const char* subcode2, const char* reason, const char* detail);
+// Receiver fault with one subcode ("ter:" added) and a detail text.
+void writeReceiverFault1(const char* subcode, const char* reason, const char* detail);
+
+// For an action whose handler this build does not serve: the generic fault.
+void actionNotServed();
+
+#endif

@@ -1,0 +1,74 @@
+// One request: read the body, parse, authenticate, dispatch, print.
+#include "frame/frame.h"
+#include "frame/dispatch.h"
+#include "frame/security.h"
+#include "frame/xmlsearch.h"
+#include "state/shm.h"
+
+#include <errno.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <tinyxml.h>
+
+void writeGenericFault();
+
+// The body and the zero bytes TinyXML may read past a cut multi-byte character.
+static char requestBody[MAX_CONTENT_LENGTH + 8];
+
+// CONTENT_LENGTH as a length we accept, or -1.
+static long acceptedContentLength(const char* text)
+{
+    if (!text || !*text)
+        return -1;
+    for (const char* p = text; *p; ++p)
+        if (*p < '0' || *p > '9')
+            return -1;
+    if (strlen(text) > 9)
+        return -1;
+    long n = strtol(text, 0, 10);
+    return n <= MAX_CONTENT_LENGTH ? n : -1;
+}
+
+int serveRequest()
+{
+    TiXmlDocument document;
+    G_myDocument = &document;
+    long length = acceptedContentLength(getenv("CONTENT_LENGTH"));
+    G_Host = getenv("HOST");
+    if (!G_Host || !*G_Host)
+        G_Host = getenv("HTTP_HOST");
+    if (!G_Host)
+        G_Host = "";
+    G_httpAck = 400;
+
+    if (length >= 0 && G_shared_memory && G_shared_memory[SERVICE_READY] == 1) {
+        size_t got = 0;
+        while (got < (size_t)length) {
+            size_t n = fread(requestBody + got, 1, (size_t)length - got, stdin);
+            if (n == 0)
+                break;
+            got += n;
+        }
+        memset(requestBody + got, 0, sizeof requestBody - got);
+        parseXML(requestBody);
+        if (G_httpAck == 200) {
+            checkSecurity();
+            if (G_httpAck == 200)
+                checkXML();
+        }
+    }
+
+    HttpStatus(G_httpAck);
+    if (G_httpAck == 401)
+        Print_Error_MSG_to_G_Reponse();
+    if (G_httpAck != 200 && G_httpAck != 400 && G_httpAck != 401)
+        writeGenericFault();
+    SoapEnvStart();
+    SoapBody();
+    SoapEnvEnd();
+    fflush(stdout);
+    document.Clear();
+    G_myDocument = 0;
+    return 0;
+}

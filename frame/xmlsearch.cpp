@@ -1,0 +1,392 @@
+// Flattening of the request into element tables and the search functions.
+#include "frame/xmlsearch.h"
+#include "frame/frame.h"
+#include "state/paths.h"
+#include "state/shm.h"
+
+#include <stdio.h>
+#include <string.h>
+#include <string>
+#include <tinyxml.h>
+
+char* ElementBuffer1[XML_TABLE_ROWS];
+char* ElementBuffer2[XML_TABLE_ROWS];
+char* ElementBuffer3[XML_TABLE_ROWS];
+char* ElementBuffer4[XML_TABLE_ROWS];
+int G_xmlElementNum;
+int G_xmlAttributeNum;
+char* ElementBuffer1_WSSE[XML_TABLE_ROWS];
+char* ElementBuffer2_WSSE[XML_TABLE_ROWS];
+char* ElementBuffer3_WSSE[XML_TABLE_ROWS];
+char* ElementBuffer4_WSSE[XML_TABLE_ROWS];
+int G_xmlElementNum_WSSE;
+int G_xmlAttributeNum_WSSE;
+const char* PrimaryElementName;
+int G_XML;
+char G_event_service[8];
+
+// Key work-area sizes: keys longer than these never match.
+#define KEY_LIMIT_DATA 131
+#define KEY_LIMIT_ATTR 35
+#define KEY_LIMIT_TEMP 31
+
+static const char NULL_TEXT[] = "(null)";
+
+struct Tables {
+    char** names;
+    char** texts;
+    char** attrNames;
+    char** attrValues;
+    int* elementNum;
+    int* attributeNum;
+};
+
+static Tables bodyTables()
+{
+    Tables t = {ElementBuffer1, ElementBuffer2, ElementBuffer3, ElementBuffer4, &G_xmlElementNum, &G_xmlAttributeNum};
+    return t;
+}
+
+static Tables headerTables()
+{
+    Tables t = {ElementBuffer1_WSSE, ElementBuffer2_WSSE, ElementBuffer3_WSSE, ElementBuffer4_WSSE,
+                &G_xmlElementNum_WSSE, &G_xmlAttributeNum_WSSE};
+    return t;
+}
+
+void clearElementTables()
+{
+    memset(ElementBuffer1, 0, sizeof ElementBuffer1);
+    memset(ElementBuffer2, 0, sizeof ElementBuffer2);
+    memset(ElementBuffer3, 0, sizeof ElementBuffer3);
+    memset(ElementBuffer4, 0, sizeof ElementBuffer4);
+    memset(ElementBuffer1_WSSE, 0, sizeof ElementBuffer1_WSSE);
+    memset(ElementBuffer2_WSSE, 0, sizeof ElementBuffer2_WSSE);
+    memset(ElementBuffer3_WSSE, 0, sizeof ElementBuffer3_WSSE);
+    memset(ElementBuffer4_WSSE, 0, sizeof ElementBuffer4_WSSE);
+    G_xmlElementNum = G_xmlAttributeNum = 0;
+    G_xmlElementNum_WSSE = G_xmlAttributeNum_WSSE = 0;
+    PrimaryElementName = 0;
+    G_XML = 0;
+    memset(G_event_service, 0, sizeof G_event_service);
+}
+
+// Cuts a prefixed name to its local part inside the document's own string:
+// the part after the first colon, ended at a second colon.
+static char* localNameInPlace(const std::string& constName)
+{
+    std::string& name = const_cast<std::string&>(constName);
+    if (name.empty())
+        return &name[0];
+    char* s = &name[0];
+    char* colon = strchr(s, ':');
+    if (!colon)
+        return s;
+    *colon = 0;
+    char* local = colon + 1;
+    char* second = strchr(local, ':');
+    if (second)
+        *second = 0;
+    return local;
+}
+
+// The part of a key after its first colon, cut at a second colon; 0 when
+// the key has no colon. part must hold the key's length.
+static const char* keyTail(const char* key, char* part, size_t n)
+{
+    const char* colon = strchr(key, ':');
+    if (!colon)
+        return 0;
+    snprintf(part, n, "%s", colon + 1);
+    char* second = strchr(part, ':');
+    if (second)
+        *second = 0;
+    return part;
+}
+
+// The name matches the key: whole-key equality, or the key's part after
+// its colon equals the name.
+static int keyMatches(const char* name, const char* key, const char* tail)
+{
+    return strcmp(name, key) == 0 || (tail && strcmp(name, tail) == 0);
+}
+
+static void flatten(TiXmlNode* node, const Tables& t, int header)
+{
+    for (TiXmlElement* el = node->FirstChildElement(); el; el = el->NextSiblingElement()) {
+        if (!header && *t.elementNum == 0) {
+            const char* full = el->Value();
+            G_XML = strstr(full, "trt:") ? 1 : strstr(full, "tev:") ? 2 : 0;
+        }
+        // Rows past the tables are dropped: nothing a handler reads lies so deep.
+        if (*t.elementNum < XML_TABLE_ROWS) {
+            char* name = localNameInPlace(el->ValueTStr());
+            char* text = const_cast<char*>(el->GetText());
+            int row = (*t.elementNum)++;
+            t.names[row] = name;
+            t.texts[row] = text;
+            int variant = shmWord(VARIANT_CODE);
+            if (header && (variant == 32 || variant == 34) && strcmp(name, "To") == 0 && text) {
+                char work[128];
+                memset(work, 0, sizeof work);
+                strncpy(work, text, sizeof work - 1);
+                const char* idx = strstr(work, "device_service?Idx=");
+                if (idx) {
+                    idx += strlen("device_service?Idx=");
+                    size_t i = 0;
+                    memset(G_event_service, 0, sizeof G_event_service);
+                    while (idx[i] && idx[i] != ' ' && idx[i] != '\t' && idx[i] != '\n' && idx[i] != '\r' &&
+                           i < sizeof G_event_service - 1) {
+                        G_event_service[i] = idx[i];
+                        ++i;
+                    }
+                }
+            }
+        }
+        for (TiXmlAttribute* a = el->FirstAttribute(); a; a = a->Next()) {
+            if (*t.attributeNum >= XML_TABLE_ROWS)
+                break;
+            int row = (*t.attributeNum)++;
+            t.attrNames[row] = localNameInPlace(a->NameTStr());
+            t.attrValues[row] = const_cast<char*>(a->Value());
+        }
+        flatten(el, t, header);
+    }
+}
+
+void ParaseUpdateXml(TiXmlNode* node) { flatten(node, bodyTables(), 0); }
+void ParaseUpdateXml_WSSE(TiXmlNode* node) { flatten(node, headerTables(), 1); }
+
+void parseXML(const char* text)
+{
+    G_myDocument->Parse(text);
+    // A document that does not parse whole is no request, whatever part of it was read.
+    TiXmlElement* envelope = G_myDocument->Error() ? 0 : G_myDocument->FirstChildElement();
+    TiXmlElement* first = envelope ? envelope->FirstChildElement() : 0;
+    if (!first) {
+        G_httpAck = 400;
+        return;
+    }
+    TiXmlElement* body = first;
+    if (strcmp(first->Value(), "SOAP-ENV:Header") == 0 || strstr(first->Value(), "Header")) {
+        ParaseUpdateXml_WSSE(first);
+        body = first->NextSiblingElement();
+    }
+    if (!body) {
+        G_httpAck = 400;
+        return;
+    }
+    ParaseUpdateXml(body);
+    PrimaryElementName = ElementBuffer1[0] ? ElementBuffer1[0] : "";
+    if (G_xmlAttributeNum > 0) {
+        const char* v = ElementBuffer4[0];
+        G_XML = strstr(v, "media") ? 1 : strstr(v, "event") ? 2 : 0;
+    }
+    G_httpAck = 200;
+}
+
+// Rows are examined up to and including the count, and never past the table.
+static int lastRow(int count) { return count < XML_TABLE_ROWS - 1 ? count : XML_TABLE_ROWS - 1; }
+
+static void copyText(const char* text, char* dest, int length, int nullWhole)
+{
+    if (length <= 0)
+        return;
+    if (!text) {
+        strncpy(dest, NULL_TEXT, (size_t)((nullWhole && length >= 7) ? 7 : length));
+        return;
+    }
+    strncpy(dest, text, (size_t)length);
+}
+
+static int searchData(const Tables& t, const char* key, char* dest, int length, int start, int nullWhole)
+{
+    char tailBuf[KEY_LIMIT_DATA + 1];
+    if (strlen(key) > KEY_LIMIT_DATA || start < 0)
+        return 0;
+    const char* tail = keyTail(key, tailBuf, sizeof tailBuf);
+    for (int i = start; i <= lastRow(*t.elementNum); ++i) {
+        if (!t.names[i])
+            return 0;
+        if (keyMatches(t.names[i], key, tail)) {
+            copyText(t.texts[i], dest, length, nullWhole);
+            return 1;
+        }
+    }
+    return 0;
+}
+
+int searchDataInElement(const char* key, char* dest, int length)
+{
+    return searchData(bodyTables(), key, dest, length, 0, 0);
+}
+
+int searchDataInHeader(const char* key, char* dest, int length)
+{
+    return searchData(headerTables(), key, dest, length, 0, 0);
+}
+
+int searchDataInElement_Continuous(const char* key, char* dest, int length, int startRow)
+{
+    return searchData(bodyTables(), key, dest, length, startRow, 1);
+}
+
+int searchDataInElementOnly(const char* key)
+{
+    if (strlen(key) > KEY_LIMIT_DATA)
+        return 0;
+    for (int i = 0; i <= lastRow(G_xmlElementNum); ++i) {
+        if (!ElementBuffer1[i])
+            return 0;
+        if (strcmp(ElementBuffer1[i], key) == 0)
+            return 1;
+    }
+    return 0;
+}
+
+// First element row at or after start whose name the key matches, or -1.
+static int findElementRow(const char* key, int start)
+{
+    char tailBuf[KEY_LIMIT_ATTR + 1];
+    const char* tail = keyTail(key, tailBuf, sizeof tailBuf);
+    for (int i = start; i <= lastRow(G_xmlElementNum); ++i) {
+        if (!ElementBuffer1[i])
+            return -1;
+        if (keyMatches(ElementBuffer1[i], key, tail))
+            return i;
+    }
+    return -1;
+}
+
+int searchDataInElementAfterStrOnly(const char* anchor, const char* key)
+{
+    if (strlen(anchor) > KEY_LIMIT_ATTR || strlen(key) > KEY_LIMIT_ATTR)
+        return 0;
+    int row = findElementRow(anchor, 0);
+    return row >= 0 && findElementRow(key, row) >= 0;
+}
+
+int searchElementAfterStrInElement(const char* anchor, const char* key, char* dest, int length)
+{
+    char anchorBuf[KEY_LIMIT_TEMP + 1], keyBuf[KEY_LIMIT_TEMP + 1];
+    if (strlen(anchor) > KEY_LIMIT_TEMP || strlen(key) > KEY_LIMIT_TEMP)
+        return 0;
+    const char* anchorTail = keyTail(anchor, anchorBuf, sizeof anchorBuf);
+    const char* keyPart = keyTail(key, keyBuf, sizeof keyBuf);
+    if (!anchorTail || !keyPart)
+        return 0;
+    int i = 0;
+    for (; i <= lastRow(G_xmlElementNum); ++i) {
+        if (!ElementBuffer1[i])
+            return 0;
+        if (strstr(ElementBuffer1[i], anchorTail))
+            break;
+    }
+    for (; i <= lastRow(G_xmlElementNum); ++i) {
+        if (!ElementBuffer1[i])
+            return 0;
+        if (strcmp(ElementBuffer1[i], keyPart) == 0) {
+            copyText(ElementBuffer2[i], dest, length, 0);
+            return 1;
+        }
+    }
+    return 0;
+}
+
+int searchAttriInElement(const char* key, char* dest, int length)
+{
+    char tailBuf[KEY_LIMIT_ATTR + 1];
+    if (strlen(key) > KEY_LIMIT_ATTR)
+        return 0;
+    const char* tail = keyTail(key, tailBuf, sizeof tailBuf);
+    for (int i = 0; i <= lastRow(G_xmlAttributeNum); ++i) {
+        if (!ElementBuffer3[i])
+            return 0;
+        if (keyMatches(ElementBuffer3[i], key, tail)) {
+            copyText(ElementBuffer4[i], dest, length, 0);
+            return 1;
+        }
+    }
+    return 0;
+}
+
+int searchAttriInElementContinous(const char* key, char* dest, int length, int n)
+{
+    if (strlen(key) > KEY_LIMIT_ATTR)
+        return 0;
+    int wanted = n <= 0 ? 1 : n, seen = 0;
+    for (int i = 0; i <= lastRow(G_xmlAttributeNum); ++i) {
+        if (!ElementBuffer3[i])
+            return 0;
+        if (strcmp(ElementBuffer3[i], key) == 0 && ++seen == wanted) {
+            copyText(ElementBuffer4[i], dest, length, 0);
+            return 1;
+        }
+    }
+    return 0;
+}
+
+int searchAttriInElementTemp(const char* key, char* dest, int length)
+{
+    char tailBuf[KEY_LIMIT_TEMP + 1];
+    if (strlen(key) > KEY_LIMIT_TEMP)
+        return 0;
+    const char* tail = keyTail(key, tailBuf, sizeof tailBuf);
+    int skippedWhole = 0;
+    for (int i = 0; i <= lastRow(G_xmlAttributeNum); ++i) {
+        if (!ElementBuffer3[i])
+            return 0;
+        if (!keyMatches(ElementBuffer3[i], key, tail))
+            continue;
+        if (skippedWhole || (tail && strcmp(ElementBuffer3[i], tail) == 0)) {
+            copyText(ElementBuffer4[i], dest, length, 0);
+            return 1;
+        }
+        skippedWhole = 1;  // a whole-key match hands over to the next match
+    }
+    return 0;
+}
+
+int searchAttriAfterStrInElement(const char* anchor, const char* key, char* dest, int length)
+{
+    char tailBuf[KEY_LIMIT_ATTR + 1];
+    if (strlen(anchor) > KEY_LIMIT_ATTR || strlen(key) > KEY_LIMIT_ATTR)
+        return 0;
+    const char* tail = keyTail(anchor, tailBuf, sizeof tailBuf);
+    int i = 0;
+    for (; i <= lastRow(G_xmlAttributeNum); ++i) {
+        if (!ElementBuffer4[i])
+            return 0;
+        if (keyMatches(ElementBuffer4[i], anchor, tail))
+            break;
+    }
+    for (; i <= lastRow(G_xmlAttributeNum); ++i) {
+        if (!ElementBuffer3[i])
+            return 0;
+        if (strcmp(ElementBuffer3[i], key) == 0) {
+            copyText(ElementBuffer4[i], dest, length, 0);
+            return 1;
+        }
+    }
+    return 0;
+}
+
+void showElementBuffer()
+{
+    FILE* f = fopenRoot("/tmp/onvif/tmp/test.txt", "w");
+    if (!f)
+        return;
+    fprintf(f, "Primary Element = %s\n", PrimaryElementName ? PrimaryElementName : "");
+    for (int i = 0; i < G_xmlElementNum && i < XML_TABLE_ROWS; ++i)
+        fprintf(f, "%s\t\t\t%s\n", ElementBuffer1[i], ElementBuffer2[i] ? ElementBuffer2[i] : NULL_TEXT);
+    fclose(f);
+}
+
+void showStringToFile(const char* text)
+{
+    FILE* f = fopenRoot("/tmp/onvif/tmp/test.txt", "a");
+    if (!f)
+        return;
+    fprintf(f, "%s\n", text);
+    fclose(f);
+}

@@ -1,0 +1,11 @@
+// Actions of this folder that this build does not serve yet: each answers
+// with the generic fault until its handler lands.
+#include "frame/frame.h"
+#include "frame/handlers.h"
+
+void GetOptions() { actionNotServed(); }
+void GetImagingSettings() { actionNotServed(); }
+void SetImagingSettings() { actionNotServed(); }
+void Move() { actionNotServed(); }
+void GetMoveOptions() { actionNotServed(); }
+void MoveIris() { actionNotServed(); }

@@ -1,0 +1,196 @@
+// The value checkers shared by every setter.
+#include "state/checkers.h"
+#include "state/shm.h"
+
+#include <stdlib.h>
+#include <string.h>
+
+static int isDigit(char c) { return c >= '0' && c <= '9'; }
+
+int CheckInRange(int value, int min, int max)
+{
+    if (min == 0 && max == 0)
+        return 0;
+    return (value < min || value > max) ? 1 : 0;
+}
+
+int CheckFloatRange(float value, float min, float max)
+{
+    if (min == 0.0f && max == 0.0f)
+        return 0;
+    return (value < min || value > max) ? 1 : 0;
+}
+
+int CheckInt(const char* text)
+{
+    for (const char* p = text; *p; ++p)
+        if (!isDigit(*p))
+            return 1;
+    return 0;
+}
+
+int CheckFloat(const char* text)
+{
+    const char* p = text;
+    if (!*p)
+        return 0;
+    if (*p == '.') {
+        for (++p; *p; ++p)
+            if (!isDigit(*p))
+                return 1;
+        return 0;
+    }
+    if (*p == '-')
+        ++p;
+    // '0' to '?' on purpose: the camera's tools have always let ':' to '?' lead.
+    if (*p < '0' || *p > '?')
+        return 1;
+    int points = 0, exponents = 0;
+    for (++p; *p; ++p) {
+        if (isDigit(*p))
+            continue;
+        if (*p == '.') {
+            if (points || exponents)
+                return 1;
+            ++points;
+        } else if (*p == 'e' || *p == 'E') {
+            if (exponents)
+                return 1;
+            ++exponents;
+        } else if (*p == '-') {
+            if (!exponents)
+                return 1;
+        } else {
+            return 1;
+        }
+    }
+    return 0;
+}
+
+static void toLower(char* t) { for (; *t; ++t) if (*t >= 'A' && *t <= 'Z') *t = (char)(*t + 32); }
+static void toUpper(char* t) { for (; *t; ++t) if (*t >= 'a' && *t <= 'z') *t = (char)(*t - 32); }
+
+int CheckBool(char* text)
+{
+    toLower(text);
+    return (strcmp(text, "true") == 0 || strcmp(text, "false") == 0) ? 0 : 1;
+}
+
+int CheckBool_tolower(char* text)
+{
+    toLower(text);
+    return 0;
+}
+
+int Check_ON_OFF(char* text)
+{
+    toUpper(text);
+    return (strcmp(text, "ON") == 0 || strcmp(text, "OFF") == 0) ? 0 : 1;
+}
+
+int Check_ON_OFF_AUTO(char* text)
+{
+    toUpper(text);
+    return (strcmp(text, "AUTO") == 0 || strcmp(text, "OFF") == 0 || strcmp(text, "ON") == 0) ? 0 : 1;
+}
+
+int Check_AUTO_MANUAL(char* text)
+{
+    toUpper(text);
+    return (strcmp(text, "AUTO") == 0 || strcmp(text, "MANUAL") == 0) ? 0 : 1;
+}
+
+int CheckEncoding(const char* text)
+{
+    return (strcmp(text, "JPEG") == 0 || strcmp(text, "MPEG4") == 0 || strcmp(text, "H264") == 0) ? 0 : 1;
+}
+
+int CheckType(const char* text)
+{
+    return (strcmp(text, "IPv4") == 0 || strcmp(text, "IPv6") == 0) ? 0 : 1;
+}
+
+int CheckTimeout(const char* text)
+{
+    return strcmp(text, "invalid") == 0 ? 1 : 0;
+}
+
+int CheckChar(const char* text)
+{
+    for (const char* p = text; *p; ++p) {
+        char c = *p;
+        if (!((c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || isDigit(c) ||
+              c == '-' || c == ' ' || c == '.' || c == '_'))
+            return 1;
+    }
+    return 0;
+}
+
+int CheckChar_including_space(const char* text)
+{
+    return CheckChar(text);
+}
+
+int CheckPresetname(const char* text)
+{
+    if (strlen(text) > 64)
+        return 1;
+    for (const unsigned char* p = (const unsigned char*)text; *p; ++p) {
+        if (*p <= 31 || *p == 127 || strchr("\"()*+,/:;<=>?[\\]`{|}", *p))
+            return 1;
+    }
+    return 0;
+}
+
+// Decimal digits only, read as a number in [min, max].
+static int checkDecimalRange(const char* text, long min, long max)
+{
+    if (!*text || strlen(text) > 9 || CheckInt(text))
+        return 1;
+    long v = strtol(text, 0, 10);
+    return (v < min || v > max) ? 1 : 0;
+}
+
+int CheckBitrateRange(const char* text) { return checkDecimalRange(text, 64, 8192); }
+int CheckPortRange(const char* text) { return checkDecimalRange(text, 0, 65535); }
+int CheckTTLRange(const char* text) { return checkDecimalRange(text, 0, 255); }
+
+int CheckSampleRate(const char* text)
+{
+    if (shmWord(VARIANT_CODE) == 11)
+        return (strcmp(text, "8") == 0 || strcmp(text, "16") == 0) ? 0 : 1;
+    return (strcmp(text, "8000") == 0 || strcmp(text, "16000") == 0) ? 0 : 1;
+}
+
+int checkIPv4AddressValid(const char* text)
+{
+    char work[17];
+    strncpy(work, text, 16);
+    work[16] = 0;
+    if (strcmp(work, "255.255.255.255") == 0)
+        return 0;
+    char* part = work;
+    for (int i = 0; i < 4; ++i) {
+        if (!part)
+            return 0;
+        char* dot = strchr(part, '.');
+        if (dot)
+            *dot = 0;
+        // A part that is no number reads as 0 and passes, as it always has.
+        if (strtoul(part, 0, 10) > 255)
+            return 0;
+        part = dot ? dot + 1 : 0;
+    }
+    return 1;
+}
+
+int CheckH264Profile(const char*) { return 0; }
+int CheckMPEG4Profile(const char*) { return 0; }
+
+int hasLineBreak(const char* text)
+{
+    for (const char* p = text; *p; ++p)
+        if (*p == '\n' || *p == '\r')
+            return 1;
+    return 0;
+}

@@ -1,0 +1,34 @@
+// Value checkers that setters apply to request values before touching a
+// file: 0 means acceptable, 1 means refuse (checkIPv4AddressValid is the
+// exception and returns 1 for valid).
+#ifndef STATE_CHECKERS_H
+#define STATE_CHECKERS_H
+
+int CheckInRange(int value, int min, int max);
+int CheckFloatRange(float value, float min, float max);
+int CheckInt(const char* text);
+int CheckFloat(const char* text);
+int CheckBool(char* text);
+int CheckBool_tolower(char* text);
+int Check_ON_OFF(char* text);
+int Check_ON_OFF_AUTO(char* text);
+int Check_AUTO_MANUAL(char* text);
+int CheckEncoding(const char* text);
+int CheckType(const char* text);
+int CheckTimeout(const char* text);
+int CheckChar(const char* text);
+int CheckChar_including_space(const char* text);
+int CheckPresetname(const char* text);
+int CheckBitrateRange(const char* text);
+int CheckPortRange(const char* text);
+int CheckTTLRange(const char* text);
+int CheckSampleRate(const char* text);
+int checkIPv4AddressValid(const char* text);
+int CheckH264Profile(const char* text);
+int CheckMPEG4Profile(const char* text);
+
+// 1 when the text holds a line feed, a carriage return or any other byte
+// that would break a key=value line.
+int hasLineBreak(const char* text);
+
+#endif

@@ -1,0 +1,253 @@
+// Settings files: the reading pattern, the line reader and safe rewrites.
+#include "state/config.h"
+#include "state/paths.h"
+#include "state/shm.h"
+
+#include <errno.h>
+#include <fcntl.h>
+#include <stdarg.h>
+#include <stdlib.h>
+#include <string.h>
+#include <sys/stat.h>
+#include <termios.h>
+#include <time.h>
+#include <unistd.h>
+
+void sleepMs(int ms)
+{
+    struct timespec ts;
+    ts.tv_sec = ms / 1000;
+    ts.tv_nsec = (long)(ms % 1000) * 1000000L;
+    while (nanosleep(&ts, &ts) != 0 && errno == EINTR) {}
+}
+
+FILE* openSettingsFile(const char* path, const char* macro, const char* func, int waitForFile)
+{
+    if (shmWord(WS_MSG_NUM) != 0)
+        sleepMs(3000);
+    FILE* f;
+    while ((f = fopenRoot(path, "r")) == 0) {
+        if (!waitForFile) {
+            logServiceError(func, "%s missing", macro);
+            return 0;
+        }
+        sleepMs(2000);
+        logServiceError(func, "%s missing", macro);
+        logServiceError(func, "*(G_shared_memory + WS_MSG_NUM)=%d", shmWord(WS_MSG_NUM));
+    }
+    sleepMs(500);
+    return f;
+}
+
+char* findONVIFConfigurationFile(FILE* f, const char* fmt, char* dest, int len)
+{
+    char line[512];
+    char value[256];
+    memset(line, 0, sizeof line);
+    memset(value, 0, sizeof value);
+    if (f && fgets(line, sizeof line, f)) {
+        // Scan with a width the value area can hold, whatever the format says.
+        const char* conv = strchr(fmt, '%');
+        if (conv) {
+            size_t keyLen = (size_t)(conv - fmt);
+            if (strncmp(line, fmt, keyLen) == 0) {
+                const char* v = line + keyLen;
+                int rest = strncmp(conv, "%[^\n]", 5) == 0;
+                size_t i = 0;
+                if (!rest)
+                    while (*v == ' ' || *v == '\t') ++v;
+                while (v[i] && v[i] != '\n' && i < sizeof value - 1 &&
+                       (rest || (v[i] != ' ' && v[i] != '\t' && v[i] != '\r')))
+                    { value[i] = v[i]; ++i; }
+            }
+        }
+    }
+    if (len > 0) {
+        strncpy(dest, value, (size_t)len);
+        dest[len - 1] = 0;
+    }
+    return dest;
+}
+
+int scanSettingLine(const char* line, const char* key, char* dest, int len, int restOfLine)
+{
+    const char* at = strstr(line, key);
+    if (!at || len <= 0)
+        return 0;
+    const char* v = at + strlen(key);
+    int i = 0;
+    if (!restOfLine)
+        while (*v == ' ' || *v == '\t') ++v;
+    while (v[i] && v[i] != '\n' && i < len - 1 &&
+           (restOfLine || (v[i] != ' ' && v[i] != '\t' && v[i] != '\r'))) {
+        dest[i] = v[i];
+        ++i;
+    }
+    dest[i] = 0;
+    return 1;
+}
+
+static int syncAndClose(FILE* f)
+{
+    int bad = fflush(f) != 0;
+    if (fsync(fileno(f)) != 0 && (errno == EINVAL || errno == ENOTSUP))
+        fdatasync(fileno(f));
+    bad |= fclose(f) != 0;
+    return bad ? -1 : 0;
+}
+
+// Opens a temporary file beside target; name receives its path.
+static FILE* openWorkCopy(const char* target, char* name, size_t n, mode_t mode)
+{
+    if ((size_t)snprintf(name, n, "%s.XXXXXX", target) >= n)
+        return 0;
+    int fd = mkstemp(name);
+    if (fd < 0)
+        return 0;
+    fchmod(fd, mode);
+    FILE* f = fdopen(fd, "w");
+    if (!f) {
+        close(fd);
+        unlink(name);
+    }
+    return f;
+}
+
+static int commitWorkCopy(FILE* work, const char* name, const char* target)
+{
+    if (syncAndClose(work) != 0 || rename(name, target) != 0) {
+        unlink(name);
+        return -1;
+    }
+    return 0;
+}
+
+int rewriteFileThroughWorkCopy(const char* path, LineEditor edit, void* ctx)
+{
+    char real[512], workName[600];
+    resolvePath(path, real, sizeof real);
+    FILE* src = fopen(real, "r");
+    if (!src)
+        return -1;
+    struct stat st;
+    mode_t mode = fstat(fileno(src), &st) == 0 ? (st.st_mode & 07777) : 0644;
+    FILE* work = openWorkCopy(real, workName, sizeof workName, mode);
+    if (!work) {
+        fclose(src);
+        return -1;
+    }
+    char line[1024];
+    int continuation = 0;  // the rest of a line longer than the buffer
+    while (fgets(line, sizeof line, src)) {
+        size_t len = strlen(line);
+        int whole = len > 0 && line[len - 1] == '\n';
+        if (continuation || !edit(line, work, ctx))
+            fputs(line, work);
+        continuation = !whole;
+    }
+    fclose(src);
+    edit(0, work, ctx);
+    return commitWorkCopy(work, workName, real);
+}
+
+int replaceFileContent(const char* path, const char* content)
+{
+    char real[512], workName[600];
+    resolvePath(path, real, sizeof real);
+    struct stat st;
+    mode_t mode = stat(real, &st) == 0 ? (st.st_mode & 07777) : 0666;
+    FILE* work = openWorkCopy(real, workName, sizeof workName, mode);
+    if (!work)
+        return -1;
+    fputs(content, work);
+    return commitWorkCopy(work, workName, real);
+}
+
+struct KeyEdit {
+    const char* key;
+    const char* value;
+};
+
+static int replaceKeyLine(const char* line, FILE* out, void* ctx)
+{
+    KeyEdit* e = (KeyEdit*)ctx;
+    if (!line || !strstr(line, e->key))
+        return 0;
+    fputs(e->key, out);
+    fputs(e->value, out);
+    fputc('\n', out);
+    return 1;
+}
+
+int rewriteKeyInFile(const char* path, const char* key, const char* value)
+{
+    KeyEdit e = {key, value};
+    return rewriteFileThroughWorkCopy(path, replaceKeyLine, &e);
+}
+
+int Update_ONVIF_CONF_FILE(const char* key, const char* value)
+{
+    return rewriteKeyInFile(ONVIF_CONF_FILE, key, value);
+}
+
+// Appends one line to a log file by running /bin/echo through the shell, as
+// the camera's other tools expect; the message is single-quoted and line
+// breaks become spaces, so it lands as one line and nothing in it runs.
+static void echoToLog(const char* logPath, const char* fmt, va_list ap)
+{
+    char msg[512];
+    vsnprintf(msg, sizeof msg, fmt, ap);
+    for (char* p = msg; *p; ++p)
+        if (*p == '\n' || *p == '\r')
+            *p = ' ';
+    char quotedMsg[2100], quotedLog[600], cmd[2800];
+    if (!shellQuote(msg, quotedMsg, sizeof quotedMsg) ||
+        !shellQuotedPath(logPath, quotedLog, sizeof quotedLog))
+        return;
+    snprintf(cmd, sizeof cmd, "/bin/echo %s >> %s", quotedMsg, quotedLog);
+    if (system(cmd)) {}
+}
+
+int log_message_to_onvifErrorFile(int flag, const char* fmt, ...)
+{
+    if (flag) {
+        va_list ap;
+        va_start(ap, fmt);
+        echoToLog(ONVIF_ERROR_LOG, fmt, ap);
+        va_end(ap);
+    }
+    return 1;
+}
+
+int log_message_to_debugFile(int flag, const char* fmt, ...)
+{
+    if (flag) {
+        va_list ap;
+        va_start(ap, fmt);
+        echoToLog(ONVIF_DEBUG_LOG, fmt, ap);
+        va_end(ap);
+    }
+    return 1;
+}
+
+void logServiceError(const char* func, const char* fmt, ...)
+{
+    char msg[512];
+    va_list ap;
+    va_start(ap, fmt);
+    vsnprintf(msg, sizeof msg, fmt, ap);
+    va_end(ap);
+    log_message_to_onvifErrorFile(1, "onvifService:%s:%s", func, msg);
+}
+
+int getch()
+{
+    struct termios oldt, newt;
+    tcgetattr(STDIN_FILENO, &oldt);
+    newt = oldt;
+    newt.c_lflag &= ~(tcflag_t)(ICANON | ECHO);
+    tcsetattr(STDIN_FILENO, TCSANOW, &newt);
+    int c = getchar();
+    tcsetattr(STDIN_FILENO, TCSANOW, &oldt);
+    return c;
+}

@@ -1,0 +1,64 @@
+// Key=value settings files: the reading pattern every handler follows, the
+// line reader, the one rewrite through a work copy, and the error log.
+#ifndef STATE_CONFIG_H
+#define STATE_CONFIG_H
+
+#include <stdio.h>
+
+#define ONVIF_CONF_FILE "/tmp/onvif/onvif.conf"
+#define ONVIF_CONF_WORK_FILE "/tmp/onvif/tmp/onvif.conf"
+#define ONVIF_LODING_PROFILE_FILE "/tmp/onvif/Profiles.conf"
+#define ONVIF_ERROR_LOG "/tmp/onvif_error"
+#define ONVIF_DEBUG_LOG "/usr/apache/htdocs/onvif/debug"
+
+// Opens a settings file for reading the way every reader does: waits 3 s
+// while another process is rewriting the files (WS_MSG_NUM), and pauses half
+// a second after the open. A missing file is logged as "<macro> missing" under
+// func; with waitForFile it is retried every 2 s until it appears, otherwise
+// the result is 0.
+FILE* openSettingsFile(const char* path, const char* macro, const char* func, int waitForFile);
+
+// Reads the next line of f and scans it with fmt (one %s-like conversion);
+// a line that does not match gives an empty text. Returns dest.
+char* findONVIFConfigurationFile(FILE* f, const char* fmt, char* dest, int len);
+
+// Scans "key=value" for the given key (with its '='): one word, or the rest
+// of the line with restOfLine. Returns 1 when the line holds the key.
+int scanSettingLine(const char* line, const char* key, char* dest, int len, int restOfLine);
+
+// Called for each line of a file being rewritten (line keeps its '\n').
+// Write the replacement into out and return 1, or return 0 to keep the line
+// as it is. Called once more with line == 0 at the end, to append.
+typedef int (*LineEditor)(const char* line, FILE* out, void* ctx);
+
+// Rewrites a file through a work copy in its own directory, flushed to
+// storage and renamed over the file, so a concurrent reader sees the old or
+// the new file, never half of one. Returns 0, or -1 when the file is missing
+// or the copy cannot be made (the file is then unchanged).
+int rewriteFileThroughWorkCopy(const char* path, LineEditor edit, void* ctx);
+
+// Replaces the whole content of a file the same safe way (creates it if needed).
+int replaceFileContent(const char* path, const char* content);
+
+// Replaces every line of path that contains key (with its '=') by key+value.
+int rewriteKeyInFile(const char* path, const char* key, const char* value);
+
+// rewriteKeyInFile on ONVIF_CONF_FILE.
+int Update_ONVIF_CONF_FILE(const char* key, const char* value);
+
+// Loggers: one line appended to the error (debug) log through /bin/echo,
+// with the message quoted so that nothing in it is ever run.
+int log_message_to_onvifErrorFile(int flag, const char* fmt, ...)
+    __attribute__((format(printf, 2, 3)));
+int log_message_to_debugFile(int flag, const char* fmt, ...)
+    __attribute__((format(printf, 2, 3)));
+// "onvifService:<func>:<message>" to the error log.
+void logServiceError(const char* func, const char* fmt, ...)
+    __attribute__((format(printf, 2, 3)));
+
+// Sleeps for the given milliseconds.
+void sleepMs(int ms);
+
+int getch();
+
+#endif

@@ -1,0 +1,62 @@
+// Path resolution under ONVIF_ROOT and shell quoting.
+#include "state/paths.h"
+
+#include <stdlib.h>
+#include <string.h>
+
+const char* resolvePath(const char* path, char* out, size_t n)
+{
+    const char* root = getenv("ONVIF_ROOT");
+    if (root && *root && path[0] == '/')
+        snprintf(out, n, "%s%s", root, path);
+    else
+        snprintf(out, n, "%s", path);
+    return out;
+}
+
+FILE* fopenRoot(const char* path, const char* mode)
+{
+    char real[512];
+    return fopen(resolvePath(path, real, sizeof real), mode);
+}
+
+int shellQuote(const char* text, char* out, size_t n)
+{
+    size_t o = 0;
+    if (n < 3)
+        return 0;
+    out[o++] = '\'';
+    for (const char* p = text; *p; ++p) {
+        if (*p == '\'') {
+            if (o + 4 >= n) { out[0] = 0; return 0; }
+            memcpy(out + o, "'\\''", 4);
+            o += 4;
+        } else {
+            if (o + 1 >= n) { out[0] = 0; return 0; }
+            out[o++] = *p;
+        }
+    }
+    if (o + 2 > n) { out[0] = 0; return 0; }
+    out[o++] = '\'';
+    out[o] = 0;
+    return 1;
+}
+
+int shellQuotedPath(const char* path, char* out, size_t n)
+{
+    char real[512];
+    return shellQuote(resolvePath(path, real, sizeof real), out, n);
+}
+
+int isSafeFileToken(const char* token)
+{
+    if (!token || !*token || strstr(token, ".."))
+        return 0;
+    for (const char* p = token; *p; ++p) {
+        char c = *p;
+        if (!((c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') ||
+              c == '-' || c == '_' || c == '.'))
+            return 0;
+    }
+    return strcmp(token, ".") != 0;
+}

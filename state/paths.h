@@ -1,0 +1,27 @@
+// Where the program's absolute paths really are (ONVIF_ROOT for the simulated
+// camera and tests), and quoting of text that goes into shell commands.
+#ifndef STATE_PATHS_H
+#define STATE_PATHS_H
+
+#include <stddef.h>
+#include <stdio.h>
+
+// Writes the real location of an absolute path into out (ONVIF_ROOT + path
+// when the variable is set and non-empty, else the path itself).
+const char* resolvePath(const char* path, char* out, size_t n);
+
+// fopen() on the resolved path.
+FILE* fopenRoot(const char* path, const char* mode);
+
+// Writes text between single quotes so that a POSIX shell takes it as one
+// literal word whatever it holds. Returns 0 when out is too small.
+int shellQuote(const char* text, char* out, size_t n);
+
+// The resolved path, quoted for a shell command.
+int shellQuotedPath(const char* path, char* out, size_t n);
+
+// A token from a request may name a file only if it is made of letters,
+// digits, '-', '_' and '.', is not "." or "..", and holds no "..".
+int isSafeFileToken(const char* token);
+
+#endif

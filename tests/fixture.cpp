@@ -1,0 +1,154 @@
+// The end-to-end fixture: one camera root and segment per test.
+#include "tests/fixture.h"
+
+#include <fcntl.h>
+#include <spawn.h>
+#include <stdlib.h>
+#include <string.h>
+#include <sys/ipc.h>
+#include <sys/shm.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+#include <fstream>
+#include <sstream>
+#include <vector>
+
+extern char** environ;
+
+std::string slurp(const std::string& file)
+{
+    std::ifstream in(file, std::ios::binary);
+    std::stringstream s;
+    s << in.rdbuf();
+    return s.str();
+}
+
+void shell(const std::string& cmd)
+{
+    int rc = system(cmd.c_str());
+    ASSERT_EQ(rc, 0) << cmd;
+}
+
+static const char* CAMERA_PROGRAMS[] = {
+    "admin/param.cgi", "date.cgi", "io/output.cgi", "com/ptz.cgi", "com/ptzconfig.cgi", "h264/restart_stream.cgi",
+};
+
+void CameraTest::SetUp()
+{
+    char tmpl[] = "/tmp/onvif-test-XXXXXX";
+    ASSERT_NE(mkdtemp(tmpl), nullptr);
+    root = tmpl;
+    std::string src = ONVIF_SOURCE_DIR;
+    shell("cp -a '" + src + "/factory/.' '" + root + "/'");
+    std::string stub = src + "/tests/stubs/camera-program";
+    for (const char* dir : {"usr/apache/htdocs/cgi-bin", "usr/apache/htdocs/vantor-cgi"})
+        for (const char* program : CAMERA_PROGRAMS) {
+            std::string target = root + "/" + dir + "/" + program;
+            shell("mkdir -p \"$(dirname '" + target + "')\" && cp '" + stub + "' '" + target + "'");
+        }
+    for (const char* program : {"home/aaaserver/viscaClient", "root/testShareMemClient"}) {
+        std::string target = root + "/" + program;
+        shell("mkdir -p \"$(dirname '" + target + "')\" && cp '" + stub + "' '" + target + "'");
+    }
+    key_t key = ftok((root + "/tmp/ONVIF_SHM/onvif").c_str(), 0);
+    ASSERT_NE(key, (key_t)-1);
+    segmentId = shmget(key, 4096, 0666 | IPC_CREAT | IPC_EXCL);
+    ASSERT_GE(segmentId, 0) << strerror(errno);
+    void* p = shmat(segmentId, nullptr, 0);
+    ASSERT_NE(p, (void*)-1);
+    words = (int*)p;
+    memset(words, 0, 4096);
+    words[1] = 1;  // service ready
+}
+
+void CameraTest::TearDown()
+{
+    if (words)
+        shmdt(words);
+    if (segmentId >= 0)
+        shmctl(segmentId, IPC_RMID, nullptr);
+    if (!root.empty() && root.rfind("/tmp/onvif-test-", 0) == 0 && !getenv("KEEP_TEST_ROOT"))
+        shell("rm -rf '" + root + "'");
+}
+
+CgiResult CameraTest::run(const std::string& body, const std::string& contentLength,
+                          const std::map<std::string, std::string>& extraEnv)
+{
+    std::string in = root + "/request.body", out = root + "/response.out";
+    writeFile("request.body", body);
+    std::vector<std::string> env = {"PATH=/usr/bin:/bin", "ONVIF_ROOT=" + root, "HOST=192.168.0.100"};
+    if (contentLength != "-")
+        env.push_back("CONTENT_LENGTH=" + (contentLength.empty() ? std::to_string(body.size()) : contentLength));
+    for (const char* inherited : {"ASAN_OPTIONS", "UBSAN_OPTIONS"})
+        if (getenv(inherited))
+            env.push_back(std::string(inherited) + "=" + getenv(inherited));
+    for (auto& kv : extraEnv) {
+        for (auto it = env.begin(); it != env.end();)
+            it = it->rfind(kv.first + "=", 0) == 0 ? env.erase(it) : it + 1;
+        if (kv.second != "-")
+            env.push_back(kv.first + "=" + kv.second);
+    }
+    std::vector<char*> envp;
+    for (auto& e : env)
+        envp.push_back(const_cast<char*>(e.c_str()));
+    envp.push_back(nullptr);
+
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_addopen(&actions, 0, in.c_str(), O_RDONLY, 0);
+    posix_spawn_file_actions_addopen(&actions, 1, out.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+    char* argv[] = {const_cast<char*>(ONVIF_SERVICE_BIN), nullptr};
+    pid_t pid;
+    CgiResult r;
+    int rc = posix_spawn(&pid, ONVIF_SERVICE_BIN, &actions, nullptr, argv, envp.data());
+    posix_spawn_file_actions_destroy(&actions);
+    EXPECT_EQ(rc, 0);
+    if (rc != 0)
+        return r;
+    int wstatus = 0;
+    waitpid(pid, &wstatus, 0);
+    EXPECT_TRUE(WIFEXITED(wstatus) && WEXITSTATUS(wstatus) == 0) << "device_service crashed or failed";
+    r.raw = slurp(out);
+    size_t blank = r.raw.find("\r\n\r\n");
+    r.headers = r.raw.substr(0, blank == std::string::npos ? r.raw.size() : blank);
+    r.body = blank == std::string::npos ? "" : r.raw.substr(blank + 4);
+    if (r.raw.rfind("Status: ", 0) == 0)
+        r.status = atoi(r.raw.c_str() + 8);
+    size_t b = r.body.find("<SOAP-ENV:Body>"), e = r.body.rfind("</SOAP-ENV:Body>");
+    if (b != std::string::npos && e != std::string::npos && e >= b + 15)
+        r.envelopeBody = r.body.substr(b + 15, e - b - 15);
+    return r;
+}
+
+std::string CameraTest::soap(const std::string& bodyXml, const std::string& headerXml)
+{
+    std::string s =
+        "<?xml version=\"1.0\" encoding=\"UTF-8\"?>"
+        "<s:Envelope xmlns:s=\"http://www.w3.org/2003/05/soap-envelope\""
+        " xmlns:tds=\"http://www.onvif.org/ver10/device/wsdl\""
+        " xmlns:trt=\"http://www.onvif.org/ver10/media/wsdl\""
+        " xmlns:tptz=\"http://www.onvif.org/ver20/ptz/wsdl\""
+        " xmlns:timg=\"http://www.onvif.org/ver20/imaging/wsdl\""
+        " xmlns:tmd=\"http://www.onvif.org/ver10/deviceIO/wsdl\""
+        " xmlns:tev=\"http://www.onvif.org/ver10/events/wsdl\""
+        " xmlns:wsnt=\"http://docs.oasis-open.org/wsn/b-2\""
+        " xmlns:tt=\"http://www.onvif.org/ver10/schema\">";
+    if (!headerXml.empty())
+        s += "<s:Header>" + headerXml + "</s:Header>";
+    return s + "<s:Body>" + bodyXml + "</s:Body></s:Envelope>";
+}
+
+std::string CameraTest::readFile(const std::string& rel) const { return slurp(path(rel)); }
+
+void CameraTest::writeFile(const std::string& rel, const std::string& content) const
+{
+    std::string p = path(rel);
+    shell("mkdir -p \"$(dirname '" + p + "')\"");
+    std::ofstream o(p, std::ios::binary);
+    o << content;
+}
+
+bool CameraTest::exists(const std::string& rel) const { return access(path(rel).c_str(), F_OK) == 0; }
+
+void CameraTest::removeFile(const std::string& rel) const { unlink(path(rel).c_str()); }

@@ -1,0 +1,54 @@
+// End-to-end test fixture: a fresh camera root from factory/, its own
+// device-state segment, stub camera programs that record their calls, and a
+// runner for the CGI program.
+#ifndef TESTS_FIXTURE_H
+#define TESTS_FIXTURE_H
+
+#include <gtest/gtest.h>
+#include <map>
+#include <string>
+
+struct CgiResult {
+    std::string raw;      // everything the program printed
+    std::string headers;  // the CGI header block, without the blank line
+    std::string body;     // what follows the blank line
+    std::string envelopeBody;  // the text inside SOAP-ENV:Body
+    int status = 0;       // from the Status: line, 0 when none
+};
+
+class CameraTest : public ::testing::Test {
+protected:
+    void SetUp() override;
+    void TearDown() override;
+
+    // Runs device_service with the body; CONTENT_LENGTH is the body's length
+    // unless contentLength is given ("-" leaves the variable out).
+    CgiResult run(const std::string& body, const std::string& contentLength = "",
+                  const std::map<std::string, std::string>& extraEnv = {});
+    // Wraps a body element (and an optional header) into a SOAP 1.2 envelope.
+    static std::string soap(const std::string& bodyXml, const std::string& headerXml = "");
+    // Runs one action: soap(bodyXml).
+    CgiResult call(const std::string& bodyXml) { return run(soap(bodyXml)); }
+
+    std::string path(const std::string& rel) const { return root + "/" + rel; }
+    std::string readFile(const std::string& rel) const;
+    void writeFile(const std::string& rel, const std::string& content) const;
+    bool exists(const std::string& rel) const;
+    void removeFile(const std::string& rel) const;
+    // Lines the stub camera programs recorded, in call order.
+    std::string cameraCalls() const { return readFile("camera_calls.log"); }
+    std::string errorLog() const { return readFile("tmp/onvif_error"); }
+
+    int& word(int n) { return words[n]; }
+
+    std::string root;
+    int* words = nullptr;
+    int segmentId = -1;
+};
+
+// Reads a whole file; empty when missing.
+std::string slurp(const std::string& file);
+// Runs a shell command, failing the test when it fails.
+void shell(const std::string& cmd);
+
+#endif
