@@ -138,16 +138,26 @@ static const DispatchRow dispatchTable[] = {
     {"PullMessages", PullMessages, 0, 0},
 };
 
+int dispatchRow(const char* action)
+{
+    int row = 1;
+    for (const DispatchRow& r : dispatchTable) {
+        if (r.exact ? strcmp(action, r.name) == 0 : strstr(action, r.name) != 0)
+            return row;
+        ++row;
+    }
+    return 0;
+}
+
 void checkXML()
 {
-    const char* action = PrimaryElementName ? PrimaryElementName : "";
-    for (const DispatchRow& row : dispatchTable) {
-        if (row.exact ? strcmp(action, row.name) == 0 : strstr(action, row.name) != 0) {
-            if (row.closesConnection)
-                G_connection_close = 1;
-            row.handler();
-            return;
-        }
+    int row = dispatchRow(PrimaryElementName ? PrimaryElementName : "");
+    if (row == 0) {
+        G_httpAck = 500;
+        return;
     }
-    G_httpAck = 500;
+    const DispatchRow& r = dispatchTable[row - 1];
+    if (r.closesConnection)
+        G_connection_close = 1;
+    r.handler();
 }

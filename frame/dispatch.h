@@ -4,4 +4,7 @@
 
 void checkXML();
 
+// The 1-based row of the dispatch table that serves the action, 0 for none.
+int dispatchRow(const char* action);
+
 #endif

@@ -137,11 +137,15 @@ int rewriteFileThroughWorkCopy(const char* path, LineEditor edit, void* ctx)
         return -1;
     }
     char line[1024];
-    int continuation = 0;  // the rest of a line longer than the buffer
+    // A line longer than the buffer is judged by its first piece; the rest
+    // follows that piece's fate (copied, or dropped with a replaced line).
+    int continuation = 0, replaced = 0;
     while (fgets(line, sizeof line, src)) {
         size_t len = strlen(line);
         int whole = len > 0 && line[len - 1] == '\n';
-        if (continuation || !edit(line, work, ctx))
+        if (!continuation)
+            replaced = edit(line, work, ctx);
+        if (!replaced)
             fputs(line, work);
         continuation = !whole;
     }

@@ -1,0 +1,174 @@
+// The element tables and the matching rules of the search functions.
+#include "frame/frame.h"
+#include "frame/xmlsearch.h"
+#include "state/shm.h"
+
+#include <gtest/gtest.h>
+#include <string.h>
+#include <string>
+#include <tinyxml.h>
+
+namespace {
+
+class Search : public ::testing::Test {
+protected:
+    void parse(const std::string& body, const std::string& header = "")
+    {
+        text = "<s:Envelope xmlns:s=\"http://www.w3.org/2003/05/soap-envelope\">";
+        if (!header.empty())
+            text += "<s:Header>" + header + "</s:Header>";
+        text += "<s:Body>" + body + "</s:Body></s:Envelope>";
+        clearElementTables();
+        doc.Clear();
+        G_myDocument = &doc;
+        parseXML(text.c_str());
+    }
+    void TearDown() override { G_myDocument = nullptr; }
+    TiXmlDocument doc;
+    std::string text;
+};
+
+TEST_F(Search, FlatteningKeepsDocumentOrderLocalNamesAndService)
+{
+    parse("<trt:GetProfile xmlns:trt=\"http://www.onvif.org/ver10/media/wsdl\">"
+          "<trt:ProfileToken>Profile1</trt:ProfileToken><a:b:c>x</a:b:c><Empty/></trt:GetProfile>");
+    EXPECT_EQ(G_httpAck, 200);
+    EXPECT_STREQ(PrimaryElementName, "GetProfile");
+    EXPECT_EQ(G_XML, 1);
+    ASSERT_EQ(G_xmlElementNum, 4);
+    EXPECT_STREQ(ElementBuffer1[1], "ProfileToken");
+    EXPECT_STREQ(ElementBuffer1[2], "b");  // cut at the second colon
+    EXPECT_EQ(ElementBuffer2[3], nullptr);
+    EXPECT_STREQ(ElementBuffer3[0], "trt");
+    EXPECT_EQ(G_xmlElementNum_WSSE, 0);
+
+    parse("<tev:PullMessages/>");
+    EXPECT_EQ(G_XML, 2);
+    parse("<tev:PullMessages xmlns:tev=\"x\"/>");
+    EXPECT_EQ(G_XML, 0);
+    parse("<tev:PullMessages xmlns:tev=\"http://www.onvif.org/ver10/media\"/>");
+    EXPECT_EQ(G_XML, 1);  // the first attribute's value has the last word
+}
+
+TEST_F(Search, HeaderGoesToItsOwnTablesAndMissingBodyIs400)
+{
+    parse("<GetUsers/>", "<Security><UsernameToken><Username>admin</Username></UsernameToken></Security>");
+    EXPECT_STREQ(PrimaryElementName, "GetUsers");
+    EXPECT_EQ(G_xmlElementNum_WSSE, 3);
+    char user[16] = {0};
+    EXPECT_EQ(searchDataInHeader("wsse:Username", user, sizeof user - 1), 1);
+    EXPECT_STREQ(user, "admin");
+
+    clearElementTables();
+    doc.Clear();
+    G_myDocument = &doc;
+    parseXML("<e><s:Header/></e>");
+    EXPECT_EQ(G_httpAck, 400);
+}
+
+TEST_F(Search, ElementSearchMatchingRules)
+{
+    parse("<A><Name>first</Name><x:Name>second</x:Name><tt:Token/><Name>fourth</Name></A>");
+    struct Case { const char* key; int found; const char* text; };
+    for (const Case& c : {Case{"tt:Name", 1, "first"}, Case{"other:Name", 1, "first"}, Case{"Name", 1, "first"},
+                          Case{"ame", 0, "-"}, Case{"Nam", 0, "-"}, Case{"tt:Token", 1, "(null)"},
+                          Case{"Token", 1, "(null)"}, Case{"x:", 0, "-"}}) {
+        char dest[32];
+        memset(dest, 0, sizeof dest);
+        strcpy(dest, "-");
+        EXPECT_EQ(searchDataInElement(c.key, dest, sizeof dest - 1), c.found) << c.key;
+        EXPECT_STREQ(dest, c.text) << c.key;
+    }
+    char small[8];
+    memset(small, 'z', sizeof small);
+    EXPECT_EQ(searchDataInElement("Name", small, 3), 1);
+    EXPECT_EQ(std::string(small, 4), "firz");  // bounded, not terminated when the text is as long
+    char dest[32] = {0};
+    EXPECT_EQ(searchDataInElement_Continuous("Name", dest, sizeof dest - 1, 2), 1);
+    EXPECT_STREQ(dest, "second");
+    EXPECT_EQ(searchDataInElement_Continuous("Name", dest, sizeof dest - 1, 3), 1);
+    EXPECT_STREQ(dest, "fourth");
+    EXPECT_EQ(searchDataInElement_Continuous("Name", dest, sizeof dest - 1, 5), 0);
+    EXPECT_EQ(searchDataInElement(std::string(132, 'N').c_str(), dest, 4), 0);
+
+    EXPECT_EQ(searchDataInElementOnly("Name"), 1);
+    EXPECT_EQ(searchDataInElementOnly("tt:Name"), 0);  // exact names only
+    EXPECT_EQ(searchDataInElementAfterStrOnly("x:Name", "Token"), 1);
+    EXPECT_EQ(searchDataInElementAfterStrOnly("Token", "tt:A"), 0);
+}
+
+TEST_F(Search, ElementAfterAnchorNeedsPrefixedKeys)
+{
+    parse("<A><VideoEncoder><Name>enc</Name></VideoEncoder><AudioEncoder><Name/></AudioEncoder></A>");
+    char dest[32] = {0};
+    EXPECT_EQ(searchElementAfterStrInElement("tt:AudioEnc", "tt:Name", dest, sizeof dest - 1), 1);
+    EXPECT_STREQ(dest, "(null)");
+    memset(dest, 0, sizeof dest);
+    EXPECT_EQ(searchElementAfterStrInElement("tt:Video", "tt:Name", dest, sizeof dest - 1), 1);
+    EXPECT_STREQ(dest, "enc");
+    EXPECT_EQ(searchElementAfterStrInElement("Video", "tt:Name", dest, sizeof dest - 1), 0);
+    EXPECT_EQ(searchElementAfterStrInElement("tt:Video", "Name", dest, sizeof dest - 1), 0);
+}
+
+TEST_F(Search, AttributeSearchMatchingRules)
+{
+    parse("<A><B token=\"one\"/><C tt:token=\"two\"/><D token=\"three\" kind=\"Profile1\" x=\"y\"/>"
+          "<E token=\"four\"/></A>");
+    char dest[32] = {0};
+    EXPECT_EQ(searchAttriInElement("tt:token", dest, sizeof dest - 1), 1);
+    EXPECT_STREQ(dest, "one");
+    struct Case { int n; const char* text; };
+    for (const Case& c : {Case{0, "one"}, Case{1, "one"}, Case{2, "two"}, Case{4, "four"}}) {
+        memset(dest, 0, sizeof dest);
+        EXPECT_EQ(searchAttriInElementContinous("token", dest, sizeof dest - 1, c.n), 1) << c.n;
+        EXPECT_STREQ(dest, c.text) << c.n;
+    }
+    EXPECT_EQ(searchAttriInElementContinous("token", dest, sizeof dest - 1, 5), 0);
+    EXPECT_EQ(searchAttriInElementContinous("tt:token", dest, sizeof dest - 1, 1), 0);
+
+    memset(dest, 0, sizeof dest);
+    EXPECT_EQ(searchAttriInElementTemp("tt:token", dest, sizeof dest - 1), 1);
+    EXPECT_STREQ(dest, "one");  // matched by the part after the colon: taken
+    memset(dest, 0, sizeof dest);
+    EXPECT_EQ(searchAttriInElementTemp("token", dest, sizeof dest - 1), 1);
+    EXPECT_STREQ(dest, "two");  // a whole-key match hands over to the next one
+
+    memset(dest, 0, sizeof dest);
+    EXPECT_EQ(searchAttriAfterStrInElement("Profile1", "x", dest, sizeof dest - 1), 1);
+    EXPECT_STREQ(dest, "y");
+    EXPECT_EQ(searchAttriAfterStrInElement("Profile1", "token", dest, sizeof dest - 1), 1);
+    EXPECT_STREQ(dest, "four");
+}
+
+TEST_F(Search, TablesStopAtSixtyFourRows)
+{
+    std::string body = "<A>";
+    for (int i = 0; i < 100; ++i)
+        body += "<I n=\"" + std::to_string(i) + "\">" + std::to_string(i) + "</I>";
+    parse(body + "<Last>end</Last></A>");
+    EXPECT_EQ(G_xmlElementNum, 64);
+    EXPECT_EQ(G_xmlAttributeNum, 64);
+    char dest[16] = {0};
+    EXPECT_EQ(searchDataInElement("Last", dest, sizeof dest - 1), 0);
+    EXPECT_EQ(searchAttriInElementContinous("n", dest, sizeof dest - 1, 64), 1);
+    EXPECT_STREQ(dest, "63");
+}
+
+TEST_F(Search, EventIndexIsTakenFromTheHeaderToOnlyForItsVariants)
+{
+    int words[1024] = {0};
+    G_shared_memory = words;
+    const std::string to = "<wsa:To>http://10.0.0.2/onvif/device_service?Idx=3 x</wsa:To>";
+    words[2] = 32;
+    parse("<PullMessages/>", to);
+    EXPECT_STREQ(G_event_service, "3");
+    words[2] = 34;
+    parse("<PullMessages/>", "<To>http://h/onvif/device_service?Idx=123456789012</To>");
+    EXPECT_STREQ(G_event_service, "1234567");  // bounded by its size
+    words[2] = 1;
+    parse("<PullMessages/>", to);
+    EXPECT_STREQ(G_event_service, "");
+    G_shared_memory = nullptr;
+}
+
+}  // namespace
