@@ -41,7 +41,7 @@ void CameraTest::SetUp()
     root = tmpl;
     std::string src = ONVIF_SOURCE_DIR;
     shell("cp -a '" + src + "/factory/.' '" + root + "/'");
-    std::string stub = src + "/tests/stubs/camera-program";
+    std::string stub = src + "/tools/sim/camera-program";
     for (const char* dir : {"usr/apache/htdocs/cgi-bin", "usr/apache/htdocs/vantor-cgi"})
         for (const char* program : CAMERA_PROGRAMS) {
             std::string target = root + "/" + dir + "/" + program;

@@ -1,0 +1,55 @@
+#!/bin/sh
+# Starts the simulated camera: a fresh camera root from factory/ under
+# build/camera-root, its device-state segment with the words of a typical
+# camera, and lighttpd on 127.0.0.1:8080 running device_service as the CGI
+# program of POST /onvif/device_service. Runs in the foreground; Ctrl-C stops
+# it and removes the segment.
+set -eu
+cd "$(dirname "$0")/.."
+top=$(pwd)
+[ -n "${SKIP_SETUP:-}" ] || tools/setup.sh
+
+root="${CAMERA_ROOT:-$top/build/camera-root}"
+port="${ONVIF_PORT:-8080}"
+rm -rf "$root"
+mkdir -p "$root"
+cp -a factory/. "$root/"
+for program in admin/param.cgi date.cgi io/output.cgi com/ptz.cgi com/ptzconfig.cgi h264/restart_stream.cgi; do
+    for dir in cgi-bin vantor-cgi; do
+        mkdir -p "$(dirname "$root/usr/apache/htdocs/$dir/$program")"
+        cp tools/sim/camera-program "$root/usr/apache/htdocs/$dir/$program"
+    done
+done
+for program in home/aaaserver/viscaClient root/testShareMemClient; do
+    mkdir -p "$(dirname "$root/$program")"
+    cp tools/sim/camera-program "$root/$program"
+done
+
+export ONVIF_ROOT="$root"
+shm="$top/build/onvif-shm"
+"$shm" create >/dev/null
+cleanup() {
+    trap - INT TERM EXIT
+    [ -n "${server:-}" ] && kill "$server" 2>/dev/null || true
+    "$shm" remove || true
+    echo "simulated camera stopped"
+}
+trap cleanup INT TERM EXIT
+# The words of a typical camera; see README.md for their meaning.
+"$shm" set $(grep -v '^#' tools/sim/camera-words | tr '\n' ' ')
+
+mkdir -p "$root/www"
+cat > "$root/lighttpd.conf" <<CONF
+server.modules = ("mod_alias", "mod_cgi", "mod_setenv")
+server.bind = "127.0.0.1"
+server.port = $port
+server.document-root = "$root/www"
+server.errorlog = "$root/lighttpd-error.log"
+alias.url = ("/onvif/device_service" => "$top/build/device_service")
+cgi.assign = ("/device_service" => "")
+setenv.add-environment = ("ONVIF_ROOT" => "$root")
+CONF
+echo "simulated camera: http://127.0.0.1:$port/onvif/device_service (root $root)"
+lighttpd -D -f "$root/lighttpd.conf" &
+server=$!
+wait "$server"
