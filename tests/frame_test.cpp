@@ -2,6 +2,7 @@
 // the device information answers.
 #include "tests/fixture.h"
 
+#include <sys/shm.h>
 #include <tinyxml.h>
 
 using Frame = CameraTest;
@@ -113,4 +114,23 @@ TEST_F(Frame, BodiesThatAreLargeOrMalformedAreAnsweredWithoutACrash)
         CgiResult r = run(c.body);
         EXPECT_EQ(r.status, c.status) << c.body;
     }
+}
+
+TEST_F(Frame, MissingSegmentIsAServiceThatIsNotReady)
+{
+    shmctl(segmentId, IPC_RMID, nullptr);
+    CgiResult r = call("<tds:GetDeviceInformation/>");
+    EXPECT_EQ(r.status, 400);
+    EXPECT_EQ(r.envelopeBody, "");
+}
+
+TEST_F(Frame, AddressesComeFromTheRootsNetworkFileOnly)
+{
+    writeFile("etc/sysconfig/network.conf", "root.Network.IPAddress=10.1.2.3\n");
+    EXPECT_EQ(call("<tds:GetWsdlUrl/>").envelopeBody,
+              "<tds:GetWsdlUrlResponse><tds:WsdlUrl>http://10.1.2.3/wsdl/onvif/</tds:WsdlUrl></tds:GetWsdlUrlResponse>");
+    // Anything but an address is never printed into the answers.
+    writeFile("etc/sysconfig/network.conf", "root.Network.IPAddress=<x>\n");
+    EXPECT_NE(call("<tds:GetCapabilities/>").envelopeBody.find("http://0.0.0.0/onvif/device_service"),
+              std::string::npos);
 }
