@@ -106,6 +106,19 @@ static void printHeader(const char* action)
     printf("<SOAP-ENV:Header><wsa5:Action>%s</wsa5:Action></SOAP-ENV:Header>", action);
 }
 
+// The event answers that carry topics declare the vendor topic namespaces
+// of the variant; their faults get the plain fault set.
+static void printEventSetByVariant(int ok, int variant, const char* action)
+{
+    if (!ok) {
+        fputs(SET_BASE SET_F1 ">", stdout);
+        return;
+    }
+    fputs(SET_BASE SET_V, stdout);
+    fputs(variant == 32 ? NS_TNSIV NS_TNSAXIS ">" : variant == 34 ? ">" : NS_TNSAVG ">", stdout);
+    printHeader(action);
+}
+
 void SoapEnvStart()
 {
     const char* name = PrimaryElementName ? PrimaryElementName : "";
@@ -116,13 +129,7 @@ void SoapEnvStart()
         fputs(ok ? SET_BASE SET_E1 ">" : SET_BASE SET_F2 ">", stdout);
         if (ok) printHeader(EVENTS_WSDL "EventPortType/CreatePullPointSubscriptionResponse");
     } else if (strstr(name, "GetEventProperties")) {
-        if (ok) {
-            fputs(SET_BASE SET_V, stdout);
-            fputs(variant == 32 ? NS_TNSIV NS_TNSAXIS ">" : variant == 34 ? ">" : NS_TNSAVG ">", stdout);
-            printHeader(EVENTS_WSDL "EventPortType/GetEventPropertiesResponse");
-        } else {
-            fputs(SET_BASE SET_F1 ">", stdout);
-        }
+        printEventSetByVariant(ok, variant, EVENTS_WSDL "EventPortType/GetEventPropertiesResponse");
     } else if (strstr(name, "Subscribe")) {
         fputs(ok ? SET_BASE SET_E1 ">" : SET_BASE SET_F2 ">", stdout);
         if (ok) {
@@ -139,13 +146,7 @@ void SoapEnvStart()
         fputs(ok ? SET_BASE SET_E1 ">" : SET_BASE SET_F1 ">", stdout);
         if (ok) printHeader(BW2 "SubscriptionManager/RenewResponse");
     } else if (strstr(name, "PullMessages")) {
-        if (ok) {
-            fputs(SET_BASE SET_V, stdout);
-            fputs(variant == 32 ? NS_TNSIV NS_TNSAXIS ">" : variant == 34 ? ">" : NS_TNSAVG ">", stdout);
-            printHeader(EVENTS_WSDL "PullPointSubscription/PullMessagesResponse");
-        } else {
-            fputs(SET_BASE SET_F1 ">", stdout);
-        }
+        printEventSetByVariant(ok, variant, EVENTS_WSDL "PullPointSubscription/PullMessagesResponse");
     } else if (strstr(name, "GetServiceCapabilities")) {
         fputs(ok ? SET_BASE SET_E2 ">" : SET_BASE SET_F1 ">", stdout);
         if (ok) printHeader(EVENTS_WSDL "EventPortType/GetServiceCapabilitiesResponse");
