@@ -3,24 +3,16 @@
 #include "frame/frame.h"
 #include "frame/handlers.h"
 
-void CreateProfile() { actionNotServed(); }
-void GetProfiles() { actionNotServed(); }
-void GetOneProfile() { actionNotServed(); }
-void DeleteProfile() { actionNotServed(); }
 void GetVideoSources() { actionNotServed(); }
 void GetCompatibleVideoSourceConfigurations() { actionNotServed(); }
 void GetVideoSourceConfigurationOptions() { actionNotServed(); }
 void GetVideoSourceConfigurations() { actionNotServed(); }
 void GetVideoSourceConfiguration() { actionNotServed(); }
-void AddVideoSourceConfiguration() { actionNotServed(); }
-void RemoveVideoSourceConfiguration() { actionNotServed(); }
 void SetVideoSourceConfiguration() { actionNotServed(); }
 void GetCompatibleVideoEncoderConfigurations() { actionNotServed(); }
 void GetVideoEncoderConfigurationOptions() { actionNotServed(); }
 void GetVideoEncoderConfigurations() { actionNotServed(); }
 void GetVideoEncoderConfiguration() { actionNotServed(); }
-void AddVideoEncoderConfiguration() { actionNotServed(); }
-void RemoveVideoEncoder() { actionNotServed(); }
 void SetVideoEncoderConfiguration() { actionNotServed(); }
 void GetGuaranteedNumberOfVideoEncoderInstances() { actionNotServed(); }
 void GetAudioSources() { actionNotServed(); }
@@ -28,15 +20,11 @@ void GetCompatibleAudioSource() { actionNotServed(); }
 void GetAudioSourceConfigurationOptions() { actionNotServed(); }
 void GetAudioSourceConfigurations() { actionNotServed(); }
 void GetAudioSourceConfiguration() { actionNotServed(); }
-void AddAudioSourceConfiguration() { actionNotServed(); }
-void RemoveAudioSource() { actionNotServed(); }
 void SetAudioSourceConfiguration() { actionNotServed(); }
 void GetCompatibleAudioEncoder() { actionNotServed(); }
 void GetAudioEncoderConfigurationOptions() { actionNotServed(); }
 void GetAudioEncoderConfigurations() { actionNotServed(); }
 void GetAudioEncoderConfiguration() { actionNotServed(); }
-void AddAudioEncoderConfiguration() { actionNotServed(); }
-void RemoveAudioEncoder() { actionNotServed(); }
 void SetAudioEncoderConfiguration() { actionNotServed(); }
 void GetAudioOutputConfigurations() { actionNotServed(); }
 void GetAudioOutputConfigurationOptions() { actionNotServed(); }
@@ -44,13 +32,6 @@ void SetAudioOutputConfiguration() { actionNotServed(); }
 void GetAudioOutputConfiguration() { actionNotServed(); }
 void GetAudioOutputs() { actionNotServed(); }
 void GetAudioDecoderConfigurationOptions() { actionNotServed(); }
-void GetCompatibleMetadataConfigurations() { actionNotServed(); }
-void GetMetadataConfigurationOptions() { actionNotServed(); }
-void GetMetadataConfigurations() { actionNotServed(); }
-void GetMetadataConfiguration() { actionNotServed(); }
-void AddMetadataConfiguration() { actionNotServed(); }
-void SetMetadataConfiguration() { actionNotServed(); }
-void RemoveMetadataConfiguration() { actionNotServed(); }
 void GetStreamURI() { actionNotServed(); }
 void GetSnapshotURI() { actionNotServed(); }
 void StartMulticastStreaming() { actionNotServed(); }

@@ -87,6 +87,15 @@ int scanSettingLine(const char* line, const char* key, char* dest, int len, int 
     return 1;
 }
 
+void copyLineAsFormatted(const char* line, FILE* out)
+{
+    for (const char* p = line; *p; ++p) {
+        fputc(*p, out);
+        if (p[0] == '%' && p[1] == '%')
+            ++p;
+    }
+}
+
 static int syncAndClose(FILE* f)
 {
     int bad = fflush(f) != 0;

@@ -31,6 +31,10 @@ int scanSettingLine(const char* line, const char* key, char* dest, int len, int 
 // as it is. Called once more with line == 0 at the end, to append.
 typedef int (*LineEditor)(const char* line, FILE* out, void* ctx);
 
+// Copies a line the way the camera's tools pass a line through a formatter
+// with no arguments: "%%" becomes "%", everything else stays as it is.
+void copyLineAsFormatted(const char* line, FILE* out);
+
 // Rewrites a file through a work copy in its own directory, flushed to
 // storage and renamed over the file, so a concurrent reader sees the old or
 // the new file, never half of one. Returns 0, or -1 when the file is missing

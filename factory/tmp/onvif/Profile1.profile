@@ -1,0 +1,9 @@
+Fixed=true
+Name=MainStream
+VideoSource=VideoSrcConfig1
+AudioSource=AudioSrcConfig1
+VideoEncoder=VideoEncoder1
+AudioEncoder=AudioEncoder1
+PTZ=NONE
+VAnalytics=NONE
+Metadata=MetaData1

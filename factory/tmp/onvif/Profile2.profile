@@ -1,0 +1,9 @@
+Fixed=true
+Name=SubStream
+VideoSource=VideoSrcConfig1
+AudioSource=NONE
+VideoEncoder=VideoEncoder2
+AudioEncoder=NONE
+PTZ=NONE
+VAnalytics=NONE
+Metadata=NONE

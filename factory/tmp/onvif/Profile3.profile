@@ -1,0 +1,9 @@
+Fixed=true
+Name=ThirdStream
+VideoSource=VideoSrcConfig1
+AudioSource=NONE
+VideoEncoder=VideoEncoder3
+AudioEncoder=NONE
+PTZ=NONE
+VAnalytics=NONE
+Metadata=NONE

@@ -1,0 +1,9 @@
+Fixed=true
+Name=MJPEGStream
+VideoSource=VideoSrcConfig1
+AudioSource=NONE
+VideoEncoder=VideoEncoder4
+AudioEncoder=NONE
+PTZ=NONE
+VAnalytics=NONE
+Metadata=NONE

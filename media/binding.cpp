@@ -1,0 +1,286 @@
+// Binding a video or audio source, encoder or metadata configuration into a
+// profile and taking it out again, with the use counts kept.
+#include "frame/frame.h"
+#include "frame/handlers.h"
+#include "frame/xmlsearch.h"
+#include "media/profiles.h"
+#include "state/config.h"
+#include "state/paths.h"
+#include "state/shm.h"
+
+#include <stdio.h>
+#include <string.h>
+
+#define STREAM_MODE_WORD 10
+#define MODEL_CODE_WORD 79
+#define MODEL_A5S_SDK310 6
+#define VARIANT_WIDE_2560 9
+
+struct MediaKind {
+    const char* key;          // profile key with its '='
+    const char* suffix;       // configuration file suffix
+    int directory;            // use-count directory selector; -1: no use count
+    const char* listFile;
+    const char* listMacro;
+    const char* noConfigReason;   // adding an unknown configuration
+    const char* noConfigDetail;
+    const char* nothingReason;    // removing from a profile without one
+    const char* nothingDetail;
+};
+
+static const MediaKind VIDEO_SOURCE = {
+    "VideoSource=", ".VSConf", 0, ONVIF_WEB_DIR "VideoSourceConf.conf", "ONVIF_VIDEO_SOURCE_CONF",
+    "VideoSourceConfiguration does not exist",
+    "The VideoSourceConfiguration indicated by the ConfigurationToken does not exist",
+    "There exists no video source configuration in the media profile",
+    "There exists no video source configuration in the media profile"};
+static const MediaKind AUDIO_SOURCE = {
+    "AudioSource=", ".ASConf", 1, ONVIF_WEB_DIR "AudioSourceConf.conf", "ONVIF_AUDIO_SOURCE_CONF",
+    "AudioSourceConfiguration does not exist",
+    "The AudioSourceConfiguration indicated by the ConfigurationToken does not exist",
+    "There exists no Audio source configuration in the media profile",
+    "There exists no Audio source configuration in the media profile"};
+static const MediaKind VIDEO_ENCODER = {
+    "VideoEncoder=", ".VEncoder", 0, ONVIF_WEB_DIR "VideoEncoder.conf", "ONVIF_VIDEO_ENCODER_CONF",
+    "VideoEncoderConfiguration does not exist",
+    "The VideoEncoderConfiguration indicated by the ConfigurationToken does not exist",
+    "No video encoder configuration in the media profile",
+    "There exists no video encoder configuration in the media profile"};
+static const MediaKind AUDIO_ENCODER = {
+    "AudioEncoder=", ".AEncoder", 0, ONVIF_WEB_DIR "AudioEncoder.conf", "ONVIF_AUDIO_ENCODER_CONF",
+    "AudioEncoderConfiguration does not exist",
+    "The AudioEncoderConfiguration indicated by the ConfigurationToken does not exist",
+    "No Audio encoder configuration in the media profile",
+    "There exists no Audio encoder configuration in the media profile"};
+static const MediaKind METADATA = {
+    "Metadata=", ".MetaData", -1, ONVIF_WEB_DIR "MetaData.conf", "ONVIF_METADATA_CONF",
+    "MetadataConfiguration does not exist",
+    "The MetadataConfiguration indicated by the ConfigurationToken does not exist",
+    "There exists no metadata configuration in the media profile.",
+    "There exists no metadata configuration in the media profile."};
+
+static void writeChannelConflictFault(const char* detail)
+{
+    writeSenderFault2("Action", "ConfigurationConflict", "VideoEncoderConfiguration can't be set", detail);
+}
+
+// Use count and encoding of the four channel encoders, for the channel rule.
+struct ChannelState {
+    char useCount[4][16];
+    char encoding[4][16];
+};
+
+static void readChannelState(ChannelState* s)
+{
+    memset(s, 0, sizeof *s);
+    FILE* list = fopenRoot(ONVIF_WEB_DIR "VideoEncoder.conf", "r");
+    if (!list)
+        return;
+    char line[256];
+    while (fgets(line, sizeof line, list)) {
+        line[strcspn(line, "\r\n")] = 0;
+        if (!isSafeFileToken(line))
+            continue;
+        char path[300];
+        snprintf(path, sizeof path, ONVIF_DIR "%s", line);
+        FILE* f = fopenRoot(path, "r");
+        if (!f) {
+            logServiceError("[AddVideoEncoderConfiguration]", "%s missing", line);
+            continue;
+        }
+        int channel = -1;
+        for (int i = 0; i < 4; ++i) {
+            char name[32];
+            snprintf(name, sizeof name, "VideoEncoder%d", i + 1);
+            if (strstr(line, name))
+                channel = i;
+        }
+        char row[256];
+        while (channel >= 0 && fgets(row, sizeof row, f)) {
+            if (strstr(row, "UseCount="))
+                scanSettingLine(row, "UseCount=", s->useCount[channel], 16, 0);
+            if (strstr(row, "Encoding=")) {
+                scanSettingLine(row, "Encoding=", s->encoding[channel], 16, 0);
+                break;
+            }
+        }
+        fclose(f);
+    }
+    fclose(list);
+}
+
+// The camera's four encoder channels share one sensor pipeline: which
+// encoder a channel profile may take depends on the stream mode and on what
+// the lower channels already carry.
+static int channelRuleAllows(const char* profile, const char* config)
+{
+    ChannelState s;
+    readChannelState(&s);
+    int mode = shmWord(STREAM_MODE_WORD);
+    int variant = shmWord(VARIANT_CODE);
+    int uc1 = strcmp(s.useCount[0], "1") == 0, uc2 = strcmp(s.useCount[1], "1") == 0,
+        uc3 = strcmp(s.useCount[2], "1") == 0;
+    int h1 = strcmp(s.encoding[0], "H264") == 0, h2 = strcmp(s.encoding[1], "H264") == 0,
+        h3 = strcmp(s.encoding[2], "H264") == 0;
+    if (strcmp(profile, "Profile1") == 0)
+        return strcmp(config, "VideoEncoder1") == 0;
+    if (strcmp(profile, "Profile2") == 0)
+        return strcmp(config, "VideoEncoder2") == 0 && mode >= 1 && mode <= 8 && mode != 4;
+    if (strcmp(profile, "Profile3") == 0)
+        return variant == VARIANT_WIDE_2560 ||
+               (strcmp(config, "VideoEncoder3") == 0 && uc1 && uc2 &&
+                (mode == 2 || mode == 5 || mode == 6 || mode == 7 || mode == 8 || (mode == 1 && h1 && h2)));
+    if (strcmp(profile, "Profile4") == 0)
+        return variant == VARIANT_WIDE_2560 ||
+               (strcmp(config, "VideoEncoder4") == 0 && uc1 && uc2 && uc3 &&
+                (mode == 5 || mode == 7 || mode == 8 || ((mode == 1 || mode == 2) && h1 && h2 && h3)));
+    return 1;
+}
+
+static void addConfiguration(const MediaKind& kind, const char* handler, const char* response)
+{
+    char profile[PROFILE_TOKEN_MAX + 1], config[PROFILE_TOKEN_MAX + 1], fileName[64], configFile[64];
+    memset(profile, 0, sizeof profile);
+    memset(config, 0, sizeof config);
+    searchDataInElement("trt:ProfileToken", profile, PROFILE_TOKEN_MAX);
+    searchDataInElement("trt:ConfigurationToken", config, PROFILE_TOKEN_MAX);
+    int found = findProfile(profile, fileName, sizeof fileName);
+    if (found == PROFILE_INDEX_MISSING)
+        log_message_to_onvifErrorFile(1, "onvifService:[%s]:ONVIF_LODING_PROFILE_FILE missing", handler);
+    snprintf(configFile, sizeof configFile, "%s%s", config, kind.suffix);
+    int listed = isSafeFileToken(config) && isListedConfiguration(kind.listFile, configFile, handler, kind.listMacro);
+    int allowed = 1;
+    if (&kind == &VIDEO_ENCODER && shmWord(MODEL_CODE_WORD) == MODEL_A5S_SDK310)
+        allowed = channelRuleAllows(profile, config);
+    if (found != PROFILE_FOUND) {
+        writeNoProfileFault();
+        return;
+    }
+    if (!listed) {
+        writeSenderFault2("InvalidArgVal", "NoConfig", kind.noConfigReason, kind.noConfigDetail);
+        return;
+    }
+    if (!allowed) {
+        writeChannelConflictFault("Other configurations of the media profile conflicts with the one to add and "
+                                  "adding it would cause a conflicting media profile.");
+        return;
+    }
+    char old[CONFIG_TOKEN_MAX + 1];
+    if (rewriteProfileField(fileName, kind.key, config, old, sizeof old) != 0) {
+        log_message_to_onvifErrorFile(1, "onvifService:[%s]:%s missing", handler, fileName);
+    } else if (kind.directory >= 0) {
+        if (old[0] && strcmp(old, "NONE") != 0) {
+            char oldFile[64];
+            snprintf(oldFile, sizeof oldFile, "%s%s", old, kind.suffix);
+            minusOneToUseCount(oldFile, kind.directory);
+        }
+        addOneToUseCount(configFile, kind.directory);
+    }
+    setResponse("%s", response);
+}
+
+static void removeConfiguration(const MediaKind& kind, const char* handler, const char* response)
+{
+    char profile[PROFILE_TOKEN_MAX + 1], fileName[64];
+    memset(profile, 0, sizeof profile);
+    searchDataInElement("trt:ProfileToken", profile, PROFILE_TOKEN_MAX);
+    int found = findProfile(profile, fileName, sizeof fileName);
+    if (found == PROFILE_INDEX_MISSING)
+        log_message_to_onvifErrorFile(1, "onvifService:[%s]:ONVIF_LODING_PROFILE_FILE missing", handler);
+    if (found != PROFILE_FOUND) {
+        if (&kind == &METADATA)
+            writeSenderFault2("InvalidArgVal", "NoProfile", "The requested profile token ProfileToken does not exist.",
+                              "The requested profile token ProfileToken does not exist.");
+        else
+            writeNoProfileFault();
+        return;
+    }
+    char old[CONFIG_TOKEN_MAX + 1];
+    if (rewriteProfileField(fileName, kind.key, "NONE", old, sizeof old) != 0) {
+        log_message_to_onvifErrorFile(1, "%s:[%s]:%s missing",
+                                      &kind == &VIDEO_ENCODER && shmWord(MODEL_CODE_WORD) == MODEL_A5S_SDK310
+                                          ? "DeviceService" : "onvifService", handler, fileName);
+        setResponse("%s", response);
+        return;
+    }
+    if (!old[0] || strcmp(old, "NONE") == 0) {
+        writeSenderFault2("InvalidArgVal", "NoConfig", kind.nothingReason, kind.nothingDetail);
+        return;
+    }
+    if (kind.directory >= 0) {
+        char oldFile[64];
+        snprintf(oldFile, sizeof oldFile, "%s%s", old, kind.suffix);
+        minusOneToUseCount(oldFile, kind.directory);
+    }
+    setResponse("%s", response);
+}
+
+void AddVideoSourceConfiguration()
+{
+    addConfiguration(VIDEO_SOURCE, "AddVideoSourceConfiguration",
+                     "<trt:AddVideoSourceConfigurationResponse></trt:AddVideoSourceConfigurationResponse>");
+}
+
+void AddAudioSourceConfiguration()
+{
+    addConfiguration(AUDIO_SOURCE, "AddAudioSourceConfiguration",
+                     "<trt:AddAudioSourceConfigurationResponse></trt:AddAudioSourceConfigurationResponse>");
+}
+
+void AddVideoEncoderConfiguration()
+{
+    addConfiguration(VIDEO_ENCODER, "AddVideoEncoderConfiguration",
+                     "<trt:AddVideoEncoderConfigurationResponse></trt:AddVideoEncoderConfigurationResponse>");
+}
+
+void AddAudioEncoderConfiguration()
+{
+    addConfiguration(AUDIO_ENCODER, "AddAudioEncoderConfiguration",
+                     "<trt:AddAudioEncoderConfigurationResponse></trt:AddAudioEncoderConfigurationResponse>");
+}
+
+void AddMetadataConfiguration()
+{
+    addConfiguration(METADATA, "AddMetadataConfiguration",
+                     "<trt:AddMetadataConfigurationResponse></trt:AddMetadataConfigurationResponse>");
+}
+
+void RemoveVideoSourceConfiguration()
+{
+    removeConfiguration(VIDEO_SOURCE, "RemoveVideoSourceConfiguration",
+                        "<trt:RemoveVideoSourceConfigurationResponse></trt:RemoveVideoSourceConfigurationResponse>");
+}
+
+void RemoveAudioSource()
+{
+    removeConfiguration(AUDIO_SOURCE, "RemoveAudioSource",
+                        "<trt:RemoveAudioSourceConfigurationResponse></trt:RemoveAudioSourceConfigurationResponse>");
+}
+
+void RemoveVideoEncoder()
+{
+    char profile[PROFILE_TOKEN_MAX + 1];
+    memset(profile, 0, sizeof profile);
+    searchDataInElement("trt:ProfileToken", profile, PROFILE_TOKEN_MAX);
+    // The first channel carries the main stream the others are derived from:
+    // on this platform its encoder stays.
+    if (shmWord(MODEL_CODE_WORD) == MODEL_A5S_SDK310 && strcmp(profile, "Profile1") == 0) {
+        writeChannelConflictFault("Other configurations of the media profile are dependant on the "
+                                  "VideoEncoderConfiguration and removing it would cause a conflicting media profile.");
+        return;
+    }
+    removeConfiguration(VIDEO_ENCODER, "RemoveVideoEncoder",
+                        "<trt:RemoveVideoEncoderConfigurationResponse></trt:RemoveVideoEncoderConfigurationResponse>");
+}
+
+void RemoveAudioEncoder()
+{
+    removeConfiguration(AUDIO_ENCODER, "RemoveAudioEncoder",
+                        "<trt:RemoveAudioEncoderConfigurationResponse></trt:RemoveAudioEncoderConfigurationResponse>");
+}
+
+void RemoveMetadataConfiguration()
+{
+    removeConfiguration(METADATA, "RemoveMetadataConfiguration",
+                        "<trt:RemoveMetadataConfigurationResponse></trt:RemoveMetadataConfigurationResponse>");
+}

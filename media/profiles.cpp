@@ -1,0 +1,164 @@
+// The profile index, profile files, configuration lists and use counts.
+#include "media/profiles.h"
+#include "frame/frame.h"
+#include "state/config.h"
+#include "state/paths.h"
+
+#include <stdlib.h>
+#include <string.h>
+
+// Debug lines of the binding steps; the camera builds keep them off.
+#define MEDIA_DEBUG 0
+
+int findProfile(const char* token, char* fileName, size_t n)
+{
+    if (strlen(token) > PROFILE_TOKEN_MAX || !isSafeFileToken(token))
+        return PROFILE_NOT_FOUND;
+    char wanted[PROFILE_TOKEN_MAX + 16];
+    snprintf(wanted, sizeof wanted, "%s.profile", token);
+    FILE* f = fopenRoot(ONVIF_LODING_PROFILE_FILE, "r");
+    if (!f)
+        return PROFILE_INDEX_MISSING;
+    char line[256], name[256];
+    int found = PROFILE_NOT_FOUND;
+    while (fgets(line, sizeof line, f)) {
+        if (scanSettingLine(line, "profile filename=", name, sizeof name, 0) && strcmp(name, wanted) == 0) {
+            found = PROFILE_FOUND;
+            break;
+        }
+    }
+    fclose(f);
+    if (found)
+        snprintf(fileName, n, "%s", wanted);
+    return found;
+}
+
+FILE* openProfileFile(const char* fileName)
+{
+    char path[300];
+    snprintf(path, sizeof path, ONVIF_DIR "%s", fileName);
+    return fopenRoot(path, "r");
+}
+
+int readProfileField(const char* fileName, const char* key, char* out, size_t n)
+{
+    FILE* f = openProfileFile(fileName);
+    if (!f)
+        return 0;
+    char line[256];
+    int found = 0;
+    while (!found && fgets(line, sizeof line, f))
+        found = strncmp(line, key, strlen(key)) == 0 && scanSettingLine(line, key, out, (int)n, 0);
+    fclose(f);
+    return found;
+}
+
+struct FieldEdit {
+    const char* key;
+    const char* value;
+    char* oldValue;
+    size_t oldSize;
+};
+
+static int replaceField(const char* line, FILE* out, void* ctx)
+{
+    FieldEdit* e = (FieldEdit*)ctx;
+    if (!line || strncmp(line, e->key, strlen(e->key)) != 0)
+        return 0;
+    if (e->oldValue)
+        scanSettingLine(line, e->key, e->oldValue, (int)e->oldSize, 0);
+    fprintf(out, "%s%s\n", e->key, e->value);
+    return 1;
+}
+
+int rewriteProfileField(const char* fileName, const char* key, const char* value, char* oldValue, size_t n)
+{
+    char path[300];
+    snprintf(path, sizeof path, ONVIF_DIR "%s", fileName);
+    if (oldValue && n)
+        oldValue[0] = 0;
+    FieldEdit e = {key, value, oldValue, n};
+    return rewriteFileThroughWorkCopy(path, replaceField, &e);
+}
+
+int isListedConfiguration(const char* listFile, const char* fileName, const char* func, const char* listMacro)
+{
+    FILE* f = fopenRoot(listFile, "r");
+    if (!f) {
+        log_message_to_onvifErrorFile(1, "onvifService:[%s]:%s missing", func, listMacro);
+        return 0;
+    }
+    char line[256];
+    int listed = 0;
+    while (!listed && fgets(line, sizeof line, f)) {
+        line[strcspn(line, "\r\n")] = 0;
+        listed = strcmp(line, fileName) == 0;
+    }
+    fclose(f);
+    return listed;
+}
+
+struct CountEdit {
+    int step;
+};
+
+static int stepUseCount(const char* line, FILE* out, void* ctx)
+{
+    if (!line)
+        return 0;
+    if (strstr(line, "UseCount=")) {
+        char value[64] = "";
+        scanSettingLine(line, "UseCount=", value, sizeof value, 0);
+        fprintf(out, "UseCount=%d\n", atoi(value) + ((CountEdit*)ctx)->step);
+    } else {
+        copyLineAsFormatted(line, out);
+    }
+    return 1;
+}
+
+int Update_UseCount_withOneStep(const char* config_name, int add_or_minus, int directory)
+{
+    char path[300];
+    snprintf(path, sizeof path, "%s%s", directory == 0 ? ONVIF_DIR : ONVIF_WEB_DIR, config_name);
+    log_message_to_debugFile(MEDIA_DEBUG, "[Update_UseCount_withOneStep]config_name=%s", path);
+    log_message_to_debugFile(MEDIA_DEBUG, "[Update_UseCount_withOneStep]add_or_minus=%d", add_or_minus);
+    // A token that could lead out of the directory has no file of its own.
+    char token[CONFIG_TOKEN_MAX + 16];
+    snprintf(token, sizeof token, "%s", config_name);
+    CountEdit e = {add_or_minus ? 1 : -1};
+    if (!isSafeFileToken(token) || rewriteFileThroughWorkCopy(path, stepUseCount, &e) != 0)
+        return log_message_to_onvifErrorFile(1, "[Update_UseCount_withOneStep]%s missing", path);
+    return 0;
+}
+
+int addOneToUseCount(const char* config_name, int directory) { return Update_UseCount_withOneStep(config_name, 1, directory); }
+
+int minusOneToUseCount(const char* config_name, int directory) { return Update_UseCount_withOneStep(config_name, 0, directory); }
+
+int readConfigValues(const char* path, const char* const* keys, char (*values)[CONFIG_VALUE_SIZE], int count)
+{
+    for (int i = 0; i < count; ++i)
+        values[i][0] = 0;
+    FILE* f = fopenRoot(path, "r");
+    if (!f)
+        return 0;
+    char line[512];
+    while (fgets(line, sizeof line, f)) {
+        const char* eq = strchr(line, '=');
+        if (!eq)
+            continue;
+        for (int i = 0; i < count; ++i) {
+            size_t n = strlen(keys[i]);
+            if ((size_t)(eq - line) == n && strncmp(line, keys[i], n) == 0)
+                scanSettingLine(line, "=", values[i], CONFIG_VALUE_SIZE, 1);
+        }
+    }
+    fclose(f);
+    return 1;
+}
+
+void writeNoProfileFault()
+{
+    writeSenderFault2("InvalidArgVal", "NoProfile", "Profile token does not exist",
+                      "The requested profile token ProfileToken does not exist");
+}
