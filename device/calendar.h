@@ -12,4 +12,8 @@ int Month_To_Day_Limit(int month, int year);
 // into days, months and years, and prints "%d-%02d-%02dT%02d:%02d:%02d".
 void Carry_Time(char* out, size_t n, int seconds, int minutes, int hours, const struct tm* t);
 
+// Appends the camera's time-zone parameters for a POSIX TZ text to G_Cmd
+// (the text is cut at its commas in place). 0 when the text is accepted.
+int CheckTimeZone(char* tz);
+
 #endif

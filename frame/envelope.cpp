@@ -200,6 +200,27 @@ void setResponse(const char* fmt, ...)
     va_end(ap);
 }
 
+const char* xmlEscape(const char* text, char* out, size_t n)
+{
+    size_t o = 0;
+    if (n == 0)
+        return out;
+    for (const char* p = text; *p; ++p) {
+        const char* entity = *p == '<' ? "&lt;" : *p == '>' ? "&gt;" : *p == '&' ? "&amp;" : *p == '"' ? "&quot;"
+                           : *p == '\'' ? "&apos;" : 0;
+        size_t len = entity ? strlen(entity) : 1;
+        if (o + len >= n)
+            break;
+        if (entity)
+            memcpy(out + o, entity, len);
+        else
+            out[o] = *p;
+        o += len;
+    }
+    out[o] = 0;
+    return out;
+}
+
 #define FAULT_REASON "<SOAP-ENV:Reason><SOAP-ENV:Text xml:lang=\"en\">%s</SOAP-ENV:Text></SOAP-ENV:Reason>"
 #define FAULT_DETAIL "<SOAP-ENV:Detail>%s</SOAP-ENV:Detail>"
 

@@ -3,6 +3,8 @@
 #ifndef FRAME_FRAME_H
 #define FRAME_FRAME_H
 
+#include <stddef.h>
+
 class TiXmlDocument;
 
 #define G_RESPONSE_SIZE 100000
@@ -28,6 +30,10 @@ int serveRequest();
 void appendResponse(const char* fmt, ...) __attribute__((format(printf, 1, 2)));
 // Replaces G_Response with the formatted text.
 void setResponse(const char* fmt, ...) __attribute__((format(printf, 1, 2)));
+
+// Escapes text for an XML element or attribute ("<", ">", "&", quotes);
+// cut short rather than past out. Returns out.
+const char* xmlEscape(const char* text, char* out, size_t n);
 
 // Fault writers. Each replaces G_Response and sets G_httpAck to 400.
 // Sender fault with one subcode; the subcode carries its own "ter:" prefix.

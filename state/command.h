@@ -20,6 +20,9 @@ const char* cameraUser();
 // checked tokens, or text quoted with shellQuote). Returns the shell's status.
 int runCameraProgram(const char* assignments, const char* program);
 
+// The same as a named web user (a user the caller has checked).
+int runCameraProgramAs(const char* assignments, const char* program, const char* user);
+
 // Runs a complete command line through the shell.
 int runShellCommand(const char* cmd);
 

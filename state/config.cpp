@@ -154,12 +154,18 @@ int rewriteFileThroughWorkCopy(const char* path, LineEditor edit, void* ctx)
         int whole = len > 0 && line[len - 1] == '\n';
         if (!continuation)
             replaced = edit(line, work, ctx);
+        if (replaced < 0)
+            break;
         if (!replaced)
             fputs(line, work);
         continuation = !whole;
     }
     fclose(src);
-    edit(0, work, ctx);
+    if (replaced < 0 || edit(0, work, ctx) < 0) {
+        fclose(work);
+        unlink(workName);
+        return -2;
+    }
     return commitWorkCopy(work, workName, real);
 }
 
@@ -174,6 +180,28 @@ int replaceFileContent(const char* path, const char* content)
         return -1;
     fputs(content, work);
     return commitWorkCopy(work, workName, real);
+}
+
+int copyFileThroughWorkCopy(const char* source, const char* target)
+{
+    char realSource[512], realTarget[512], workName[600];
+    FILE* src = fopen(resolvePath(source, realSource, sizeof realSource), "r");
+    if (!src)
+        return -1;
+    resolvePath(target, realTarget, sizeof realTarget);
+    struct stat st;
+    mode_t mode = stat(realTarget, &st) == 0 ? (st.st_mode & 07777) : 0644;
+    FILE* work = openWorkCopy(realTarget, workName, sizeof workName, mode);
+    if (!work) {
+        fclose(src);
+        return -1;
+    }
+    char buffer[4096];
+    size_t n;
+    while ((n = fread(buffer, 1, sizeof buffer, src)) > 0)
+        fwrite(buffer, 1, n, work);
+    fclose(src);
+    return commitWorkCopy(work, workName, realTarget);
 }
 
 struct KeyEdit {

@@ -28,7 +28,8 @@ int scanSettingLine(const char* line, const char* key, char* dest, int len, int 
 
 // Called for each line of a file being rewritten (line keeps its '\n').
 // Write the replacement into out and return 1, or return 0 to keep the line
-// as it is. Called once more with line == 0 at the end, to append.
+// as it is, or return -1 to give the rewrite up (the file stays as it was).
+// Called once more with line == 0 at the end, to append.
 typedef int (*LineEditor)(const char* line, FILE* out, void* ctx);
 
 // Copies a line the way the camera's tools pass a line through a formatter
@@ -38,8 +39,12 @@ void copyLineAsFormatted(const char* line, FILE* out);
 // Rewrites a file through a work copy in its own directory, flushed to
 // storage and renamed over the file, so a concurrent reader sees the old or
 // the new file, never half of one. Returns 0, or -1 when the file is missing
-// or the copy cannot be made (the file is then unchanged).
+// or the copy cannot be made (the file is then unchanged), -2 when the
+// editor gave the rewrite up.
 int rewriteFileThroughWorkCopy(const char* path, LineEditor edit, void* ctx);
+
+// Replaces target with a copy of source, the same safe way. Returns 0 or -1.
+int copyFileThroughWorkCopy(const char* source, const char* target);
 
 // Replaces the whole content of a file the same safe way (creates it if needed).
 int replaceFileContent(const char* path, const char* content);

@@ -1,0 +1,79 @@
+// Reboot and factory default, left to the camera's control process through
+// a command word once the answer is complete, and the system log.
+#include "frame/frame.h"
+#include "frame/handlers.h"
+#include "frame/xmlsearch.h"
+#include "state/config.h"
+#include "state/paths.h"
+#include "state/shm.h"
+
+#include <stdio.h>
+#include <string.h>
+
+#define MAINTENANCE_WORD 60
+#define COMMAND_REBOOT 1
+#define COMMAND_HARD_DEFAULT 2
+#define COMMAND_SOFT_DEFAULT 3
+
+void SystemReboot()
+{
+    if (shmWord(WS_MSG_NUM) != 0)
+        sleepMs(3000);
+    setResponse("<tds:SystemRebootResponse><tds:Message>Rebooting in 20 seconds.</tds:Message>"
+                "</tds:SystemRebootResponse>");
+    G_shared_memory[MAINTENANCE_WORD] = COMMAND_REBOOT;
+}
+
+void SetDefault()
+{
+    if (shmWord(WS_MSG_NUM) != 0)
+        sleepMs(3000);
+    char kind[33];
+    memset(kind, 0, sizeof kind);
+    if (!searchDataInElement("tds:FactoryDefault", kind, 32))
+        return;
+    setResponse("<tds:SetSystemFactoryDefaultResponse></tds:SetSystemFactoryDefaultResponse>");
+    if (strcmp(kind, "Hard") == 0)
+        G_shared_memory[MAINTENANCE_WORD] = COMMAND_HARD_DEFAULT;
+    else if (strcmp(kind, "Soft") == 0)
+        G_shared_memory[MAINTENANCE_WORD] = COMMAND_SOFT_DEFAULT;
+}
+
+void GetSystemLog()
+{
+    char type[65];
+    memset(type, 0, sizeof type);
+    if (!searchDataInElement("tt:LogType", type, 64) && !searchDataInElement("LogType", type, 64)) {
+        writeReceiverFault2("InvalidArgs", "LogTypeUnavailable", "There is no LogType information.",
+                            "There is no LogType information.");
+        return;
+    }
+    // The memory report stands in for the system log on this camera.
+    const char* file = strcmp(type, "System") == 0 ? "/proc/meminfo"
+                     : strcmp(type, "Access") == 0 ? "/tmp/access.log" : 0;
+    if (!file) {
+        writeReceiverFault2("InvalidArgs", "LogTypeUnavailable", "There is an error LogType information.",
+                            "There is an error LogType information.");
+        return;
+    }
+    FILE* f = fopenRoot(file, "r");
+    if (!f) {
+        G_httpAck = 400;
+        setResponse("<tds:GetSystemLogResponse><tds:SystemLog></tds:SystemLog></tds:GetSystemLogResponse>");
+        return;
+    }
+    setResponse("<tds:GetSystemLogResponse><tds:SystemLog><tt:String>");
+    static const char CLOSE[] = "</tt:String></tds:SystemLog></tds:GetSystemLogResponse>";
+    char piece[256];
+    size_t used = strlen(G_Response);
+    // Copied as it is; a log longer than the answer holds is cut, never the closing tags.
+    while (fgets(piece, sizeof piece, f)) {
+        size_t n = strlen(piece);
+        if (used + n + sizeof CLOSE >= G_RESPONSE_SIZE)
+            break;
+        memcpy(G_Response + used, piece, n + 1);
+        used += n;
+    }
+    fclose(f);
+    appendResponse("%s", CLOSE);
+}
