@@ -32,7 +32,7 @@ static int addressFromInterface(char* out, size_t n)
     return inet_ntop(AF_INET, &sin->sin_addr, out, (socklen_t)n) != 0;
 }
 
-static int addressFromNetworkFile(char* out, size_t n)
+int addressFromNetworkFile(char* out, size_t n)
 {
     FILE* f = fopenRoot(NETWORK_CONF_FILE, "r");
     if (!f)

@@ -10,4 +10,7 @@
 // Writes the address into out ("0.0.0.0" when none is known).
 void getDeviceIPv4(char* out, size_t n);
 
+// root.Network.IPAddress of the network settings file; 0 when missing.
+int addressFromNetworkFile(char* out, size_t n);
+
 #endif

@@ -1,0 +1,246 @@
+// PullMessages: the long poll of a pull point, and the initial states
+// built from the device-state segment.
+#include "events/events.h"
+#include "events/timespan.h"
+#include "device/calendar.h"
+#include "frame/frame.h"
+#include "frame/handlers.h"
+#include "frame/xmlsearch.h"
+#include "state/config.h"
+#include "state/paths.h"
+#include "state/shm.h"
+
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#define IO_LAYOUT_WORD 18
+#define MOTION_WORD 21
+// The camera's event process publishes the tampering state beside motion.
+#define TAMPERING_WORD 22
+#define INPUT_WORD_1 23
+#define EVENT_FILE_BUSY_WORD 82
+#define RELAY_WORD_1 836
+#define MODEL_CODE_WORD 79
+#define MAX_PULL_SECONDS 60
+#define ROUND_MS 100
+
+struct MessageBudget {
+    int left;
+};
+
+// One Initialized notification; 0 once the message limit is reached.
+static int appendInitialized(MessageBudget* budget, const char* topic, const char* time, const char* sourceName,
+                             const char* sourceValue, const char* dataName, const char* state)
+{
+    if (budget->left <= 0)
+        return 0;
+    --budget->left;
+    char message[1024];
+    snprintf(message, sizeof message,
+             "<wsnt:NotificationMessage><wsnt:Topic Dialect=\"http://docs.oasis-open.org/wsn/t-1/TopicExpression/Simple\">"
+             "%s</wsnt:Topic><wsnt:Message><tt:Message UtcTime=\"%s\" PropertyOperation=\"Initialized\">"
+             "<tt:Source><tt:SimpleItem Name=\"%s\" Value=\"%s\"></tt:SimpleItem></tt:Source>"
+             "<tt:Data><tt:SimpleItem Name=\"%s\" Value=\"%s\"></tt:SimpleItem></tt:Data>"
+             "</tt:Message></wsnt:Message></wsnt:NotificationMessage>",
+             topic, time, sourceName, sourceValue, dataName, state);
+    appendResponse("%s", message);
+    return 1;
+}
+
+static int axisNames() { return shmWord(VARIANT_CODE) == 32; }
+
+static int sendMotion(MessageBudget* b, const char* time)
+{
+    const char* state = shmWord(MOTION_WORD) == 1 ? "1" : "0";
+    return appendInitialized(b, axisNames() ? "tns1:VideoAnalytics/tnsaxis:MotionDetection" : "tns1:VideoSource/MotionAlarm",
+                             time, shmWord(VARIANT_CODE) == 24 ? "window" : "VideoSourceToken", "VideoSource1", "motion",
+                             state);
+}
+
+static int sendTampering(MessageBudget* b, const char* time)
+{
+    return appendInitialized(b, axisNames() ? "tns1:VideoAnalytics/TamperingDetection" : "tns1:VideoSource/TamperingDetection",
+                             time, "VideoSourceToken", "VideoSource1", "State", shmWord(TAMPERING_WORD) == 1 ? "1" : "0");
+}
+
+static int sendInputs(MessageBudget* b, const char* time)
+{
+    int layout = shmWord(IO_LAYOUT_WORD);
+    int inputs = layout >= 2 && layout <= 4 ? 4 : 1;
+    for (int i = 0; i < inputs; ++i) {
+        char token[16];
+        snprintf(token, sizeof token, "IO_Input%d", i + 1);
+        if (!appendInitialized(b, axisNames() ? "tns1:Device/tnsiv:BinaryInput" : "tns1:Device/Trigger/BinaryInput",
+                               time, "BinaryInputToken", token, "State", shmWord(INPUT_WORD_1 + i) == 1 ? "1" : "0"))
+            return 0;
+    }
+    return 1;
+}
+
+static int sendRelays(MessageBudget* b, const char* time)
+{
+    int layout = shmWord(IO_LAYOUT_WORD);
+    int relays = layout == 3 || layout == 4 ? 2 : 1;
+    for (int i = 0; i < relays; ++i) {
+        char token[16];
+        snprintf(token, sizeof token, "IO_Output%d", i + 1);
+        if (!appendInitialized(b, axisNames() ? "tns1:Device/tnsiv:Relay" : "tns1:Device/Trigger/Relay", time,
+                               "RelayToken", token, "State", shmWord(RELAY_WORD_1 + i) == 1 ? "closed" : "open"))
+            return 0;
+    }
+    return 1;
+}
+
+void PullMsg_SendFirstEventState(int filterCode, int messageLimit, const char* timeText)
+{
+    MessageBudget b = {messageLimit};
+    int tampering = shmWord(MODEL_CODE_WORD) != 2;
+    switch (filterCode) {
+    case 1: sendMotion(&b, timeText); break;
+    case 2: sendTampering(&b, timeText); break;
+    case 3:
+    case 4: sendMotion(&b, timeText) && (!tampering || sendTampering(&b, timeText)); break;
+    case 5: sendInputs(&b, timeText); break;
+    case 6: sendRelays(&b, timeText); break;
+    case 7:
+    case 8: sendInputs(&b, timeText) && sendRelays(&b, timeText); break;
+    case 9:
+        appendInitialized(&b, "tns1:VideoAnalytics/tnsavg:MotionDetection", timeText, "VideoSourceToken",
+                          "VideoSource1", "motion", shmWord(MOTION_WORD) == 1 ? "1" : "0");
+        break;
+    default:
+        sendMotion(&b, timeText) && (!tampering || sendTampering(&b, timeText)) && sendInputs(&b, timeText) &&
+            sendRelays(&b, timeText);
+        break;
+    }
+}
+
+static void startAnswer(const char* current, const char* termination)
+{
+    setResponse("<tev:PullMessagesResponse><tev:CurrentTime>%s</tev:CurrentTime>"
+                "<tev:TerminationTime>%s</tev:TerminationTime>", current, termination);
+}
+
+static void endAnswer() { appendResponse("</tev:PullMessagesResponse>"); }
+
+// Hands over what the event process left, then starts the file over: read,
+// delete, create, in that order.
+static void drainEventFile(const char* path)
+{
+    for (int polls = 0; polls < 10000 && shmWord(EVENT_FILE_BUSY_WORD) == 1; ++polls)
+        usleep(1000);
+    FILE* f = fopenRoot(path, "r");
+    if (!f)
+        return;
+    char piece[1024];
+    size_t used = strlen(G_Response);
+    static const char CLOSE[] = "</tev:PullMessagesResponse>";
+    while (fgets(piece, sizeof piece, f)) {
+        size_t n = strlen(piece);
+        if (used + n + sizeof CLOSE >= G_RESPONSE_SIZE)
+            break;
+        memcpy(G_Response + used, piece, n + 1);
+        used += n;
+    }
+    fclose(f);
+    char real[512];
+    unlink(resolvePath(path, real, sizeof real));
+    FILE* again = fopen(real, "w");
+    if (again)
+        fclose(again);
+}
+
+static long eventFileSize(const char* path)
+{
+    char real[512];
+    struct stat st;
+    return stat(resolvePath(path, real, sizeof real), &st) == 0 ? (long)st.st_size : 0;
+}
+
+static int maxMessageLimit()
+{
+    if (shmWord(MODEL_CODE_WORD) == 2)
+        return 3;
+    int layout = shmWord(IO_LAYOUT_WORD);
+    return layout == 2 ? 7 : layout == 3 || layout == 4 ? 8 : 4;
+}
+
+void PullMessages()
+{
+    char text[33];
+    memset(text, 0, sizeof text);
+    int timeout = MAX_PULL_SECONDS;
+    if (searchDataInElement("wsnt:Timeout", text, 32)) {
+        int h, m, s;
+        GetTimeSpanIntoTimeInteger(text, &h, &m, &s);
+        long total = (long)h * 3600 + (long)m * 60 + s;
+        if (total > MAX_PULL_SECONDS) {
+            setResponse("<tev:PullMessagesResponse><tev:MaxTimeout>PT60S</tev:MaxTimeout>"
+                        "<tev:MaxMessageLimit>%d</tev:MaxMessageLimit></tev:PullMessagesResponse>", maxMessageLimit());
+            return;
+        }
+        timeout = total < 0 ? 0 : (int)total;
+    }
+    memset(text, 0, sizeof text);
+    int limit = searchDataInElement("wsnt:MessageLimit", text, 32) ? (int)strtol(text, 0, 10) : 2;
+
+    struct tm now;
+    char current[64];
+    currentTime(&now);
+    formatTime(current, sizeof current, &now);
+    int number = requestedSubscriptionNumber();
+    int* slot = findSubscription(number, (1u << SLOT_PULL) | (1u << SLOT_PULL_SYNC));
+    if (!slot) {
+        startAnswer(current, current);
+        endAnswer();
+        return;
+    }
+    char stored[64], renewed[64] = "";
+    slotTime(slot + SLOT_TERMINATION, stored, sizeof stored);
+    int mode = slot[SLOT_TERMINATION_MODE], filter = slot[SLOT_FILTER];
+    // Whichever pull point pulls first after a new one was made gets the initial states.
+    if (shmWord(SUBSCRIPTION_CHANGE_WORD) == 2) {
+        startAnswer(current, stored);
+        PullMsg_SendFirstEventState(filter, limit, current);
+        G_shared_memory[SUBSCRIPTION_CHANGE_WORD] = 0;
+        endAnswer();
+        return;
+    }
+    char path[64];
+    eventFilePath(number, path, sizeof path);
+    for (int round = 0; round < timeout * 10; ++round) {
+        currentTime(&now);
+        formatTime(current, sizeof current, &now);
+        int expired = expiration_check(current, round == 0 ? stored : renewed);
+        if (round == 0) {
+            Carry_Time(renewed, sizeof renewed, timeout + 60, 0, 0, &now);
+            storeTime(slot + SLOT_TERMINATION, renewed);
+        }
+        for (int k = 0; k < SUBSCRIPTION_SLOTS; ++k) {
+            int* other = subscriptionSlot(k);
+            if (other[SLOT_STATE] == SLOT_PULL_SYNC && other[SLOT_NUMBER] == number) {
+                startAnswer(current, renewed);
+                PullMsg_SendFirstEventState(filter, limit, current);
+                other[SLOT_STATE] = SLOT_PULL;
+                endAnswer();
+                return;
+            }
+        }
+        if (eventFileSize(path) > 0) {
+            startAnswer(current, mode == 1 ? renewed : stored);
+            drainEventFile(path);
+            endAnswer();
+            return;
+        }
+        if (expired)
+            break;
+        sleepMs(ROUND_MS);
+    }
+    currentTime(&now);
+    formatTime(current, sizeof current, &now);
+    startAnswer(current, (mode == 1 || mode == 2) && renewed[0] ? renewed : stored);
+    endAnswer();
+}
