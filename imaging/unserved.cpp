@@ -4,7 +4,6 @@
 #include "frame/handlers.h"
 
 void GetOptions() { actionNotServed(); }
-void GetImagingSettings() { actionNotServed(); }
 void SetImagingSettings() { actionNotServed(); }
 void Move() { actionNotServed(); }
 void GetMoveOptions() { actionNotServed(); }

@@ -1,0 +1,287 @@
+// Relay outputs: their settings files (a working copy and a persistent
+// copy), and switching through the camera's output and settings programs.
+#include "events/timespan.h"
+#include "frame/frame.h"
+#include "frame/handlers.h"
+#include "frame/xmlsearch.h"
+#include "state/command.h"
+#include "state/config.h"
+#include "state/paths.h"
+#include "state/shm.h"
+
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+
+#define IO_LAYOUT_WORD 18
+#define IDLE_STATE_WORD_1 838
+#define LOGICAL_STATE_WORD_1 842
+#define OUTPUTS_CONF "/etc/sysconfig/outputs.conf"
+#define MAX_DELAY_SECONDS 600
+
+static int layout() { return shmWord(IO_LAYOUT_WORD); }
+static int ptzLayout() { return layout() >= 2 && layout() <= 4; }
+
+static const char* outputListFile()
+{
+    return layout() == 3 || layout() == 4 ? "/usr/apache/htdocs/onvif/IOPTZ.conf" : "/usr/apache/htdocs/onvif/IO.conf";
+}
+
+// Reads the first of two element names that the request holds.
+static int readEither(const char* prefixed, const char* plain, char* out, int length)
+{
+    memset(out, 0, (size_t)length + 1);
+    return searchDataInElement(prefixed, out, length) || searchDataInElement(plain, out, length);
+}
+
+// The list line "<token>.IOConf" of an output; the settings file is only
+// ever named by the list, never by the request.
+static int findOutputLine(const char* token, char* fileName, size_t n)
+{
+    FILE* list = fopenRoot(outputListFile(), "r");
+    if (!list)
+        return -1;
+    char line[256], wanted[128];
+    snprintf(wanted, sizeof wanted, "%s.IOConf", token);
+    int found = 0;
+    while (!found && fgets(line, sizeof line, list)) {
+        line[strcspn(line, "\r\n")] = 0;
+        found = strstr(line, "IO_Output") && strcmp(line, wanted) == 0 && isSafeFileToken(line);
+    }
+    fclose(list);
+    if (found)
+        snprintf(fileName, n, "%s", wanted);
+    return found;
+}
+
+static void writeUnknownTokenFault(const char* token)
+{
+    char detail[200], escaped[160];
+    snprintf(detail, sizeof detail, "Unknown relay token %s reference.", xmlEscape(token, escaped, sizeof escaped));
+    writeSenderFault2("InvalidArgVal", "RelayToken", "Unknown relay token reference.", detail);
+}
+
+void GetRelayOutputs()
+{
+    setResponse("%s", "");
+    FILE* list = fopenRoot(outputListFile(), "r");
+    if (!list) {
+        log_message_to_onvifErrorFile(1, "deviceService:GetRelayOutputs:/usr/apache/htdocs/onvif/IO.conf missing");
+        return;
+    }
+    setResponse("<tds:GetRelayOutputsResponse>");
+    char line[256];
+    while (fgets(line, sizeof line, list)) {
+        if (!strstr(line, "IO_Output"))
+            continue;
+        line[strcspn(line, "\r\n")] = 0;
+        if (layout() < 1)
+            break;
+        char path[300];
+        snprintf(path, sizeof path, "/tmp/onvif/%s", line);
+        FILE* f = isSafeFileToken(line) ? fopenRoot(path, "r") : 0;
+        if (!f) {
+            log_message_to_onvifErrorFile(1, "deviceService:GetRelayOutputs:%s missing", line);
+            setResponse("%s", "");
+            fclose(list);
+            return;
+        }
+        char row[256], value[128];
+        while (fgets(row, sizeof row, f)) {
+            if (scanSettingLine(row, "token=", value, sizeof value, 0) && row[0] == 't')
+                appendResponse("<tds:RelayOutputs token=\"%s\">", value);
+            else if (scanSettingLine(row, "RelayMode=", value, sizeof value, 0))
+                appendResponse("<tt:Properties><tt:Mode>%s</tt:Mode>", value);
+            else if (scanSettingLine(row, "DelayTime=", value, sizeof value, 0))
+                appendResponse("<tt:DelayTime>%s</tt:DelayTime>", value);
+            else if (scanSettingLine(row, "IdleState=", value, sizeof value, 0))
+                appendResponse("<tt:IdleState>%s</tt:IdleState></tt:Properties></tds:RelayOutputs>", value);
+        }
+        fclose(f);
+    }
+    fclose(list);
+    appendResponse("</tds:GetRelayOutputsResponse>");
+}
+
+static void writeOptions(const char* token)
+{
+    setResponse("<tmd:GetRelayOutputOptionsResponse><tmd:RelayOutputOptions token=\"%s\"><tmd:Mode>Bistable</tmd:Mode>"
+                "<tmd:Mode>Monostable</tmd:Mode><tmd:DelayTimes>1 600</tmd:DelayTimes><tmd:Discrete>False"
+                "</tmd:Discrete></tmd:RelayOutputOptions></tmd:GetRelayOutputOptionsResponse>", token);
+}
+
+void GetRelayOutputOptions()
+{
+    char token[65];
+    if (readEither("tt:RelayOutputToken", "RelayOutputToken", token, 64)) {
+        char fileName[128];
+        int found = findOutputLine(token, fileName, sizeof fileName);
+        if (found < 0)
+            log_message_to_onvifErrorFile(1, "deviceService:GetRelayOutputOptions: %s is missing", outputListFile());
+        if (found > 0)
+            writeOptions(token);
+        else
+            writeUnknownTokenFault(token);
+        return;
+    }
+    FILE* list = fopenRoot(outputListFile(), "r");
+    if (!list) {
+        log_message_to_onvifErrorFile(1, "deviceService:GetRelayOutputOptions: %s is missing", outputListFile());
+        return;
+    }
+    // Each output's answer is written over the last: the last output answers.
+    char line[256];
+    while (fgets(line, sizeof line, list)) {
+        if (!strstr(line, "IO_Output"))
+            continue;
+        char outputToken[128] = "";
+        sscanf(line, "%127[^.]", outputToken);
+        writeOptions(outputToken);
+    }
+    fclose(list);
+}
+
+struct RelayEdit {
+    const char* mode;
+    const char* delay;
+    const char* idle;
+    const char* logical;
+};
+
+static int rewriteRelayLine(const char* line, FILE* out, void* ctx)
+{
+    RelayEdit* e = (RelayEdit*)ctx;
+    if (!line)
+        return 0;
+    struct { const char* key; const char* value; } rows[] = {
+        {"RelayMode=", e->mode}, {"DelayTime=", e->delay}, {"IdleState=", e->idle}, {"RelayLogicalState=", e->logical}};
+    for (auto& row : rows) {
+        if (row.value && strncmp(line, row.key, strlen(row.key)) == 0) {
+            fprintf(out, "%s%s\n", row.key, row.value);
+            return 1;
+        }
+    }
+    return 0;
+}
+
+// Rewrites the working copy and hands the same file to the persistent copy.
+static int rewriteRelaySettings(const char* fileName, RelayEdit* edit)
+{
+    char working[300], persistent[300];
+    snprintf(working, sizeof working, "/tmp/onvif/%s", fileName);
+    snprintf(persistent, sizeof persistent, "/usr/apache/htdocs/onvif/%s", fileName);
+    if (rewriteFileThroughWorkCopy(working, rewriteRelayLine, edit) != 0)
+        return -1;
+    return copyFileThroughWorkCopy(working, persistent);
+}
+
+static int outputIndex(const char* fileName)
+{
+    int number = 0;
+    sscanf(fileName, "IO_Output%d.IOConf", &number);
+    return number;
+}
+
+static int readSetting(const char* fileName, const char* key, char* out, size_t n)
+{
+    char path[300], line[256];
+    snprintf(path, sizeof path, "/tmp/onvif/%s", fileName);
+    FILE* f = fopenRoot(path, "r");
+    int found = 0;
+    while (f && !found && fgets(line, sizeof line, f))
+        found = strncmp(line, key, strlen(key)) == 0 && scanSettingLine(line, key, out, (int)n, 0);
+    if (f)
+        fclose(f);
+    return found;
+}
+
+void SetRelayOutputSettings()
+{
+    char token[65], mode[65], delay[65], idle[65], fileName[128];
+    int hasToken = readEither("tt:RelayOutputToken", "RelayOutputToken", token, 64);
+    if (layout() < 1 || !hasToken || findOutputLine(token, fileName, sizeof fileName) <= 0) {
+        writeUnknownTokenFault(hasToken ? token : "");
+        return;
+    }
+    int hasMode = readEither("tt:Mode", "RelayMode", mode, 64);
+    int hasDelay = readEither("tt:DelayTime", "DelayTime", delay, 64);
+    int hasIdle = readEither("tt:IdleState", "IdleState", idle, 64);
+    if (hasMode && strcmp(mode, "Monostable") != 0)
+        snprintf(mode, sizeof mode, "Bistable");
+    if (hasDelay) {
+        int h, m, s;
+        GetTimeSpanIntoTimeInteger(delay, &h, &m, &s);
+        long seconds = (long)h * 3600 + (long)m * 60 + s;
+        // A duration is one word of its own letters: nothing else reaches the file.
+        int wellFormed = strspn(delay, "PTDHMS0123456789.") == strlen(delay);
+        if (!wellFormed || (hasMode && strcmp(mode, "Monostable") == 0 && (seconds > MAX_DELAY_SECONDS || seconds < 0))) {
+            writeSenderFault2("InvalidArgVal", "ModeError", "Monostable delay time not valid.",
+                              "Monostable delay time not valid.");
+            return;
+        }
+    }
+    if (hasIdle && strcmp(idle, "open") != 0 && strcmp(idle, "closed") != 0)
+        hasIdle = 0;
+    if (shmWord(VARIANT_CODE) == 32 && ptzLayout() && hasIdle && strcmp(idle, "closed") != 0) {
+        writeSenderFault("ter:PTZNotSupported", "PTZ can't set IdleState by the device.");
+        return;
+    }
+    RelayEdit edit = {hasMode ? mode : 0, hasDelay ? delay : 0, hasIdle ? idle : 0, 0};
+    if (rewriteRelaySettings(fileName, &edit) != 0) {
+        log_message_to_onvifErrorFile(1, "deviceService:SetRelayOutputSettings:%s missing", fileName);
+        setResponse("%s", "");
+        return;
+    }
+    if (!ptzLayout()) {
+        // The camera's Active parameter is the output's idle state.
+        char active[16] = "open";
+        readSetting(fileName, "IdleState=", active, sizeof active);
+        if (strcmp(active, "closed") != 0)
+            snprintf(active, sizeof active, "open");
+        char assignments[128];
+        snprintf(assignments, sizeof assignments, "QUERY_STRING=\"action=update&Output.O%d.Active=%s\" isOnvif=1",
+                 outputIndex(fileName) - 1, active);
+        runCameraProgram(assignments, "admin/param.cgi");
+    }
+    FILE* outputs = fopenRoot(OUTPUTS_CONF, "r");
+    if (!outputs) {
+        log_message_to_onvifErrorFile(1, "[SetRelayOutputSettings] FILE: %s missing", OUTPUTS_CONF);
+        return;
+    }
+    char line[256], value[32];
+    while (fgets(line, sizeof line, outputs)) {
+        for (int i = 0; i < 2; ++i) {
+            char key[32];
+            snprintf(key, sizeof key, "root.Output.O%d.Active=", i);
+            if (strncmp(line, key, strlen(key)) == 0 && scanSettingLine(line, key, value, sizeof value, 0))
+                G_shared_memory[IDLE_STATE_WORD_1 + i] = strcmp(value, "closed") == 0 ? 0 : 1;
+        }
+    }
+    fclose(outputs);
+    setResponse("<tds:SetRelayOutputSettingsResponse></tds:SetRelayOutputSettingsResponse>");
+}
+
+void SetRelayOutputState()
+{
+    char token[65], state[65], fileName[128];
+    int hasToken = readEither("tt:RelayOutputToken", "RelayOutputToken", token, 64);
+    int found = hasToken && layout() >= 1 ? findOutputLine(token, fileName, sizeof fileName) : 0;
+    if (found < 0)
+        log_message_to_onvifErrorFile(1, "[SetRelayOutputState] FILE: %s missing", outputListFile());
+    if (found <= 0) {
+        writeUnknownTokenFault(hasToken ? token : "");
+        return;
+    }
+    readEither("tt:LogicalState", "LogicalState", state, 64);
+    int active = strcmp(state, "inactive") != 0;
+    RelayEdit edit = {0, 0, 0, active ? "active" : "inactive"};
+    rewriteRelaySettings(fileName, &edit);
+    int number = outputIndex(fileName);
+    if (number >= 1 && number <= 2)
+        G_shared_memory[LOGICAL_STATE_WORD_1 + number - 1] = active;
+    // "/" raises the output into its active state, "\" lets it fall back.
+    char assignments[64];
+    snprintf(assignments, sizeof assignments, active ? "action=%d:/ isOnvif=1" : "action=%d:\\\\ isOnvif=1", number);
+    runCameraProgram(assignments, "io/output.cgi");
+    setResponse("<tds:SetRelayOutputStateResponse></tds:SetRelayOutputStateResponse>");
+}

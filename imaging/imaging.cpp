@@ -1,0 +1,186 @@
+// The imaging settings report of a video source: its settings file, with
+// the live gain, iris and exposure of the device state where the file
+// leaves them open.
+#include "frame/frame.h"
+#include "frame/handlers.h"
+#include "frame/xmlsearch.h"
+#include "state/paths.h"
+#include "state/shm.h"
+
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+
+#define PAN_TILT_WORD 16
+#define ZOOM_WORD 17
+#define IRIS_PRESENT_WORD 36
+#define GAIN_WORD 38
+#define WDR_WORD 39
+#define BACKLIGHT_WORD 41
+#define WHITE_BALANCE_WORD 42
+// The image process publishes the shutter time it runs at, in units of
+// 100 microseconds: the unit the settings file stores exposure times in.
+#define SHUTTER_WORD 57
+#define MODEL_CODE_WORD 79
+#define IRIS_WORD 84
+#define MODEL_NO_IMAGING 3
+#define MODEL_EXPOSURE_AS_STORED 4
+
+float sync_exposure_time()
+{
+    return (float)shmWord(SHUTTER_WORD) / 10000.0f;
+}
+
+// A number of the file as the report prints it; text that is no number reads 0.
+static float fileNumber(const char* value)
+{
+    char* end;
+    float v = strtof(value, &end);
+    return end == value || *end ? 0.0f : v;
+}
+
+enum RowKind { TEXT, FLOAT6, FLOAT3, EXPOSURE_TIME, GAIN, IRIS, FOCUS_OPEN, CLOSING };
+
+struct ReportRow {
+    const char* key;
+    const char* open;       // printed before the value
+    const char* close;      // printed after it
+    RowKind kind;
+    const char* unsetClose; // what "NONE" prints on a group's last key
+    int guardWord;          // ... only when this word is not negative (0: no guard)
+};
+
+static const ReportRow ROWS[] = {
+    {"BacklightCompensation.Mode=", "<tt:BacklightCompensation><tt:Mode>", "</tt:Mode>", TEXT, 0, 0},
+    {"BacklightCompensation.Level=", "<tt:Level>", "</tt:Level></tt:BacklightCompensation>", CLOSING,
+     "</tt:BacklightCompensation>", BACKLIGHT_WORD},
+    {"Brightness=", "<tt:Brightness>", "</tt:Brightness>", TEXT, 0, 0},
+    {"ColorSaturation=", "<tt:ColorSaturation>", "</tt:ColorSaturation>", TEXT, 0, 0},
+    {"Contrast=", "<tt:Contrast>", "</tt:Contrast>", TEXT, 0, 0},
+    {"Exposure.Mode=", "<tt:Exposure><tt:Mode>", "</tt:Mode>", TEXT, 0, 0},
+    {"Exposure.Priority=", "<tt:ExposurePriority>", "</tt:ExposurePriority>", TEXT, 0, 0},
+    {"Exposure.Window.bottom=", "<tt:Window><tt:bottom>", "</tt:bottom>", TEXT, 0, 0},
+    {"Exposure.Window.top=", "<tt:top>", "</tt:top>", TEXT, 0, 0},
+    {"Exposure.Window.right=", "<tt:right>", "</tt:right>", TEXT, 0, 0},
+    // The window closes with its last side, so the report stays well-formed.
+    {"Exposure.Window.left=", "<tt:left>", "</tt:left></tt:Window>", TEXT, 0, 0},
+    {"Exposure.MinExposureTime=", "<tt:MinExposureTime>", "</tt:MinExposureTime>", FLOAT6, 0, 0},
+    {"Exposure.MaxExposureTime=", "<tt:MaxExposureTime>", "</tt:MaxExposureTime>", FLOAT6, 0, 0},
+    {"Exposure.MinGain=", "<tt:MinGain>", "</tt:MinGain>", FLOAT3, 0, 0},
+    {"Exposure.MaxGain=", "<tt:MaxGain>", "</tt:MaxGain>", FLOAT3, 0, 0},
+    {"Exposure.MinIris=", "<tt:MinIris>", "</tt:MinIris>", FLOAT3, 0, 0},
+    {"Exposure.MaxIris=", "<tt:MaxIris>", "</tt:MaxIris>", FLOAT3, 0, 0},
+    {"Exposure.ExposureTime=", "<tt:ExposureTime>", "</tt:ExposureTime>", EXPOSURE_TIME, 0, 0},
+    {"Exposure.Gain=", "<tt:Gain>", "</tt:Gain>", GAIN, 0, 0},
+    {"Exposure.Iris=", "<tt:Iris>", "</tt:Iris></tt:Exposure>", IRIS, 0, 0},
+    {"Focus.AutoFocusMode=", "<tt:Focus><tt:AutoFocusMode>", "</tt:AutoFocusMode>", FOCUS_OPEN, 0, 0},
+    {"Focus.DefaultSpeed=", "<tt:DefaultSpeed>", "</tt:DefaultSpeed>", TEXT, 0, 0},
+    {"Focus.NearLimit=", "<tt:NearLimit>", "</tt:NearLimit>", TEXT, 0, 0},
+    {"Focus.FarLimit=", "<tt:FarLimit>", "</tt:FarLimit></tt:Focus>", CLOSING, "</tt:Focus>", -1},
+    {"IrCutFilter=", "<tt:IrCutFilter>", "</tt:IrCutFilter>", TEXT, 0, 0},
+    {"Sharpness=", "<tt:Sharpness>", "</tt:Sharpness>", TEXT, 0, 0},
+    {"WideDynamicRange.Mode=", "<tt:WideDynamicRange><tt:Mode>", "</tt:Mode>", TEXT, 0, 0},
+    {"WideDynamicRange.Level=", "<tt:Level>", "</tt:Level></tt:WideDynamicRange>", CLOSING,
+     "</tt:WideDynamicRange>", WDR_WORD},
+    {"WhiteBalance.Mode=", "<tt:WhiteBalance><tt:Mode>", "</tt:Mode>", TEXT, 0, 0},
+    {"WhiteBalance.CrGain=", "<tt:CrGain>", "</tt:CrGain>", TEXT, 0, 0},
+    {"WhiteBalance.CbGain=", "<tt:CbGain>", "</tt:CbGain></tt:WhiteBalance>", CLOSING, "</tt:WhiteBalance>",
+     WHITE_BALANCE_WORD},
+};
+
+static void printExposureTime(const char* value)
+{
+    int model = shmWord(MODEL_CODE_WORD);
+    int dome = shmWord(PAN_TILT_WORD) == 2 && shmWord(ZOOM_WORD) == 6;
+    float stored = fileNumber(value);
+    float seconds = model == MODEL_EXPOSURE_AS_STORED || dome ? stored : (float)(stored / 10000.0);
+    appendResponse("%.6f", seconds);
+}
+
+static void printRow(const ReportRow& row, const char* value, int* focusOpen)
+{
+    int unset = strcmp(value, "NONE") == 0;
+    switch (row.kind) {
+    case CLOSING:
+        if (!unset) {
+            appendResponse("%s%s%s", row.open, value, row.close);
+        } else if (row.guardWord < 0 ? *focusOpen : shmWord(row.guardWord) >= 0) {
+            appendResponse("%s", row.unsetClose);
+        }
+        return;
+    case EXPOSURE_TIME:
+        appendResponse("%s", row.open);
+        if (unset)
+            appendResponse("%.6f", sync_exposure_time());
+        else
+            printExposureTime(value);
+        appendResponse("%s", row.close);
+        return;
+    case GAIN:
+        if (unset)
+            appendResponse("%s%d.000%s", row.open, shmWord(GAIN_WORD), row.close);
+        else
+            appendResponse("%s%.3f%s", row.open, fileNumber(value), row.close);
+        return;
+    case IRIS:
+        if (!unset)
+            appendResponse("%s%.3f%s", row.open, fileNumber(value), row.close);
+        else if (shmWord(IRIS_PRESENT_WORD) >= 0)
+            appendResponse("%s%d.000%s", row.open, shmWord(IRIS_WORD), row.close);
+        return;
+    default:
+        break;
+    }
+    if (unset)
+        return;
+    if (row.kind == FOCUS_OPEN)
+        *focusOpen = 1;
+    if (row.kind == FLOAT6)
+        appendResponse("%s%.6f%s", row.open, fileNumber(value), row.close);
+    else if (row.kind == FLOAT3)
+        appendResponse("%s%.3f%s", row.open, fileNumber(value), row.close);
+    else
+        appendResponse("%s%s%s", row.open, value, row.close);
+}
+
+void GetImagingSettings()
+{
+    if (shmWord(MODEL_CODE_WORD) == MODEL_NO_IMAGING) {
+        writeReceiverFault2("ActionNotSupported ", "NoImagingForSource",
+                            "The requested VideoSource does not support imaging settings.",
+                            "The requested VideoSource does not support imaging settings.");
+        return;
+    }
+    char token[65], path[128];
+    memset(token, 0, sizeof token);
+    FILE* f = 0;
+    if (searchDataInElement("timg:VideoSourceToken", token, 64) && isSafeFileToken(token)) {
+        snprintf(path, sizeof path, "/tmp/onvif/%s.VSource", token);
+        f = fopenRoot(path, "r");
+    }
+    if (!f) {
+        writeSenderFault2("InvalidArgVal", "NoSource", "The requested VideoSource does not exist.",
+                          "The requested VideoSource does not exist.");
+        return;
+    }
+    setResponse("<timg:GetImagingSettingsResponse><timg:ImagingSettings>");
+    char line[256], value[256];
+    int focusOpen = 0, continuation = 0;
+    while (fgets(line, sizeof line, f)) {
+        size_t len = strlen(line);
+        int partOfLonger = continuation;
+        continuation = len > 0 && line[len - 1] != '\n';
+        if (partOfLonger)
+            continue;  // the rest of an over-long line is no setting of its own
+        for (const ReportRow& row : ROWS) {
+            const char* at = strstr(line, row.key);
+            if (!at)
+                continue;
+            if (sscanf(at + strlen(row.key), "%255s", value) == 1)
+                printRow(row, value, &focusOpen);
+            break;
+        }
+    }
+    fclose(f);
+    appendResponse("</timg:ImagingSettings></timg:GetImagingSettingsResponse>");
+}
