@@ -3,13 +3,7 @@
 #include "frame/frame.h"
 #include "frame/handlers.h"
 
-void GetNodes() { actionNotServed(); }
-void GetNode() { actionNotServed(); }
 void Stop() { actionNotServed(); }
-void GetConfigurationOptions() { actionNotServed(); }
-void GetConfigurations() { actionNotServed(); }
-void GetConfiguration() { actionNotServed(); }
-void SetConfiguration() { actionNotServed(); }
 void ContinuousMove() { actionNotServed(); }
 void SetPreset() { actionNotServed(); }
 void GotoPreset() { actionNotServed(); }
@@ -20,5 +14,3 @@ void AbsoluteMove() { actionNotServed(); }
 void RelativeMove() { actionNotServed(); }
 void GotoHomePosition() { actionNotServed(); }
 void SetHomePosition() { actionNotServed(); }
-void AddPTZConfiguration() { actionNotServed(); }
-void RemovePTZConfiguration() { actionNotServed(); }

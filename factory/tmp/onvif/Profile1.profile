@@ -4,6 +4,6 @@ VideoSource=VideoSrcConfig1
 AudioSource=AudioSrcConfig1
 VideoEncoder=VideoEncoder1
 AudioEncoder=AudioEncoder1
-PTZ=NONE
+PTZ=PTZConfig1
 VAnalytics=NONE
 Metadata=MetaData1

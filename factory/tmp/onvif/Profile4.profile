@@ -4,6 +4,6 @@ VideoSource=VideoSrcConfig1
 AudioSource=NONE
 VideoEncoder=VideoEncoder4
 AudioEncoder=NONE
-PTZ=NONE
+PTZ=PTZConfig1
 VAnalytics=NONE
 Metadata=NONE
