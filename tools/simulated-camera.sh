@@ -14,16 +14,21 @@ port="${ONVIF_PORT:-8080}"
 rm -rf "$root"
 mkdir -p "$root"
 cp -a factory/. "$root/"
-for program in admin/param.cgi date.cgi io/output.cgi com/ptz.cgi com/ptzconfig.cgi h264/restart_stream.cgi; do
-    for dir in cgi-bin vantor-cgi; do
-        mkdir -p "$(dirname "$root/usr/apache/htdocs/$dir/$program")"
-        cp tools/sim/camera-program "$root/usr/apache/htdocs/$dir/$program"
+# Stand-ins for the camera's programs: most only record their calls; the
+# PTZ programs and position queries talk to the simulated head.
+install_program() {
+    mkdir -p "$(dirname "$root/$2")"
+    cp "tools/sim/$1" "$root/$2"
+}
+for dir in cgi-bin vantor-cgi; do
+    for program in admin/param.cgi date.cgi io/output.cgi h264/restart_stream.cgi; do
+        install_program camera-program "usr/apache/htdocs/$dir/$program"
     done
+    install_program ptz-program "usr/apache/htdocs/$dir/com/ptz.cgi"
+    install_program ptz-program "usr/apache/htdocs/$dir/com/ptzconfig.cgi"
 done
-for program in home/aaaserver/viscaClient root/testShareMemClient; do
-    mkdir -p "$(dirname "$root/$program")"
-    cp tools/sim/camera-program "$root/$program"
-done
+install_program position-query home/aaaserver/viscaClient
+install_program position-query root/testShareMemClient
 
 export ONVIF_ROOT="$root"
 shm="$top/build/onvif-shm"
@@ -31,12 +36,15 @@ shm="$top/build/onvif-shm"
 cleanup() {
     trap - INT TERM EXIT
     [ -n "${server:-}" ] && kill "$server" 2>/dev/null || true
+    [ -n "${head:-}" ] && kill "$head" 2>/dev/null && wait "$head" 2>/dev/null || true
     "$shm" remove || true
     echo "simulated camera stopped"
 }
 trap cleanup INT TERM EXIT
 # The words of a typical camera; see README.md for their meaning.
 "$shm" set $(grep -v '^#' tools/sim/camera-words | tr '\n' ' ')
+"$top/build/ptz-head" &
+head=$!
 
 mkdir -p "$root/www"
 cat > "$root/lighttpd.conf" <<CONF
@@ -47,7 +55,7 @@ server.document-root = "$root/www"
 server.errorlog = "$root/lighttpd-error.log"
 alias.url = ("/onvif/device_service" => "$top/build/device_service")
 cgi.assign = ("/device_service" => "")
-setenv.add-environment = ("ONVIF_ROOT" => "$root")
+setenv.add-environment = ("ONVIF_ROOT" => "$root", "SIM_TOOLS" => "$top/tools/sim")
 CONF
 echo "simulated camera: http://127.0.0.1:$port/onvif/device_service (root $root)"
 lighttpd -D -f "$root/lighttpd.conf" &
