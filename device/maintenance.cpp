@@ -64,16 +64,8 @@ void GetSystemLog()
     }
     setResponse("<tds:GetSystemLogResponse><tds:SystemLog><tt:String>");
     static const char CLOSE[] = "</tt:String></tds:SystemLog></tds:GetSystemLogResponse>";
-    char piece[256];
-    size_t used = strlen(G_Response);
     // Copied as it is; a log longer than the answer holds is cut, never the closing tags.
-    while (fgets(piece, sizeof piece, f)) {
-        size_t n = strlen(piece);
-        if (used + n + sizeof CLOSE >= G_RESPONSE_SIZE)
-            break;
-        memcpy(G_Response + used, piece, n + 1);
-        used += n;
-    }
+    appendFileToResponse(f, sizeof CLOSE);
     fclose(f);
     appendResponse("%s", CLOSE);
 }

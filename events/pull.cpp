@@ -135,16 +135,7 @@ static void drainEventFile(const char* path)
     FILE* f = fopenRoot(path, "r");
     if (!f)
         return;
-    char piece[1024];
-    size_t used = strlen(G_Response);
-    static const char CLOSE[] = "</tev:PullMessagesResponse>";
-    while (fgets(piece, sizeof piece, f)) {
-        size_t n = strlen(piece);
-        if (used + n + sizeof CLOSE >= G_RESPONSE_SIZE)
-            break;
-        memcpy(G_Response + used, piece, n + 1);
-        used += n;
-    }
+    appendFileToResponse(f, sizeof "</tev:PullMessagesResponse>");
     fclose(f);
     char real[512];
     unlink(resolvePath(path, real, sizeof real));

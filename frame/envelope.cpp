@@ -200,6 +200,19 @@ void setResponse(const char* fmt, ...)
     va_end(ap);
 }
 
+void appendFileToResponse(FILE* f, size_t reserve)
+{
+    char piece[1024];
+    size_t used = strlen(G_Response);
+    while (fgets(piece, sizeof piece, f)) {
+        size_t n = strlen(piece);
+        if (used + n + reserve >= G_RESPONSE_SIZE)
+            break;
+        memcpy(G_Response + used, piece, n + 1);
+        used += n;
+    }
+}
+
 const char* xmlEscape(const char* text, char* out, size_t n)
 {
     size_t o = 0;

@@ -4,6 +4,7 @@
 #define FRAME_FRAME_H
 
 #include <stddef.h>
+#include <stdio.h>
 
 class TiXmlDocument;
 
@@ -30,6 +31,10 @@ int serveRequest();
 void appendResponse(const char* fmt, ...) __attribute__((format(printf, 1, 2)));
 // Replaces G_Response with the formatted text.
 void setResponse(const char* fmt, ...) __attribute__((format(printf, 1, 2)));
+
+// Appends a file's text as it is to G_Response, leaving room for reserve
+// more bytes (the closing tags); a file too long for the answer is cut.
+void appendFileToResponse(FILE* f, size_t reserve);
 
 // Escapes text for an XML element or attribute ("<", ">", "&", quotes);
 // cut short rather than past out. Returns out.
