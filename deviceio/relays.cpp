@@ -77,9 +77,7 @@ void GetRelayOutputs()
         line[strcspn(line, "\r\n")] = 0;
         if (layout() < 1)
             break;
-        char path[300];
-        snprintf(path, sizeof path, "/tmp/onvif/%s", line);
-        FILE* f = isSafeFileToken(line) ? fopenRoot(path, "r") : 0;
+        FILE* f = openStoreFile("/tmp/onvif/", line);
         if (!f) {
             log_message_to_onvifErrorFile(1, "deviceService:GetRelayOutputs:%s missing", line);
             setResponse("%s", "");
@@ -182,19 +180,6 @@ static int outputIndex(const char* fileName)
     return number;
 }
 
-static int readSetting(const char* fileName, const char* key, char* out, size_t n)
-{
-    char path[300], line[256];
-    snprintf(path, sizeof path, "/tmp/onvif/%s", fileName);
-    FILE* f = fopenRoot(path, "r");
-    int found = 0;
-    while (f && !found && fgets(line, sizeof line, f))
-        found = strncmp(line, key, strlen(key)) == 0 && scanSettingLine(line, key, out, (int)n, 0);
-    if (f)
-        fclose(f);
-    return found;
-}
-
 void SetRelayOutputSettings()
 {
     char token[65], mode[65], delay[65], idle[65], fileName[128];
@@ -235,7 +220,9 @@ void SetRelayOutputSettings()
     if (!ptzLayout()) {
         // The camera's Active parameter is the output's idle state.
         char active[16] = "open";
-        readSetting(fileName, "IdleState=", active, sizeof active);
+        char working[300];
+        snprintf(working, sizeof working, "/tmp/onvif/%s", fileName);
+        readSettingValue(working, "IdleState=", active, sizeof active);
         if (strcmp(active, "closed") != 0)
             snprintf(active, sizeof active, "open");
         char assignments[128];

@@ -20,9 +20,7 @@
 // gives well-formed XML.
 void Read_Print_MetadataFile(const char* fileName)
 {
-    char path[300];
-    snprintf(path, sizeof path, ONVIF_WEB_DIR "%s", fileName);
-    FILE* f = isSafeFileToken(fileName) ? fopenRoot(path, "r") : 0;
+    FILE* f = openStoreFile(ONVIF_WEB_DIR, fileName);
     if (!f) {
         logServiceError("Read_Print_MetadataFile", "%s", "FILE missing");
         return;

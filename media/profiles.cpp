@@ -42,15 +42,9 @@ FILE* openProfileFile(const char* fileName)
 
 int readProfileField(const char* fileName, const char* key, char* out, size_t n)
 {
-    FILE* f = openProfileFile(fileName);
-    if (!f)
-        return 0;
-    char line[256];
-    int found = 0;
-    while (!found && fgets(line, sizeof line, f))
-        found = strncmp(line, key, strlen(key)) == 0 && scanSettingLine(line, key, out, (int)n, 0);
-    fclose(f);
-    return found;
+    char path[300];
+    snprintf(path, sizeof path, ONVIF_DIR "%s", fileName);
+    return readSettingValue(path, key, out, n);
 }
 
 struct FieldEdit {

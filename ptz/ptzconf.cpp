@@ -216,9 +216,7 @@ static const PrintRow CONF_ROWS[] = {
 
 void Read_Print_PTZ_Conf(const char* fileName)
 {
-    char path[300];
-    snprintf(path, sizeof path, PTZ_DIR "%s", fileName);
-    FILE* f = isSafeFileToken(fileName) ? fopenRoot(path, "r") : 0;
+    FILE* f = openStoreFile(PTZ_DIR, fileName);
     if (!f) {
         logServiceError("Read_Print_PTZFile", "%s", "FILE missing");
         return;
@@ -265,11 +263,10 @@ static int listEach(const char* listFile, const char* func, const char* elementO
     char line[256];
     while (fgets(line, sizeof line, list)) {
         line[strcspn(line, "\r\n")] = 0;
-        char token[256], path[300];
+        char token[256];
         snprintf(token, sizeof token, "%s", line);
         token[strcspn(token, ".")] = 0;
-        snprintf(path, sizeof path, PTZ_DIR "%s", line);
-        FILE* probe = isSafeFileToken(line) ? fopenRoot(path, "r") : 0;
+        FILE* probe = openStoreFile(PTZ_DIR, line);
         if (!probe) {
             logServiceError(func, "%s missing", line);
             continue;

@@ -77,9 +77,9 @@ int ptzProfileCheck(const char* const* keys, int length, int skipWithoutToken, c
     char bound[CONFIG_TOKEN_MAX + 1];
     if (!readProfileField(fileName, "PTZ=", bound, sizeof bound))
         return 1;  // a profile that never had a PTZ line passes
-    char path[128];
-    snprintf(path, sizeof path, PTZ_DIR "%s.PTZConf", bound);
-    FILE* f = isSafeFileToken(bound) ? fopenRoot(path, "r") : 0;
+    char confFile[64];
+    snprintf(confFile, sizeof confFile, "%s.PTZConf", bound);
+    FILE* f = openStoreFile(PTZ_DIR, confFile);
     if (f) {
         fclose(f);
         return 1;

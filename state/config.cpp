@@ -87,6 +87,28 @@ int scanSettingLine(const char* line, const char* key, char* dest, int len, int 
     return 1;
 }
 
+FILE* openStoreFile(const char* dir, const char* fileName)
+{
+    char path[512];
+    if (!isSafeFileToken(fileName) || (size_t)snprintf(path, sizeof path, "%s%s", dir, fileName) >= sizeof path)
+        return 0;
+    return fopenRoot(path, "r");
+}
+
+int readSettingValue(const char* path, const char* key, char* out, size_t n)
+{
+    FILE* f = fopenRoot(path, "r");
+    if (!f)
+        return 0;
+    char line[512];
+    int found = 0;
+    size_t keyLength = strlen(key);
+    while (!found && fgets(line, sizeof line, f))
+        found = strncmp(line, key, keyLength) == 0 && scanSettingLine(line, key, out, (int)n, 0);
+    fclose(f);
+    return found;
+}
+
 void copyLineAsFormatted(const char* line, FILE* out)
 {
     for (const char* p = line; *p; ++p) {

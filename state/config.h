@@ -26,6 +26,14 @@ char* findONVIFConfigurationFile(FILE* f, const char* fmt, char* dest, int len);
 // of the line with restOfLine. Returns 1 when the line holds the key.
 int scanSettingLine(const char* line, const char* key, char* dest, int len, int restOfLine);
 
+// Opens dir + fileName for reading when the name is one a request token may
+// form (see isSafeFileToken); 0 otherwise or when the file is missing.
+FILE* openStoreFile(const char* dir, const char* fileName);
+
+// The one-word value of the first line starting with key ("Name=") in a
+// key=value file; 1 when found.
+int readSettingValue(const char* path, const char* key, char* out, size_t n);
+
 // Called for each line of a file being rewritten (line keeps its '\n').
 // Write the replacement into out and return 1, or return 0 to keep the line
 // as it is, or return -1 to give the rewrite up (the file stays as it was).
