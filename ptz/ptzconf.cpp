@@ -303,12 +303,8 @@ void GetConfigurations()
 // could name a file elsewhere names none.
 static int ptzFileExists(const char* token, const char* suffix, char* fileName, size_t n)
 {
-    if (!isSafeFileToken(token))
-        return 0;
     snprintf(fileName, n, "%s%s", token, suffix);
-    char path[300];
-    snprintf(path, sizeof path, PTZ_DIR "%s", fileName);
-    FILE* f = fopenRoot(path, "r");
+    FILE* f = openStoreFile(PTZ_DIR, fileName);
     if (f)
         fclose(f);
     return f != 0;
