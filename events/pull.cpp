@@ -50,19 +50,19 @@ static int appendInitialized(MessageBudget* budget, const char* topic, const cha
     return 1;
 }
 
-static int axisNames() { return shmWord(VARIANT_CODE) == 32; }
+static int vendorTopicNames() { return shmWord(VARIANT_CODE) == 32; }
 
 static int sendMotion(MessageBudget* b, const char* time)
 {
     const char* state = shmWord(MOTION_WORD) == 1 ? "1" : "0";
-    return appendInitialized(b, axisNames() ? "tns1:VideoAnalytics/tnsaxis:MotionDetection" : "tns1:VideoSource/MotionAlarm",
+    return appendInitialized(b, vendorTopicNames() ? "tns1:VideoAnalytics/tnsaxis:MotionDetection" : "tns1:VideoSource/MotionAlarm",
                              time, shmWord(VARIANT_CODE) == 24 ? "window" : "VideoSourceToken", "VideoSource1", "motion",
                              state);
 }
 
 static int sendTampering(MessageBudget* b, const char* time)
 {
-    return appendInitialized(b, axisNames() ? "tns1:VideoAnalytics/TamperingDetection" : "tns1:VideoSource/TamperingDetection",
+    return appendInitialized(b, vendorTopicNames() ? "tns1:VideoAnalytics/TamperingDetection" : "tns1:VideoSource/TamperingDetection",
                              time, "VideoSourceToken", "VideoSource1", "State", shmWord(TAMPERING_WORD) == 1 ? "1" : "0");
 }
 
@@ -73,7 +73,7 @@ static int sendInputs(MessageBudget* b, const char* time)
     for (int i = 0; i < inputs; ++i) {
         char token[16];
         snprintf(token, sizeof token, "IO_Input%d", i + 1);
-        if (!appendInitialized(b, axisNames() ? "tns1:Device/tnsiv:BinaryInput" : "tns1:Device/Trigger/BinaryInput",
+        if (!appendInitialized(b, vendorTopicNames() ? "tns1:Device/tnsiv:BinaryInput" : "tns1:Device/Trigger/BinaryInput",
                                time, "BinaryInputToken", token, "State", shmWord(INPUT_WORD_1 + i) == 1 ? "1" : "0"))
             return 0;
     }
@@ -87,7 +87,7 @@ static int sendRelays(MessageBudget* b, const char* time)
     for (int i = 0; i < relays; ++i) {
         char token[16];
         snprintf(token, sizeof token, "IO_Output%d", i + 1);
-        if (!appendInitialized(b, axisNames() ? "tns1:Device/tnsiv:Relay" : "tns1:Device/Trigger/Relay", time,
+        if (!appendInitialized(b, vendorTopicNames() ? "tns1:Device/tnsiv:Relay" : "tns1:Device/Trigger/Relay", time,
                                "RelayToken", token, "State", shmWord(RELAY_WORD_1 + i) == 1 ? "closed" : "open"))
             return 0;
     }

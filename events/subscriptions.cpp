@@ -204,7 +204,7 @@ static const TopicRow ONVIF_TOPICS[] = {
     {"tns1:VideoSource", "MotionAlarm", "TamperingDetection", 1, 2, 3, 4},
     {"tns1:Device", "Trigger/BinaryInput", "Trigger/Relay", 5, 6, 7, 8},
 };
-static const TopicRow AXIS_TOPICS[] = {
+static const TopicRow VENDOR_TOPICS[] = {
     {"tns1:VideoAnalytics", "tnsaxis:MotionDetection", "TamperingDetection", 1, 2, 3, 4},
     {"tns1:Device", "tnsiv:BinaryInput", "tnsiv:Relay", 5, 6, 7, 8},
 };
@@ -227,8 +227,8 @@ static int classifyFilter(int variant, int isSubscribe, int* code)
     }
     char root[65] = "", rest[65] = "";
     sscanf(topic, "%64[^/]/%64s", root, rest);
-    int axis = variant == VARIANT_AXIS_NAMES;
-    const TopicRow* rows = axis ? AXIS_TOPICS : ONVIF_TOPICS;
+    int vendorNames = variant == VARIANT_AXIS_NAMES;
+    const TopicRow* rows = vendorNames ? VENDOR_TOPICS : ONVIF_TOPICS;
     for (int i = 0; i < 2; ++i) {
         const TopicRow& row = rows[i];
         if (strcmp(root, row.root) != 0)
@@ -246,7 +246,7 @@ static int classifyFilter(int variant, int isSubscribe, int* code)
             return FILTER_BAD_TOPIC;
         return !hasContent || contentWithTopicAccepted(content, isSubscribe) ? FILTER_OK : FILTER_BAD_CONTENT;
     }
-    int defaultVariant = !axis && variant != VARIANT_ONE_PULL_POINT;
+    int defaultVariant = !vendorNames && variant != VARIANT_ONE_PULL_POINT;
     if (defaultVariant && strcmp(root, "tns1:VideoAnalytics") == 0) {
         if (!strstr(rest, "tnsavg:MotionDetection"))
             return FILTER_BAD_TOPIC;
