@@ -18,7 +18,7 @@
 #include <string.h>
 #include <unistd.h>
 
-#define VARIANT_AXIS_NAMES 32
+#define VARIANT_VENDOR_TOPICS 32
 #define VARIANT_ONE_PULL_POINT 34
 #define VARIANT_LENIENT_UNSUBSCRIBE 11
 #define UNSUBSCRIBE_CLEAR_WORD 20
@@ -227,7 +227,7 @@ static int classifyFilter(int variant, int isSubscribe, int* code)
     }
     char root[65] = "", rest[65] = "";
     sscanf(topic, "%64[^/]/%64s", root, rest);
-    int vendorNames = variant == VARIANT_AXIS_NAMES;
+    int vendorNames = variant == VARIANT_VENDOR_TOPICS;
     const TopicRow* rows = vendorNames ? VENDOR_TOPICS : ONVIF_TOPICS;
     for (int i = 0; i < 2; ++i) {
         const TopicRow& row = rows[i];
@@ -357,7 +357,7 @@ void Subscribe()
 {
     int variant = shmWord(VARIANT_CODE);
     int code = 10;
-    if (refuseFilter(classifyFilter(variant == VARIANT_AXIS_NAMES ? VARIANT_AXIS_NAMES : 0, 1, &code)))
+    if (refuseFilter(classifyFilter(variant == VARIANT_VENDOR_TOPICS ? VARIANT_VENDOR_TOPICS : 0, 1, &code)))
         return;
     char consumer[129];
     memset(consumer, 0, sizeof consumer);
