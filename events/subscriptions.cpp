@@ -345,8 +345,11 @@ void CreatePullPointSubscription()
     int number;
     int mode = writeSubscriptionReference("tev:CreatePullPointSubscriptionResponse", "tev:SubscriptionReference",
                                           termination, sizeof termination, &number);
-    eventFilePath(number, path, sizeof path);
-    replaceFileContent(path, "");
+    // With the table full the answer names slot 0, whose file is its subscriber's: leave it.
+    if (firstFreeSlot() >= 0) {
+        eventFilePath(number, path, sizeof path);
+        replaceFileContent(path, "");
+    }
     int host[4];
     parseAddressParts(G_Host, host);
     claimSlot(SLOT_PULL, host, code, termination, mode);
@@ -371,9 +374,11 @@ void Subscribe()
     int number;
     int mode = writeSubscriptionReference("wsnt:SubscribeResponse", "wsnt:SubscriptionReference", termination,
                                           sizeof termination, &number);
-    pushRecordPath(number, path, sizeof path);
-    snprintf(record, sizeof record, "consumer_address=%s\nclient_no=%d\n", consumer, number);
-    replaceFileContent(path, record);
+    if (firstFreeSlot() >= 0) {
+        pushRecordPath(number, path, sizeof path);
+        snprintf(record, sizeof record, "consumer_address=%s\nclient_no=%d\n", consumer, number);
+        replaceFileContent(path, record);
+    }
     char scheme[129] = "", host[129] = "", rest[129] = "";
     sscanf(consumer, "%128[^:]://%128[^:]:%128s", scheme, host, rest);
     int address[4];

@@ -124,6 +124,18 @@ TEST_F(Events, PullPointLimitsAndSlots)
     EXPECT_EQ(readFile("tmp/onvif/subscribe6.event"), "consumer_address=http://10.0.0.9:8080/events\nclient_no=6\n");
     EXPECT_TRUE(exists("tmp/onvif/eventfile5"));
 
+    // A full table still answers, but slot 0's event file stays its subscriber's.
+    for (int k = 6; k < 50; ++k)
+        slot(k)[0] = 2;
+    writeFile("tmp/onvif/eventfile1", "pending\n");
+    word(2) = 1;
+    for (int k = 1; k < 5; ++k)
+        slot(k)[0] = 2;
+    EXPECT_EQ(create().status, 200);
+    EXPECT_EQ(readFile("tmp/onvif/eventfile1"), "pending\n");
+    for (int k = 6; k < 50; ++k)
+        slot(k)[0] = 0;
+
     word(2) = 34;
     for (int k = 1; k < 5; ++k)
         slot(k)[0] = 0;
