@@ -172,13 +172,16 @@ int check_password_digest(const char* nonce_b64, const char* created, const char
     memset(input, 0, sizeof input);
     memset(hex, 0, sizeof hex);
     memset(encoded, 0, sizeof encoded);
-    if (!created[0] || !isWellFormedBase64(nonce_b64) || !isWellFormedBase64(digest_b64))
+    // A nonce is optional; a digest is a whole SHA-1 (28 characters), never
+    // a prefix of one that would need far fewer guesses.
+    if (!created[0] || (nonce_b64[0] && !isWellFormedBase64(nonce_b64)) || strlen(digest_b64) != 28 ||
+        !isWellFormedBase64(digest_b64))
         return 0;
     int nonceLength = (int)(strlen(nonce_b64) / 4) * 3 - paddingOf(nonce_b64);
     size_t createdLength = strlen(created), passwordLength = strlen(password);
     if (nonceLength < 0 || (size_t)nonceLength + createdLength + passwordLength > sizeof input)
         return 0;
-    if (COM_Base64Decode(input, nonce_b64, nonceLength) != nonceLength)
+    if (nonceLength > 0 && COM_Base64Decode(input, nonce_b64, nonceLength) != nonceLength)
         return 0;
     memcpy(input + nonceLength, created, createdLength);
     memcpy(input + nonceLength + createdLength, password, passwordLength);

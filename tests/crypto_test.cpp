@@ -72,4 +72,8 @@ TEST(Crypto, DigestCheckFollowsTheUsernameTokenProfile)
     EXPECT_EQ(check_password_digest(nonce, "", "userpassword", digest), 0);
     EXPECT_EQ(check_password_digest("LKqI6G/AikKCQrN0zqZFl", created, "userpassword", digest), 0);
     EXPECT_EQ(check_password_digest(nonce, created, "userpassword", "tuOSpGlFlIXsozq4HFNeeGeFLEI"), 0);
+    EXPECT_EQ(check_password_digest(nonce, created, "userpassword", "tuOS"), 0);  // a prefix is no digest
+    EXPECT_EQ(check_password_digest(nonce, created, "userpassword", ""), 0);
+    // Without a nonce the digest covers the creation time and the password.
+    EXPECT_EQ(check_password_digest("", created, "userpassword", "Ce4KJ3PLZm6rd1JDN/7tTbDBS+E="), 1);
 }
