@@ -173,6 +173,13 @@ void SetScopes()
     setResponse("<tds:SetScopesResponse></tds:SetScopesResponse>");
 }
 
+// Only scope lines are a scope item's to take: an item that happens to
+// occur in another setting never removes that setting.
+static int isScopeLine(const char* line)
+{
+    return strncmp(line, "FixedScopes=", 12) == 0 || strncmp(line, "ConfigurableScopes=", 19) == 0;
+}
+
 struct AddScopeEdit {
     const char* item;
     int* found;  // never cleared between items: an item already present stops the later ones too
@@ -186,7 +193,7 @@ static int dropLinesWithItem(const char* line, FILE* out, void* ctx)
             fprintf(out, "ConfigurableScopes=%s\n", e->item);
         return 0;
     }
-    if (!strstr(line, e->item))
+    if (!isScopeLine(line) || !strstr(line, e->item))
         return 0;
     *e->found = 1;
     return 1;
@@ -231,7 +238,7 @@ static int removeInFileOrder(const char* line, FILE*, void* ctx)
         writeSenderFault2("InvalidArgVal", "NoScope", "Scope does not exist", detail);
         return -1;
     }
-    if (!strstr(line, item))
+    if (!isScopeLine(line) || !strstr(line, item))
         return 0;
     if (strstr(line, "FixedScopes=")) {
         snprintf(detail, sizeof detail, "Trying to Remove fixed scope parameter, command rejected, %s.",

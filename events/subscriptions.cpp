@@ -69,6 +69,9 @@ int terminationFromDuration(const char* text, int hasText, const struct tm* now,
     int hours = 0, minutes = 0, seconds = 0, mode = 2;
     if (hasText && strstr(text, "PT")) {
         GetTimeSpanIntoTimeInteger(text, &hours, &minutes, &seconds);
+        // A negative or absurd part is no duration the calendar can add.
+        if (hours < 0 || minutes < 0 || seconds < 0 || hours > 1000000 || minutes > 1000000 || seconds > 1000000)
+            hours = minutes = seconds = 0;
         mode = 1;
     } else {
         seconds = 60;

@@ -65,6 +65,10 @@ TEST_F(Scopes, AddScopesAndItsFoundFlag)
     EXPECT_EQ(call(items("AddScopes", "ScopeItem", {"onvif://www.onvif.org/name/50%25%%"})).status, 200);
     EXPECT_NE(conf().find("ConfigurableScopes=onvif://www.onvif.org/name/50%25%%\n"), std::string::npos);
     EXPECT_NE(call("<tds:GetScopes/>").envelopeBody.find("name/50%25%%</tt:ScopeItem>"), std::string::npos);
+    // Only scope lines are an item's to take.
+    EXPECT_EQ(call(items("AddScopes", "ScopeItem", {"Camera"})).status, 200);
+    EXPECT_NE(conf().find("Brand=Camera\n"), std::string::npos);
+    EXPECT_NE(conf().find("ConfigurableScopes=Camera\n"), std::string::npos);
 }
 
 TEST_F(Scopes, SetScopesReplacesWhatFollowsTheCountryLine)
@@ -100,6 +104,7 @@ TEST_F(Scopes, RemoveScopesInFileOrderOnly)
 {
     call(items("AddScopes", "ScopeItem", {A, B}));
     const std::string added = conf();
+    EXPECT_NE(call(items("RemoveScopes", "ScopeItem", {"Brand"})).envelopeBody.find("ter:NoScope"), std::string::npos);
     CgiResult reversed = call(items("RemoveScopes", "ScopeItem", {B, A}));
     EXPECT_NE(reversed.envelopeBody.find("Trying to Remove scope which does not exist, " + std::string(A) + "."),
               std::string::npos);
