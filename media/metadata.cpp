@@ -66,9 +66,7 @@ void Read_Print_MetadataFile(const char* fileName)
 
 void Read_Print_MetadataOptionsFile(const char* fileName)
 {
-    char path[300];
-    snprintf(path, sizeof path, ONVIF_WEB_DIR "%s", fileName);
-    FILE* f = fopenRoot(path, "r");
+    FILE* f = openStoreFile(ONVIF_WEB_DIR, fileName);
     if (!f) {
         logServiceError("Read_Print_MetadataOptionsFile", "%s", "FILE missing");
         return;
@@ -160,10 +158,9 @@ void GetMetadataConfigurationOptions()
                           "The requested configuration indicated with ConfigurationToken does not exist in Metadata.");
         return;
     }
-    char fileName[64], path[128];
+    char fileName[64];
     snprintf(fileName, sizeof fileName, "%s.MetaDataOpt", token);
-    snprintf(path, sizeof path, ONVIF_WEB_DIR "%s", fileName);
-    FILE* f = fopenRoot(path, "r");
+    FILE* f = openStoreFile(ONVIF_WEB_DIR, fileName);
     if (!f) {
         writeSenderFault2("InvalidArgVal", "NoConfig", "Metadata Configuration does not exist",
                           "The requested configuration indicated with ConfigurationToken does not exist");

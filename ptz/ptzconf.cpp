@@ -147,9 +147,7 @@ static void printMaximumNumberOfPresets(const char* value)
 
 static void Read_Print_PTZ_Node(const char* fileName)
 {
-    char path[300];
-    snprintf(path, sizeof path, PTZ_DIR "%s", fileName);
-    FILE* f = fopenRoot(path, "r");
+    FILE* f = openStoreFile(PTZ_DIR, fileName);
     if (!f) {
         logServiceError("Read_Print_PTZ_NODE", "%s", "FILE missing");
         return;
