@@ -1,5 +1,5 @@
-// The dispatch table: action name to handler, tried in order; the order
-// settles names that contain others ("GetProfiles" before "GetProfile").
+// The action table: one row per action, tried in order; the order settles
+// names that contain others ("GetProfiles" before "GetProfile").
 #include "frame/dispatch.h"
 #include "frame/frame.h"
 #include "frame/handlers.h"
@@ -7,157 +7,166 @@
 
 #include <string.h>
 
-struct DispatchRow {
-    const char* name;
-    void (*handler)();
-    unsigned char exact;       // whole-name equality instead of containment
-    unsigned char closesConnection;
+// The credential rules are the camera's long-standing policy and clients rely
+// on them, uneven as they are between like actions.
+static const ActionRow actionRows[] = {
+    {"GetNetworkInterfaces", GetNetworkInterfaces, CRED_AUTH_UNLESS_12_30, ENV_FULL, 0},
+    {"SetNetworkInterfaces", SetNetworkInterfaces, CRED_AUTH, ENV_FULL, CHANGES_STORE},
+    {"GetNetworkDefaultGateway", GetNetworkDefaultGateway, CRED_OPEN, ENV_FULL, 0},
+    {"SetNetworkDefaultGateway", SetNetworkDefaultGateway, CRED_AUTH, ENV_FULL, CHANGES_STORE},
+    {"SystemReboot", SystemReboot, CRED_AUTH, ENV_FULL, CLOSES_CONNECTION},
+    {"SetZeroConfiguration", SetZeroConfiguration, CRED_AUTH, ENV_FULL, CHANGES_STORE},
+    {"GetZeroConfiguration", GetZeroConfiguration, CRED_OPEN, ENV_FULL, 0},
+    {"GetNetworkProtocols", GetNetworkProtocols, CRED_OPEN, ENV_FULL, 0},
+    {"SetNetworkProtocols", SetNetworkProtocols, CRED_AUTH, ENV_FULL, CHANGES_STORE},
+    {"GetWsdlUrl", GetWSDLResponse, CRED_OPEN, ENV_FULL, 0},
+    {"GetSystemDateAndTime", GetSystemDateAndTimeResponse, CRED_OPEN, ENV_FULL, 0},
+    {"SetSystemDateAndTime", SetSystemDateAndTimeResponse, CRED_AUTH12, ENV_FULL, CHANGES_STORE},
+    {"GetNTP", GetNTPResponse, CRED_OPEN, ENV_FULL, 0},
+    {"SetNTP", SetNTPResponse, CRED_AUTH, ENV_FULL, CHANGES_STORE},
+    {"GetCapabilities", GetCapabilityResponse, CRED_OPEN, ENV_FULL, 0},
+    {"GetHostname", GetHostnameResponse, CRED_OPEN, ENV_FULL, 0},
+    {"SetHostname", SetHostnameResponse, CRED_AUTH, ENV_FULL, CHANGES_STORE},
+    {"GetDNS", GetDNSResponse, CRED_OPEN, ENV_FULL, 0},
+    {"SetDNS", SetDNSResponse, CRED_AUTH, ENV_FULL, CHANGES_STORE},
+    {"GetDeviceInformation", GetDeviceInfoResponse, CRED_OPEN, ENV_FULL, 0},
+    {"GetScopes", GetScopes, CRED_OPEN, ENV_FULL, 0},
+    {"SetScopes", SetScopes, CRED_AUTH, ENV_FULL, CHANGES_STORE},
+    {"AddScopes", AddScopes, CRED_AUTH, ENV_FULL, CHANGES_STORE},
+    {"RemoveScopes", RemoveScopes, CRED_AUTH, ENV_FULL, CHANGES_STORE},
+    {"SetSystemFactoryDefault", SetDefault, CRED_AUTH, ENV_FULL, CLOSES_CONNECTION | CHANGES_STORE},
+    {"SetDiscoveryMode", SetDiscoveryMode, CRED_AUTH, ENV_FULL, CHANGES_STORE},
+    {"GetDiscoveryMode", GetDiscoveryMode, CRED_AUTH, ENV_FULL, 0},
+    {"GetSystemLog", GetSystemLog, CRED_AUTH, ENV_FULL, 0},
+    {"CreateProfile", CreateProfile, CRED_AUTH12, ENV_FULL, CHANGES_STORE},
+    {"GetProfiles", GetProfiles, CRED_OPEN, ENV_FULL, 0},
+    {"GetProfile", GetOneProfile, CRED_OPEN, ENV_FULL, 0},
+    {"DeleteProfile", DeleteProfile, CRED_AUTH12, ENV_FULL, CHANGES_STORE},
+    {"GetVideoSources", GetVideoSources, CRED_OPEN, ENV_FULL, 0},
+    {"GetCompatibleVideoSourceConfigurations", GetCompatibleVideoSourceConfigurations, CRED_OPEN, ENV_FULL, 0},
+    {"GetVideoSourceConfigurationOptions", GetVideoSourceConfigurationOptions, CRED_OPEN, ENV_FULL, 0},
+    {"GetVideoSourceConfigurations", GetVideoSourceConfigurations, CRED_OPEN, ENV_FULL, 0},
+    {"GetVideoSourceConfiguration", GetVideoSourceConfiguration, CRED_OPEN, ENV_FULL, 0},
+    {"AddVideoSourceConfiguration", AddVideoSourceConfiguration, CRED_AUTH12, ENV_FULL, CHANGES_STORE},
+    {"RemoveVideoSourceConfiguration", RemoveVideoSourceConfiguration, CRED_AUTH, ENV_FULL, CHANGES_STORE},
+    {"SetVideoSourceConfiguration", SetVideoSourceConfiguration, CRED_AUTH, ENV_FULL, CHANGES_STORE},
+    {"GetCompatibleVideoEncoderConfigurations", GetCompatibleVideoEncoderConfigurations, CRED_OPEN, ENV_FULL, 0},
+    {"GetVideoEncoderConfigurationOptions", GetVideoEncoderConfigurationOptions, CRED_OPEN, ENV_FULL, 0},
+    {"GetVideoEncoderConfigurations", GetVideoEncoderConfigurations, CRED_OPEN, ENV_FULL, 0},
+    {"GetVideoEncoderConfiguration", GetVideoEncoderConfiguration, CRED_OPEN, ENV_FULL, 0},
+    {"AddVideoEncoderConfiguration", AddVideoEncoderConfiguration, CRED_AUTH12, ENV_FULL, CHANGES_STORE},
+    {"RemoveVideoEncoderConfiguration", RemoveVideoEncoder, CRED_AUTH, ENV_FULL, CHANGES_STORE},
+    {"SetVideoEncoderConfiguration", SetVideoEncoderConfiguration, CRED_AUTH12, ENV_FULL, CHANGES_STORE},
+    {"GetGuaranteedNumberOfVideoEncoderInstances", GetGuaranteedNumberOfVideoEncoderInstances, CRED_OPEN, ENV_FULL, 0},
+    {"GetAudioSources", GetAudioSources, CRED_OPEN, ENV_FULL, 0},
+    {"GetCompatibleAudioSourceConfigurations", GetCompatibleAudioSource, CRED_OPEN, ENV_FULL, 0},
+    {"GetAudioSourceConfigurationOptions", GetAudioSourceConfigurationOptions, CRED_OPEN, ENV_FULL, 0},
+    {"GetAudioSourceConfigurations", GetAudioSourceConfigurations, CRED_OPEN, ENV_FULL, 0},
+    {"GetAudioSourceConfiguration", GetAudioSourceConfiguration, CRED_OPEN, ENV_FULL, 0},
+    {"AddAudioSourceConfiguration", AddAudioSourceConfiguration, CRED_AUTH, ENV_FULL, CHANGES_STORE},
+    {"RemoveAudioSourceConfiguration", RemoveAudioSource, CRED_AUTH, ENV_FULL, CHANGES_STORE},
+    {"SetAudioSourceConfiguration", SetAudioSourceConfiguration, CRED_AUTH, ENV_FULL, CHANGES_STORE},
+    {"GetCompatibleAudioEncoderConfigurations", GetCompatibleAudioEncoder, CRED_OPEN, ENV_FULL, 0},
+    {"GetAudioEncoderConfigurationOptions", GetAudioEncoderConfigurationOptions, CRED_OPEN, ENV_FULL, 0},
+    {"GetAudioEncoderConfigurations", GetAudioEncoderConfigurations, CRED_OPEN, ENV_FULL, 0},
+    {"GetAudioEncoderConfiguration", GetAudioEncoderConfiguration, CRED_OPEN, ENV_FULL, 0},
+    {"AddAudioEncoderConfiguration", AddAudioEncoderConfiguration, CRED_AUTH, ENV_FULL, CHANGES_STORE},
+    {"RemoveAudioEncoderConfiguration", RemoveAudioEncoder, CRED_AUTH, ENV_FULL, CHANGES_STORE},
+    {"SetAudioEncoderConfiguration", SetAudioEncoderConfiguration, CRED_AUTH12, ENV_FULL, CHANGES_STORE},
+    {"GetAudioOutputConfigurations", GetAudioOutputConfigurations, CRED_AUTH, ENV_FULL, 0},
+    {"GetAudioOutputConfigurationOptions", GetAudioOutputConfigurationOptions, CRED_AUTH, ENV_FULL, 0},
+    {"SetAudioOutputConfiguration", SetAudioOutputConfiguration, CRED_AUTH, ENV_FULL, CHANGES_STORE},
+    {"GetAudioOutputConfiguration", GetAudioOutputConfiguration, CRED_AUTH, ENV_FULL, 0},
+    {"GetAudioOutputs", GetAudioOutputs, CRED_AUTH, ENV_FULL, 0},
+    {"GetAudioDecoderConfigurationOptions", GetAudioDecoderConfigurationOptions, CRED_AUTH, ENV_FULL, 0},
+    {"GetCompatibleMetadataConfigurations", GetCompatibleMetadataConfigurations, CRED_OPEN, ENV_FULL, 0},
+    {"GetMetadataConfigurationOptions", GetMetadataConfigurationOptions, CRED_OPEN, ENV_FULL, 0},
+    {"GetMetadataConfigurations", GetMetadataConfigurations, CRED_OPEN, ENV_FULL, 0},
+    {"GetMetadataConfiguration", GetMetadataConfiguration, CRED_OPEN, ENV_FULL, 0},
+    {"AddMetadataConfiguration", AddMetadataConfiguration, CRED_AUTH12, ENV_FULL, CHANGES_STORE},
+    {"SetMetadataConfiguration", SetMetadataConfiguration, CRED_AUTH12, ENV_FULL, CHANGES_STORE},
+    {"RemoveMetadataConfiguration", RemoveMetadataConfiguration, CRED_AUTH, ENV_FULL, CHANGES_STORE},
+    {"GetUsers", GetUsers, CRED_AUTH, ENV_FULL, 0},
+    {"CreateUsers", CreateUsers, CRED_AUTH, ENV_FULL, CHANGES_STORE},
+    {"DeleteUsers", DeleteUsers, CRED_AUTH, ENV_FULL, CHANGES_STORE},
+    {"SetUser", SetUser, CRED_AUTH, ENV_FULL, CHANGES_STORE},
+    {"GetStreamUri", GetStreamURI, CRED_OPEN, ENV_FULL, 0},
+    {"GetSnapshotUri", GetSnapshotURI, CRED_OPEN, ENV_FULL, 0},
+    {"StartMulticastStreaming", StartMulticastStreaming, CRED_AUTH, ENV_FULL, 0},
+    {"StopMulticastStreaming", StopMulticastStreaming, CRED_AUTH, ENV_FULL, 0},
+    {"SetSynchronizationPoint", SetSynchronizationPoint, CRED_OPEN, ENV_SYNCHRONIZATION_POINT, CHANGES_STORE},
+    {"GetOptions", GetOptions, CRED_OPEN, ENV_FULL, 0},
+    {"GetImagingSettings", GetImagingSettings, CRED_OPEN, ENV_FULL, 0},
+    {"SetImagingSettings", SetImagingSettings, CRED_OPEN, ENV_FULL, CHANGES_STORE},
+    {"Move", Move, CRED_OPEN, ENV_FULL, EXACT_NAME},
+    {"GetMoveOptions", GetMoveOptions, CRED_OPEN, ENV_FULL, 0},
+    {"MoveIris", MoveIris, CRED_OPEN, ENV_FULL, 0},
+    {"GetRelayOutputOptions", GetRelayOutputOptions, CRED_OPEN, ENV_FULL, 0},
+    {"GetRelayOutputs", GetRelayOutputs, CRED_OPEN, ENV_FULL, 0},
+    {"SetRelayOutputState", SetRelayOutputState, CRED_AUTH, ENV_FULL, CHANGES_STORE},
+    {"SetRelayOutputSettings", SetRelayOutputSettings, CRED_AUTH, ENV_FULL, CHANGES_STORE},
+    {"GetNodes", GetNodes, CRED_AUTH, ENV_FULL, 0},
+    {"GetNode", GetNode, CRED_AUTH, ENV_FULL, 0},
+    {"Stop", Stop, CRED_OPEN, ENV_FULL, 0},
+    {"GetConfigurationOptions", GetConfigurationOptions, CRED_AUTH, ENV_FULL, 0},
+    {"GetConfigurations", GetConfigurations, CRED_AUTH12, ENV_FULL, 0},
+    {"GetConfiguration", GetConfiguration, CRED_AUTH, ENV_FULL, 0},
+    {"SetConfiguration", SetConfiguration, CRED_AUTH, ENV_FULL, CHANGES_STORE},
+    {"ContinuousMove", ContinuousMove, CRED_OPEN, ENV_FULL, 0},
+    {"SetPreset", SetPreset, CRED_AUTH, ENV_FULL, CHANGES_STORE},
+    {"GotoPreset", GotoPreset, CRED_AUTH, ENV_FULL, 0},
+    {"RemovePreset", RemovePreset, CRED_AUTH, ENV_FULL, CHANGES_STORE},
+    {"GetPresets", GetPresets, CRED_AUTH, ENV_FULL, 0},
+    {"GetStatus", GetStatus, CRED_AUTH, ENV_FULL, 0},
+    {"AbsoluteMove", AbsoluteMove, CRED_OPEN, ENV_FULL, 0},
+    {"RelativeMove", RelativeMove, CRED_OPEN, ENV_FULL, 0},
+    {"GotoHomePosition", GotoHomePosition, CRED_OPEN, ENV_FULL, 0},
+    {"SetHomePosition", SetHomePosition, CRED_AUTH, ENV_FULL, CHANGES_STORE},
+    {"AddPTZConfiguration", AddPTZConfiguration, CRED_AUTH, ENV_FULL, CHANGES_STORE},
+    {"RemovePTZConfiguration", RemovePTZConfiguration, CRED_AUTH, ENV_FULL, CHANGES_STORE},
+    {"GetAnalyticsModules", GetAnalyticsModules, CRED_AUTH, ENV_FULL, 0},
+    {"CreatePullPointSubscription", CreatePullPointSubscription, CRED_AUTH12, ENV_CREATE_PULL_POINT, CHANGES_STORE},
+    {"GetEventProperties", GetEventProperties, CRED_AUTH12, ENV_EVENT_PROPERTIES, 0},
+    {"Subscribe", Subscribe, CRED_AUTH, ENV_SUBSCRIBE, CHANGES_STORE},
+    {"Unsubscribe", Unsubscribe, CRED_AUTH, ENV_UNSUBSCRIBE, CHANGES_STORE},
+    {"Renew", Renew, CRED_AUTH, ENV_RENEW, CHANGES_STORE},
+    {"PullMessages", PullMessages, CRED_AUTH12, ENV_PULL_MESSAGES, CHANGES_STORE},
+    // Named only so that its failure is answered in the event envelope.
+    {"GetServiceCapabilities", 0, CRED_OPEN, ENV_SERVICE_CAPABILITIES, 0},
 };
 
-static const DispatchRow dispatchTable[] = {
-    {"GetNetworkInterfaces", GetNetworkInterfaces, 0, 0},
-    {"SetNetworkInterfaces", SetNetworkInterfaces, 0, 0},
-    {"GetNetworkDefaultGateway", GetNetworkDefaultGateway, 0, 0},
-    {"SetNetworkDefaultGateway", SetNetworkDefaultGateway, 0, 0},
-    {"SystemReboot", SystemReboot, 0, 1},
-    {"SetZeroConfiguration", SetZeroConfiguration, 0, 0},
-    {"GetZeroConfiguration", GetZeroConfiguration, 0, 0},
-    {"GetNetworkProtocols", GetNetworkProtocols, 0, 0},
-    {"SetNetworkProtocols", SetNetworkProtocols, 0, 0},
-    {"GetWsdlUrl", GetWSDLResponse, 0, 0},
-    {"GetSystemDateAndTime", GetSystemDateAndTimeResponse, 0, 0},
-    {"SetSystemDateAndTime", SetSystemDateAndTimeResponse, 0, 0},
-    {"GetNTP", GetNTPResponse, 0, 0},
-    {"SetNTP", SetNTPResponse, 0, 0},
-    {"GetCapabilities", GetCapabilityResponse, 0, 0},
-    {"GetHostname", GetHostnameResponse, 0, 0},
-    {"SetHostname", SetHostnameResponse, 0, 0},
-    {"GetDNS", GetDNSResponse, 0, 0},
-    {"SetDNS", SetDNSResponse, 0, 0},
-    {"GetDeviceInformation", GetDeviceInfoResponse, 0, 0},
-    {"GetScopes", GetScopes, 0, 0},
-    {"SetScopes", SetScopes, 0, 0},
-    {"AddScopes", AddScopes, 0, 0},
-    {"RemoveScopes", RemoveScopes, 0, 0},
-    {"SetSystemFactoryDefault", SetDefault, 0, 1},
-    {"SetDiscoveryMode", SetDiscoveryMode, 0, 0},
-    {"GetDiscoveryMode", GetDiscoveryMode, 0, 0},
-    {"GetSystemLog", GetSystemLog, 0, 0},
-    {"CreateProfile", CreateProfile, 0, 0},
-    {"GetProfiles", GetProfiles, 0, 0},
-    {"GetProfile", GetOneProfile, 0, 0},
-    {"DeleteProfile", DeleteProfile, 0, 0},
-    {"GetVideoSources", GetVideoSources, 0, 0},
-    {"GetCompatibleVideoSourceConfigurations", GetCompatibleVideoSourceConfigurations, 0, 0},
-    {"GetVideoSourceConfigurationOptions", GetVideoSourceConfigurationOptions, 0, 0},
-    {"GetVideoSourceConfigurations", GetVideoSourceConfigurations, 0, 0},
-    {"GetVideoSourceConfiguration", GetVideoSourceConfiguration, 0, 0},
-    {"AddVideoSourceConfiguration", AddVideoSourceConfiguration, 0, 0},
-    {"RemoveVideoSourceConfiguration", RemoveVideoSourceConfiguration, 0, 0},
-    {"SetVideoSourceConfiguration", SetVideoSourceConfiguration, 0, 0},
-    {"GetCompatibleVideoEncoderConfigurations", GetCompatibleVideoEncoderConfigurations, 0, 0},
-    {"GetVideoEncoderConfigurationOptions", GetVideoEncoderConfigurationOptions, 0, 0},
-    {"GetVideoEncoderConfigurations", GetVideoEncoderConfigurations, 0, 0},
-    {"GetVideoEncoderConfiguration", GetVideoEncoderConfiguration, 0, 0},
-    {"AddVideoEncoderConfiguration", AddVideoEncoderConfiguration, 0, 0},
-    {"RemoveVideoEncoderConfiguration", RemoveVideoEncoder, 0, 0},
-    {"SetVideoEncoderConfiguration", SetVideoEncoderConfiguration, 0, 0},
-    {"GetGuaranteedNumberOfVideoEncoderInstances", GetGuaranteedNumberOfVideoEncoderInstances, 0, 0},
-    {"GetAudioSources", GetAudioSources, 0, 0},
-    {"GetCompatibleAudioSourceConfigurations", GetCompatibleAudioSource, 0, 0},
-    {"GetAudioSourceConfigurationOptions", GetAudioSourceConfigurationOptions, 0, 0},
-    {"GetAudioSourceConfigurations", GetAudioSourceConfigurations, 0, 0},
-    {"GetAudioSourceConfiguration", GetAudioSourceConfiguration, 0, 0},
-    {"AddAudioSourceConfiguration", AddAudioSourceConfiguration, 0, 0},
-    {"RemoveAudioSourceConfiguration", RemoveAudioSource, 0, 0},
-    {"SetAudioSourceConfiguration", SetAudioSourceConfiguration, 0, 0},
-    {"GetCompatibleAudioEncoderConfigurations", GetCompatibleAudioEncoder, 0, 0},
-    {"GetAudioEncoderConfigurationOptions", GetAudioEncoderConfigurationOptions, 0, 0},
-    {"GetAudioEncoderConfigurations", GetAudioEncoderConfigurations, 0, 0},
-    {"GetAudioEncoderConfiguration", GetAudioEncoderConfiguration, 0, 0},
-    {"AddAudioEncoderConfiguration", AddAudioEncoderConfiguration, 0, 0},
-    {"RemoveAudioEncoderConfiguration", RemoveAudioEncoder, 0, 0},
-    {"SetAudioEncoderConfiguration", SetAudioEncoderConfiguration, 0, 0},
-    {"GetAudioOutputConfigurations", GetAudioOutputConfigurations, 0, 0},
-    {"GetAudioOutputConfigurationOptions", GetAudioOutputConfigurationOptions, 0, 0},
-    {"SetAudioOutputConfiguration", SetAudioOutputConfiguration, 0, 0},
-    {"GetAudioOutputConfiguration", GetAudioOutputConfiguration, 0, 0},
-    {"GetAudioOutputs", GetAudioOutputs, 0, 0},
-    {"GetAudioDecoderConfigurationOptions", GetAudioDecoderConfigurationOptions, 0, 0},
-    {"GetCompatibleMetadataConfigurations", GetCompatibleMetadataConfigurations, 0, 0},
-    {"GetMetadataConfigurationOptions", GetMetadataConfigurationOptions, 0, 0},
-    {"GetMetadataConfigurations", GetMetadataConfigurations, 0, 0},
-    {"GetMetadataConfiguration", GetMetadataConfiguration, 0, 0},
-    {"AddMetadataConfiguration", AddMetadataConfiguration, 0, 0},
-    {"SetMetadataConfiguration", SetMetadataConfiguration, 0, 0},
-    {"RemoveMetadataConfiguration", RemoveMetadataConfiguration, 0, 0},
-    {"GetUsers", GetUsers, 0, 0},
-    {"CreateUsers", CreateUsers, 0, 0},
-    {"DeleteUsers", DeleteUsers, 0, 0},
-    {"SetUser", SetUser, 0, 0},
-    {"GetStreamUri", GetStreamURI, 0, 0},
-    {"GetSnapshotUri", GetSnapshotURI, 0, 0},
-    {"StartMulticastStreaming", StartMulticastStreaming, 0, 0},
-    {"StopMulticastStreaming", StopMulticastStreaming, 0, 0},
-    {"SetSynchronizationPoint", SetSynchronizationPoint, 0, 0},
-    {"GetOptions", GetOptions, 0, 0},
-    {"GetImagingSettings", GetImagingSettings, 0, 0},
-    {"SetImagingSettings", SetImagingSettings, 0, 0},
-    {"Move", Move, 1, 0},
-    {"GetMoveOptions", GetMoveOptions, 0, 0},
-    {"MoveIris", MoveIris, 0, 0},
-    {"GetRelayOutputOptions", GetRelayOutputOptions, 0, 0},
-    {"GetRelayOutputs", GetRelayOutputs, 0, 0},
-    {"SetRelayOutputState", SetRelayOutputState, 0, 0},
-    {"SetRelayOutputSettings", SetRelayOutputSettings, 0, 0},
-    {"GetNodes", GetNodes, 0, 0},
-    {"GetNode", GetNode, 0, 0},
-    {"Stop", Stop, 0, 0},
-    {"GetConfigurationOptions", GetConfigurationOptions, 0, 0},
-    {"GetConfigurations", GetConfigurations, 0, 0},
-    {"GetConfiguration", GetConfiguration, 0, 0},
-    {"SetConfiguration", SetConfiguration, 0, 0},
-    {"ContinuousMove", ContinuousMove, 0, 0},
-    {"SetPreset", SetPreset, 0, 0},
-    {"GotoPreset", GotoPreset, 0, 0},
-    {"RemovePreset", RemovePreset, 0, 0},
-    {"GetPresets", GetPresets, 0, 0},
-    {"GetStatus", GetStatus, 0, 0},
-    {"AbsoluteMove", AbsoluteMove, 0, 0},
-    {"RelativeMove", RelativeMove, 0, 0},
-    {"GotoHomePosition", GotoHomePosition, 0, 0},
-    {"SetHomePosition", SetHomePosition, 0, 0},
-    {"AddPTZConfiguration", AddPTZConfiguration, 0, 0},
-    {"RemovePTZConfiguration", RemovePTZConfiguration, 0, 0},
-    {"GetAnalyticsModules", GetAnalyticsModules, 0, 0},
-    {"CreatePullPointSubscription", CreatePullPointSubscription, 0, 0},
-    {"GetEventProperties", GetEventProperties, 0, 0},
-    {"Subscribe", Subscribe, 0, 0},
-    {"Unsubscribe", Unsubscribe, 0, 0},
-    {"Renew", Renew, 0, 0},
-    {"PullMessages", PullMessages, 0, 0},
-};
+static const int ACTION_ROWS = (int)(sizeof actionRows / sizeof actionRows[0]);
+
+const ActionRow* actionTable(int* rows)
+{
+    *rows = ACTION_ROWS;
+    return actionRows;
+}
+
+const ActionRow* actionRow(const char* action)
+{
+    if (!action)
+        return 0;
+    for (const ActionRow& r : actionRows)
+        if ((r.flags & EXACT_NAME) ? strcmp(action, r.name) == 0 : strstr(action, r.name) != 0)
+            return &r;
+    return 0;
+}
 
 int dispatchRow(const char* action)
 {
-    int row = 1;
-    for (const DispatchRow& r : dispatchTable) {
-        if (r.exact ? strcmp(action, r.name) == 0 : strstr(action, r.name) != 0)
-            return row;
-        ++row;
-    }
-    return 0;
+    const ActionRow* r = actionRow(action);
+    return r && r->handler ? (int)(r - actionRows) + 1 : 0;
 }
 
 void checkXML()
 {
-    int row = dispatchRow(PrimaryElementName ? PrimaryElementName : "");
-    if (row == 0) {
+    const ActionRow* r = actionRow(PrimaryElementName);
+    if (!r || !r->handler) {
         G_httpAck = 500;
         return;
     }
-    const DispatchRow& r = dispatchTable[row - 1];
-    if (r.closesConnection)
+    if (r->flags & CLOSES_CONNECTION)
         G_connection_close = 1;
-    r.handler();
+    r->handler();
 }

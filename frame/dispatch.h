@@ -1,10 +1,54 @@
-// Dispatch of an authenticated request to the handler of its action.
+// The action table: for every action the handler that serves it, the
+// credentials it needs, the envelope it is answered in, and its side effects.
 #ifndef FRAME_DISPATCH_H
 #define FRAME_DISPATCH_H
 
-void checkXML();
+// Who may call an action.
+enum Credentials {
+    CRED_OPEN,              // anyone
+    CRED_AUTH,              // a valid UsernameToken
+    CRED_AUTH12,            // a token, except on variant 12
+    CRED_AUTH_UNLESS_12_30  // a token, except on variants 12 and 30
+};
 
-// The 1-based row of the dispatch table that serves the action, 0 for none.
+// The namespace set and header an answer is wrapped in.
+enum EnvelopeKind {
+    ENV_FULL,               // the full set of the variant, no header
+    ENV_CREATE_PULL_POINT,
+    ENV_EVENT_PROPERTIES,
+    ENV_SUBSCRIBE,
+    ENV_UNSUBSCRIBE,
+    ENV_RENEW,
+    ENV_PULL_MESSAGES,
+    ENV_SERVICE_CAPABILITIES,
+    ENV_SYNCHRONIZATION_POINT
+};
+
+enum ActionFlags {
+    EXACT_NAME = 1,         // whole-name equality instead of containment
+    CLOSES_CONNECTION = 2,  // "Connection: close", whatever the outcome
+    CHANGES_STORE = 4       // reads and rewrites settings or list files
+};
+
+struct ActionRow {
+    const char* name;
+    void (*handler)();      // 0: named so its envelope is known, but not served (500)
+    Credentials credentials;
+    EnvelopeKind envelope;
+    unsigned flags;
+};
+
+// The row that an action name selects (the first whose name it contains,
+// or equals for EXACT_NAME rows), 0 for none.
+const ActionRow* actionRow(const char* action);
+
+// The 1-based row of the table that serves the action, 0 for none.
 int dispatchRow(const char* action);
+
+// The whole table, for tests that walk it.
+const ActionRow* actionTable(int* rows);
+
+// Calls the handler of the request's action; 500 when none serves it.
+void checkXML();
 
 #endif

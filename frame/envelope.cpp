@@ -1,6 +1,7 @@
 // The CGI header block, the SOAP envelope with its namespace sets, and the
 // fault bodies.
 #include "frame/frame.h"
+#include "frame/dispatch.h"
 #include "frame/xmlsearch.h"
 #include "state/shm.h"
 #include "device/netaddr.h"
@@ -101,60 +102,64 @@ void HttpStatus(int status)
     puts("Content-type: application/soap+xml; charset=utf-8\r\n\r");
 }
 
-static void printHeader(const char* action)
+// withDeviceAddress adds the address a push subscriber answers to: the device itself.
+static void printHeader(const char* action, int withDeviceAddress)
 {
-    printf("<SOAP-ENV:Header><wsa5:Action>%s</wsa5:Action></SOAP-ENV:Header>", action);
+    fputs("<SOAP-ENV:Header><wsa5:Action>", stdout);
+    fputs(action, stdout);
+    fputs("</wsa5:Action>", stdout);
+    if (withDeviceAddress) {
+        char address[64];
+        getDeviceIPv4(address, sizeof address);
+        printf("<wsa5:To>http://%s/onvif/device_service</wsa5:To>", address);
+    }
+    fputs("</SOAP-ENV:Header>", stdout);
 }
 
-// The event answers that carry topics declare the vendor topic namespaces
-// of the variant; their faults get the plain fault set.
-static void printEventSetByVariant(int ok, int variant, const char* action)
-{
-    if (!ok) {
-        fputs(SET_BASE SET_F1 ">", stdout);
-        return;
-    }
-    fputs(SET_BASE SET_V, stdout);
-    fputs(variant == 32 ? NS_TNSIV NS_TNSAXIS ">" : variant == 34 ? ">" : NS_TNSAVG ">", stdout);
-    printHeader(action);
-}
+// The event answers: the set of a success, the set of a fault, and the
+// header's action (a 0 set is the variant's event set V).
+struct EventEnvelope {
+    const char* okSet;
+    const char* faultSet;
+    const char* action;
+};
+
+static const EventEnvelope eventEnvelopes[] = {
+    /* ENV_FULL */ {0, 0, 0},
+    /* ENV_CREATE_PULL_POINT */ {SET_E1, SET_F2, EVENTS_WSDL "EventPortType/CreatePullPointSubscriptionResponse"},
+    /* ENV_EVENT_PROPERTIES */ {0, SET_F1, EVENTS_WSDL "EventPortType/GetEventPropertiesResponse"},
+    /* ENV_SUBSCRIBE */ {SET_E1, SET_F2, BW2 "NotificationProducer/SubscribeResponse"},
+    /* ENV_UNSUBSCRIBE */ {SET_E1, SET_F1, BW2 "SubscriptionManager/UnsubscribeResponse"},
+    /* ENV_RENEW */ {SET_E1, SET_F1, BW2 "SubscriptionManager/RenewResponse"},
+    /* ENV_PULL_MESSAGES */ {0, SET_F1, EVENTS_WSDL "PullPointSubscription/PullMessagesResponse"},
+    /* ENV_SERVICE_CAPABILITIES */ {SET_E2, SET_F1, EVENTS_WSDL "EventPortType/GetServiceCapabilitiesResponse"},
+    /* ENV_SYNCHRONIZATION_POINT */ {SET_E2, SET_F1, EVENTS_WSDL "PullPointSubscription/SetSynchronizationPointResponse"},
+};
 
 void SoapEnvStart()
 {
-    const char* name = PrimaryElementName ? PrimaryElementName : "";
-    int ok = G_httpAck == 200;
+    const ActionRow* row = actionRow(PrimaryElementName);
+    EnvelopeKind kind = row ? row->envelope : ENV_FULL;
     int variant = shmWord(VARIANT_CODE);
     fputs("<?xml version=\"1.0\" encoding=\"UTF-8\"?><SOAP-ENV:Envelope", stdout);
-    if (strstr(name, "CreatePullPointSubscription")) {
-        fputs(ok ? SET_BASE SET_E1 ">" : SET_BASE SET_F2 ">", stdout);
-        if (ok) printHeader(EVENTS_WSDL "EventPortType/CreatePullPointSubscriptionResponse");
-    } else if (strstr(name, "GetEventProperties")) {
-        printEventSetByVariant(ok, variant, EVENTS_WSDL "EventPortType/GetEventPropertiesResponse");
-    } else if (strstr(name, "Subscribe")) {
-        fputs(ok ? SET_BASE SET_E1 ">" : SET_BASE SET_F2 ">", stdout);
-        if (ok) {
-            // The address a push subscriber answers to: the device itself.
-            char address[64];
-            getDeviceIPv4(address, sizeof address);
-            printf("<SOAP-ENV:Header><wsa5:Action>" BW2 "NotificationProducer/SubscribeResponse</wsa5:Action>"
-                   "<wsa5:To>http://%s/onvif/device_service</wsa5:To></SOAP-ENV:Header>", address);
-        }
-    } else if (strstr(name, "Unsubscribe")) {
-        fputs(ok ? SET_BASE SET_E1 ">" : SET_BASE SET_F1 ">", stdout);
-        if (ok) printHeader(BW2 "SubscriptionManager/UnsubscribeResponse");
-    } else if (strstr(name, "Renew")) {
-        fputs(ok ? SET_BASE SET_E1 ">" : SET_BASE SET_F1 ">", stdout);
-        if (ok) printHeader(BW2 "SubscriptionManager/RenewResponse");
-    } else if (strstr(name, "PullMessages")) {
-        printEventSetByVariant(ok, variant, EVENTS_WSDL "PullPointSubscription/PullMessagesResponse");
-    } else if (strstr(name, "GetServiceCapabilities")) {
-        fputs(ok ? SET_BASE SET_E2 ">" : SET_BASE SET_F1 ">", stdout);
-        if (ok) printHeader(EVENTS_WSDL "EventPortType/GetServiceCapabilitiesResponse");
-    } else if (strstr(name, "SetSynchronizationPoint")) {
-        fputs(ok ? SET_BASE SET_E2 ">" : SET_BASE SET_F1 ">", stdout);
-        if (ok) printHeader(EVENTS_WSDL "PullPointSubscription/SetSynchronizationPointResponse");
-    } else {
+    if (kind == ENV_FULL) {
         fputs(variant == 32 ? SET_G1 ">" : SET_G2 ">", stdout);
+    } else {
+        const EventEnvelope& e = eventEnvelopes[kind];
+        if (G_httpAck != 200) {
+            fputs(SET_BASE, stdout);
+            fputs(e.faultSet, stdout);
+            fputs(">", stdout);
+        } else if (!e.okSet) {
+            fputs(SET_BASE SET_V, stdout);
+            fputs(variant == 32 ? NS_TNSIV NS_TNSAXIS ">" : variant == 34 ? ">" : NS_TNSAVG ">", stdout);
+            printHeader(e.action, 0);
+        } else {
+            fputs(SET_BASE, stdout);
+            fputs(e.okSet, stdout);
+            fputs(">", stdout);
+            printHeader(e.action, kind == ENV_SUBSCRIBE);
+        }
     }
     fputs("<SOAP-ENV:Body>", stdout);
 }

@@ -2,6 +2,7 @@
 // WS-Security UsernameToken check against the two password files.
 #include "frame/security.h"
 #include "frame/comcrypto.h"
+#include "frame/dispatch.h"
 #include "frame/frame.h"
 #include "frame/users.h"
 #include "frame/xmlsearch.h"
@@ -11,127 +12,6 @@
 
 #include <stdio.h>
 #include <string.h>
-
-enum AuthDecision { AUTH_OPEN, AUTH_CHECK, AUTH_CHECK_UNLESS_12 };
-
-struct AuthRow {
-    const char* name;
-    AuthDecision decision;
-};
-
-// Tried in order by substring; the first match decides. The uneven treatment
-// of like actions is the camera's long-standing policy and clients rely on it.
-static const AuthRow authTable[] = {
-    {"SetNetworkInterfaces", AUTH_CHECK},
-    {"GetNetworkDefaultGateway", AUTH_OPEN},
-    {"SetNetworkDefaultGateway", AUTH_CHECK},
-    {"SystemReboot", AUTH_CHECK},
-    {"SetZeroConfiguration", AUTH_CHECK},
-    {"GetZeroConfiguration", AUTH_OPEN},
-    {"GetNetworkProtocols", AUTH_OPEN},
-    {"SetNetworkProtocols", AUTH_CHECK},
-    {"GetWsdlUrl", AUTH_OPEN},
-    {"GetSystemDateAndTime", AUTH_OPEN},
-    {"SetSystemDateAndTime", AUTH_CHECK_UNLESS_12},
-    {"GetNTP", AUTH_OPEN},
-    {"SetNTP", AUTH_CHECK},
-    {"GetCapabilities", AUTH_OPEN},
-    {"GetHostname", AUTH_OPEN},
-    {"SetHostname", AUTH_CHECK},
-    {"GetDNS", AUTH_OPEN},
-    {"SetDNS", AUTH_CHECK},
-    {"GetDeviceInformation", AUTH_OPEN},
-    {"GetScopes", AUTH_OPEN},
-    {"SetScopes", AUTH_CHECK},
-    {"AddScopes", AUTH_CHECK},
-    {"RemoveScopes", AUTH_CHECK},
-    {"SetSystemFactoryDefault", AUTH_CHECK},
-    {"SetDiscoveryMode", AUTH_CHECK},
-    {"GetDiscoveryMode", AUTH_CHECK},
-    {"GetSystemLog", AUTH_CHECK},
-    {"CreateProfile", AUTH_CHECK_UNLESS_12},
-    {"GetProfiles", AUTH_OPEN},
-    {"GetProfile", AUTH_OPEN},
-    {"DeleteProfile", AUTH_CHECK_UNLESS_12},
-    {"GetVideoSources", AUTH_OPEN},
-    {"GetCompatibleVideoSourceConfigurations", AUTH_OPEN},
-    {"GetVideoSourceConfigurationOptions", AUTH_OPEN},
-    {"GetVideoSourceConfigurations", AUTH_OPEN},
-    {"GetVideoSourceConfiguration", AUTH_OPEN},
-    {"AddVideoSourceConfiguration", AUTH_CHECK_UNLESS_12},
-    {"RemoveVideoSourceConfiguration", AUTH_CHECK},
-    {"SetVideoSourceConfiguration", AUTH_CHECK},
-    {"GetCompatibleVideoEncoderConfigurations", AUTH_OPEN},
-    {"GetVideoEncoderConfigurationOptions", AUTH_OPEN},
-    {"GetVideoEncoderConfigurations", AUTH_OPEN},
-    {"GetVideoEncoderConfiguration", AUTH_OPEN},
-    {"AddVideoEncoderConfiguration", AUTH_CHECK_UNLESS_12},
-    {"RemoveVideoEncoderConfiguration", AUTH_CHECK},
-    {"SetVideoEncoderConfiguration", AUTH_CHECK_UNLESS_12},
-    {"GetGuaranteedNumberOfVideoEncoderInstances", AUTH_OPEN},
-    {"GetAudioSources", AUTH_OPEN},
-    {"GetCompatibleAudioSourceConfigurations", AUTH_OPEN},
-    {"GetAudioSourceConfigurationOptions", AUTH_OPEN},
-    {"GetAudioSourceConfigurations", AUTH_OPEN},
-    {"GetAudioSourceConfiguration", AUTH_OPEN},
-    {"AddAudioSourceConfiguration", AUTH_CHECK},
-    {"RemoveAudioSourceConfiguration", AUTH_CHECK},
-    {"SetAudioSourceConfiguration", AUTH_CHECK},
-    {"GetCompatibleAudioEncoderConfigurations", AUTH_OPEN},
-    {"GetAudioEncoderConfigurationOptions", AUTH_OPEN},
-    {"GetAudioEncoderConfigurations", AUTH_OPEN},
-    {"GetAudioEncoderConfiguration", AUTH_OPEN},
-    {"AddAudioEncoderConfiguration", AUTH_CHECK},
-    {"RemoveAudioEncoderConfiguration", AUTH_CHECK},
-    {"SetAudioEncoderConfiguration", AUTH_CHECK_UNLESS_12},
-    {"GetAudioOutputConfigurations", AUTH_CHECK},
-    {"GetAudioOutputConfigurationOptions", AUTH_CHECK},
-    {"SetAudioOutputConfiguration", AUTH_CHECK},
-    {"GetAudioOutputConfiguration", AUTH_CHECK},
-    {"GetAudioOutputs", AUTH_CHECK},
-    {"GetAudioDecoderConfigurationOptions", AUTH_CHECK},
-    {"GetCompatibleMetadataConfigurations", AUTH_OPEN},
-    {"GetMetadataConfigurationOptions", AUTH_OPEN},
-    {"GetMetadataConfigurations", AUTH_OPEN},
-    {"GetMetadataConfiguration", AUTH_OPEN},
-    {"AddMetadataConfiguration", AUTH_CHECK_UNLESS_12},
-    {"SetMetadataConfiguration", AUTH_CHECK_UNLESS_12},
-    {"RemoveMetadataConfiguration", AUTH_CHECK},
-    {"GetUsers", AUTH_CHECK},
-    {"CreateUsers", AUTH_CHECK},
-    {"DeleteUsers", AUTH_CHECK},
-    {"SetUser", AUTH_CHECK},
-    {"StartMulticastStreaming", AUTH_CHECK},
-    {"StopMulticastStreaming", AUTH_CHECK},
-    {"GetOptions", AUTH_OPEN},
-    {"GetImagingSettings", AUTH_OPEN},
-    {"GetMoveOptions", AUTH_OPEN},
-    {"GetRelayOutputOptions", AUTH_OPEN},
-    {"GetRelayOutputs", AUTH_OPEN},
-    {"SetRelayOutputState", AUTH_CHECK},
-    {"SetRelayOutputSettings", AUTH_CHECK},
-    {"GetNodes", AUTH_CHECK},
-    {"GetNode", AUTH_CHECK},
-    {"GetConfigurationOptions", AUTH_CHECK},
-    {"GetConfigurations", AUTH_CHECK_UNLESS_12},
-    {"GetConfiguration", AUTH_CHECK},
-    {"SetConfiguration", AUTH_CHECK},
-    {"SetPreset", AUTH_CHECK},
-    {"GotoPreset", AUTH_CHECK},
-    {"RemovePreset", AUTH_CHECK},
-    {"GetPresets", AUTH_CHECK},
-    {"GetStatus", AUTH_CHECK},
-    {"SetHomePosition", AUTH_CHECK},
-    {"AddPTZConfiguration", AUTH_CHECK},
-    {"RemovePTZConfiguration", AUTH_CHECK},
-    {"GetAnalyticsModules", AUTH_CHECK},
-    {"CreatePullPointSubscription", AUTH_CHECK_UNLESS_12},
-    {"GetEventProperties", AUTH_CHECK_UNLESS_12},
-    {"Subscribe", AUTH_CHECK},
-    {"Unsubscribe", AUTH_CHECK},
-    {"Renew", AUTH_CHECK},
-    {"PullMessages", AUTH_CHECK_UNLESS_12},
-};
 
 // The credential fields: a token longer than its field is refused, never cut.
 #define NONCE_SIZE 64
@@ -280,17 +160,15 @@ void checkSecurity()
     G_httpAck = 200;
     if (shmWord(AUTH_ON_WORD) != 1)
         return;
-    const char* action = PrimaryElementName ? PrimaryElementName : "";
+    const ActionRow* row = actionRow(PrimaryElementName);
     int variant = shmWord(VARIANT_CODE);
     int needsCredentials = 0;
-    if (strstr(action, "GetNetworkInterfaces")) {
-        needsCredentials = variant != 12 && variant != 30;
-    } else {
-        for (const AuthRow& row : authTable) {
-            if (strstr(action, row.name)) {
-                needsCredentials = row.decision == AUTH_CHECK || (row.decision == AUTH_CHECK_UNLESS_12 && variant != 12);
-                break;
-            }
+    if (row) {
+        switch (row->credentials) {
+        case CRED_OPEN: break;
+        case CRED_AUTH: needsCredentials = 1; break;
+        case CRED_AUTH12: needsCredentials = variant != 12; break;
+        case CRED_AUTH_UNLESS_12_30: needsCredentials = variant != 12 && variant != 30; break;
         }
     }
     if (needsCredentials && !credentialsAccepted())
