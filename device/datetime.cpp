@@ -286,12 +286,11 @@ void GetSystemDateAndTimeResponse()
         now += (time_t)tzone.tz_minuteswest * 60;
     struct tm t;
     localtime_r(&now, &t);
-    char escapedType[128], escapedDaylight[128], escapedZone[256];
     setResponse("<tds:GetSystemDateAndTimeResponse><tds:SystemDateAndTime><tt:DateTimeType>%s</tt:DateTimeType>"
                 "<tt:DaylightSavings>%s</tt:DaylightSavings><tt:TimeZone><tt:TZ>%s</tt:TZ></tt:TimeZone>",
-                xmlEscape(type, escapedType, sizeof escapedType),
-                xmlEscape(daylight, escapedDaylight, sizeof escapedDaylight),
-                xmlEscape(zone, escapedZone, sizeof escapedZone));
+                type,
+                daylight,
+                zone);
     const char* element = manual ? "tt:UTCDateTime" : "tt:LocalDateTime";
     appendResponse("<%s><tt:Time><tt:Hour>%d</tt:Hour><tt:Minute>%d</tt:Minute><tt:Second>%d</tt:Second></tt:Time>"
                    "<tt:Date><tt:Year>%d</tt:Year><tt:Month>%d</tt:Month><tt:Day>%d</tt:Day></tt:Date></%s>",

@@ -50,7 +50,7 @@ void GetWSDLResponse()
 
 static void Capability_Analytics(const char* xaddr)
 {
-    appendResponse("<tt:Analytics>%s<tt:RuleSupport>false</tt:RuleSupport>"
+    appendResponse("<tt:Analytics><tt:XAddr>%s</tt:XAddr><tt:RuleSupport>false</tt:RuleSupport>"
                    "<tt:AnalyticsModuleSupport>true</tt:AnalyticsModuleSupport></tt:Analytics>", xaddr);
 }
 
@@ -60,7 +60,7 @@ static void Capability_Device(const char* xaddr)
     int inputs = layout <= 0 ? 0 : layout == 1 ? 1 : 4;
     int relays = layout <= 0 ? 0 : layout <= 2 ? 1 : layout <= 4 ? 2 : 0;
     int v20 = shmWord(VARIANT_CODE) == VARIANT_V20;
-    appendResponse("<tt:Device>%s"
+    appendResponse("<tt:Device><tt:XAddr>%s</tt:XAddr>"
                    "<tt:Network><tt:IPFilter>false</tt:IPFilter><tt:ZeroConfiguration>false</tt:ZeroConfiguration>"
                    "<tt:IPVersion6>false</tt:IPVersion6><tt:DynDNS>false</tt:DynDNS></tt:Network>"
                    "<tt:System><tt:DiscoveryResolve>true</tt:DiscoveryResolve><tt:DiscoveryBye>true</tt:DiscoveryBye>"
@@ -79,7 +79,7 @@ static void Capability_Device(const char* xaddr)
 
 static void Capability_Events(const char* xaddr)
 {
-    appendResponse("<tt:Events>%s<tt:WSSubscriptionPolicySupport>true</tt:WSSubscriptionPolicySupport>"
+    appendResponse("<tt:Events><tt:XAddr>%s</tt:XAddr><tt:WSSubscriptionPolicySupport>true</tt:WSSubscriptionPolicySupport>"
                    "<tt:WSPullPointSupport>false</tt:WSPullPointSupport>"
                    "<tt:WSPausableSubscriptionManagerInterfaceSupport>false"
                    "</tt:WSPausableSubscriptionManagerInterfaceSupport></tt:Events>", xaddr);
@@ -87,19 +87,19 @@ static void Capability_Events(const char* xaddr)
 
 static void Capability_Imaging(const char* xaddr)
 {
-    appendResponse("<tt:Imaging>%s</tt:Imaging>", xaddr);
+    appendResponse("<tt:Imaging><tt:XAddr>%s</tt:XAddr></tt:Imaging>", xaddr);
 }
 
 static void Capability_Media(const char* xaddr)
 {
-    appendResponse("<tt:Media>%s<tt:StreamingCapabilities><tt:RTPMulticast>true</tt:RTPMulticast>"
+    appendResponse("<tt:Media><tt:XAddr>%s</tt:XAddr><tt:StreamingCapabilities><tt:RTPMulticast>true</tt:RTPMulticast>"
                    "<tt:RTP_TCP>true</tt:RTP_TCP><tt:RTP_RTSP_TCP>true</tt:RTP_RTSP_TCP>"
                    "</tt:StreamingCapabilities></tt:Media>", xaddr);
 }
 
 static void Capability_PTZ(const char* xaddr)
 {
-    appendResponse("<tt:PTZ>%s</tt:PTZ>", xaddr);
+    appendResponse("<tt:PTZ><tt:XAddr>%s</tt:XAddr></tt:PTZ>", xaddr);
 }
 
 static int hasPTZ()
@@ -127,7 +127,7 @@ void GetCapabilityResponse()
 {
     char address[64], xaddr[128];
     getDeviceIPv4(address, sizeof address);
-    snprintf(xaddr, sizeof xaddr, "<tt:XAddr>http://%s/onvif/device_service</tt:XAddr>", address);
+    snprintf(xaddr, sizeof xaddr, "http://%s/onvif/device_service", address);
     setResponse("<tds:GetCapabilitiesResponse><tds:Capabilities>");
     if (G_xmlElementNum == 1) {
         writeAllSections(xaddr);

@@ -67,5 +67,5 @@ void GetSystemLog()
     // Copied as it is; a log longer than the answer holds is cut, never the closing tags.
     appendFileToResponse(f, sizeof CLOSE);
     fclose(f);
-    appendResponse("%s", CLOSE);
+    appendMarkup(CLOSE);
 }

@@ -90,13 +90,13 @@ void GetScopes()
     }
     int layout = shmWord(IO_LAYOUT_WORD);
     setResponse("<tds:GetScopesResponse>");
-    char line[256], value[256], escaped[600];
+    char line[256], value[256];
     while (fgets(line, sizeof line, f)) {
         if (strstr(line, "FixedScopes")) {
             value[0] = 0;
             scanSettingLine(line, "FixedScopes=", value, sizeof value, 1);
             appendResponse("<tds:Scopes><tt:ScopeDef>Fixed</tt:ScopeDef><tt:ScopeItem>%s</tt:ScopeItem></tds:Scopes>",
-                           xmlEscape(value, escaped, sizeof escaped));
+                           value);
             if (layout >= 2 && layout <= 4 && strstr(line, "audio_encoder"))
                 appendResponse("<tds:Scopes><tt:ScopeDef>Fixed</tt:ScopeDef>"
                                "<tt:ScopeItem>onvif://www.onvif.org/type/ptz</tt:ScopeItem></tds:Scopes>");
@@ -109,7 +109,7 @@ void GetScopes()
             if (shmWord(VARIANT_CODE) == 30 && strstr(value, "country") && len >= 8)
                 snprintf(value + len - 8, sizeof value - (len - 8), "ONVIF");
             appendResponse("<tds:Scopes><tt:ScopeDef>Configurable</tt:ScopeDef><tt:ScopeItem>%s</tt:ScopeItem>"
-                           "</tds:Scopes>", xmlEscape(value, escaped, sizeof escaped));
+                           "</tds:Scopes>", value);
         }
     }
     fclose(f);
@@ -228,13 +228,13 @@ struct RemoveScopesEdit {
 static int removeInFileOrder(const char* line, FILE*, void* ctx)
 {
     RemoveScopesEdit* e = (RemoveScopesEdit*)ctx;
-    char detail[400], escaped[300];
+    char detail[400];
     if (e->next >= e->count)
         return line ? 1 : 0;
     const char* item = ElementBuffer2[e->rows[e->next]];
     if (!line) {
         snprintf(detail, sizeof detail, "Trying to Remove scope which does not exist, %s.",
-                 xmlEscape(item, escaped, sizeof escaped));
+                 item);
         writeSenderFault2("InvalidArgVal", "NoScope", "Scope does not exist", detail);
         return -1;
     }
@@ -242,7 +242,7 @@ static int removeInFileOrder(const char* line, FILE*, void* ctx)
         return 0;
     if (strstr(line, "FixedScopes=")) {
         snprintf(detail, sizeof detail, "Trying to Remove fixed scope parameter, command rejected, %s.",
-                 xmlEscape(item, escaped, sizeof escaped));
+                 item);
         writeSenderFault2("OperationProhibited", "FixedScope",
                           "Trying to Remove fixed scope parameter, command rejected.", detail);
         return -1;
@@ -276,9 +276,9 @@ void RemoveScopes()
         return;  // the fault is written, the files stay
     copyToMirror();
     setResponse("<tds:RemoveScopesResponse>");
-    char escaped[600];
+
     for (int i = 0; i < e.count; ++i)
-        appendResponse("<tds:ScopeItem>%s</tds:ScopeItem>", xmlEscape(ElementBuffer2[e.rows[i]], escaped, sizeof escaped));
+        appendResponse("<tds:ScopeItem>%s</tds:ScopeItem>", ElementBuffer2[e.rows[i]]);
     appendResponse("</tds:RemoveScopesResponse>");
     G_shared_memory[SCOPES_CHANGED_WORD] = 1;
 }
@@ -296,9 +296,9 @@ void GetDiscoveryMode()
     } else {
         logServiceError("GetDiscoveryMode", "%s", "ONVIF_CONF_FILE missing");
     }
-    char escaped[128];
+
     setResponse("<tds:GetDiscoveryModeResponse><tds:DiscoveryMode>%s</tds:DiscoveryMode></tds:GetDiscoveryModeResponse>",
-                xmlEscape(mode, escaped, sizeof escaped));
+                mode);
 }
 
 void SetDiscoveryMode()

@@ -56,8 +56,8 @@ static int findOutputLine(const char* token, char* fileName, size_t n)
 
 static void writeUnknownTokenFault(const char* token)
 {
-    char detail[200], escaped[160];
-    snprintf(detail, sizeof detail, "Unknown relay token %s reference.", xmlEscape(token, escaped, sizeof escaped));
+    char detail[200];
+    snprintf(detail, sizeof detail, "Unknown relay token %s reference.", token);
     writeSenderFault2("InvalidArgVal", "RelayToken", "Unknown relay token reference.", detail);
 }
 

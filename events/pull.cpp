@@ -38,15 +38,12 @@ static int appendInitialized(MessageBudget* budget, const char* topic, const cha
     if (budget->left <= 0)
         return 0;
     --budget->left;
-    char message[1024];
-    snprintf(message, sizeof message,
-             "<wsnt:NotificationMessage><wsnt:Topic Dialect=\"http://docs.oasis-open.org/wsn/t-1/TopicExpression/Simple\">"
+    appendResponse("<wsnt:NotificationMessage><wsnt:Topic Dialect=\"http://docs.oasis-open.org/wsn/t-1/TopicExpression/Simple\">"
              "%s</wsnt:Topic><wsnt:Message><tt:Message UtcTime=\"%s\" PropertyOperation=\"Initialized\">"
              "<tt:Source><tt:SimpleItem Name=\"%s\" Value=\"%s\"></tt:SimpleItem></tt:Source>"
              "<tt:Data><tt:SimpleItem Name=\"%s\" Value=\"%s\"></tt:SimpleItem></tt:Data>"
-             "</tt:Message></wsnt:Message></wsnt:NotificationMessage>",
-             topic, time, sourceName, sourceValue, dataName, state);
-    appendResponse("%s", message);
+                   "</tt:Message></wsnt:Message></wsnt:NotificationMessage>",
+                   topic, time, sourceName, sourceValue, dataName, state);
     return 1;
 }
 

@@ -110,38 +110,54 @@ int A_larger_than_B(const char* a, const char* b) { return compareTimes(a, b); }
 void eventFilePath(int number, char* out, size_t n) { snprintf(out, n, "/tmp/onvif/eventfile%d", number); }
 void pushRecordPath(int number, char* out, size_t n) { snprintf(out, n, "/tmp/onvif/subscribe%d.event", number); }
 
-void writeEventFault(const char* reason, const char* detail)
+// The event service's fault, up to the opening of its detail; the caller
+// appends the detail and closes it with closeEventFault.
+static void openEventFault(const char* reason)
 {
     setResponse("<SOAP-ENV:Fault><SOAP-ENV:Code><SOAP-ENV:Value>SOAP-ENV:Sender</SOAP-ENV:Value>"
                 "<SOAP-ENV:Subcode><SOAP-ENV:Value>ter:InvalidArgVal</SOAP-ENV:Value></SOAP-ENV:Subcode>"
                 "</SOAP-ENV:Code><SOAP-ENV:Reason><SOAP-ENV:Text xml:lang=\"en\">%s</SOAP-ENV:Text></SOAP-ENV:Reason>"
                 "<SOAP-ENV:Node>http://www.w3.org/2003/05/soap-envelope/node/ultimateReceiver</SOAP-ENV:Node>"
                 "<SOAP-ENV:Role>http://www.w3.org/2003/05/soap-envelope/role/ultimateReceiver</SOAP-ENV:Role>"
-                "<SOAP-ENV:Detail>%s</SOAP-ENV:Detail></SOAP-ENV:Fault>", reason, detail);
+                "<SOAP-ENV:Detail>", reason);
+}
+
+static void closeEventFault()
+{
+    appendMarkup("</SOAP-ENV:Detail></SOAP-ENV:Fault>");
     G_httpAck = 400;
+}
+
+void writeEventFault(const char* reason, const char* detail)
+{
+    openEventFault(reason);
+    appendResponse("%s", detail);
+    closeEventFault();
 }
 
 void writeInvalidFilterFault(const char* reason, const char* description, const char* unknownFilter)
 {
     struct tm now;
-    char stamp[64], detail[512];
+    char stamp[64];
     currentTime(&now);
     formatTime(stamp, sizeof stamp, &now);
-    snprintf(detail, sizeof detail, "<wsnt:InvalidFilterFault><bf2:Timestamp>%s</bf2:Timestamp><bf2:Description>%s"
-             "</bf2:Description><wsnt:UnknownFilter>%s</wsnt:UnknownFilter></wsnt:InvalidFilterFault>",
-             stamp, description, unknownFilter);
-    writeEventFault(reason, detail);
+    openEventFault(reason);
+    appendResponse("<wsnt:InvalidFilterFault><bf2:Timestamp>%s</bf2:Timestamp><bf2:Description>%s"
+                   "</bf2:Description><wsnt:UnknownFilter>%s</wsnt:UnknownFilter></wsnt:InvalidFilterFault>",
+                   stamp, description, unknownFilter);
+    closeEventFault();
 }
 
 void writeResourceUnknownFault()
 {
     struct tm now;
-    char stamp[64], detail[256];
+    char stamp[64];
     currentTime(&now);
     formatTime(stamp, sizeof stamp, &now);
-    snprintf(detail, sizeof detail, "<wsrf-r:ResourceUnknownFault><bf2:Timestamp>%s</bf2:Timestamp>"
-             "<bf2:Description>Resource unknown</bf2:Description></wsrf-r:ResourceUnknownFault>", stamp);
-    writeEventFault("Argument Value Invalid", detail);
+    openEventFault("Argument Value Invalid");
+    appendResponse("<wsrf-r:ResourceUnknownFault><bf2:Timestamp>%s</bf2:Timestamp>"
+                   "<bf2:Description>Resource unknown</bf2:Description></wsrf-r:ResourceUnknownFault>", stamp);
+    closeEventFault();
 }
 
 enum FilterResult { FILTER_OK = 0, FILTER_BAD_TOPIC = 1, FILTER_BAD_CONTENT = 2 };

@@ -10,7 +10,6 @@
 #include <stdio.h>
 #include <string.h>
 
-char G_Response[G_RESPONSE_SIZE];
 int G_httpAck;
 const char* G_Host;
 unsigned char G_connection_close;
@@ -177,66 +176,8 @@ void SoapEnvEnd()
 
 void Print_Error_MSG_to_G_Reponse()
 {
-    snprintf(G_Response, sizeof G_Response, "%s", NOT_AUTHORIZED_FAULT);
-}
-
-static void vappend(const char* fmt, va_list ap)
-{
-    size_t used = strlen(G_Response);
-    if (used >= sizeof G_Response - 1)
-        return;
-    vsnprintf(G_Response + used, sizeof G_Response - used, fmt, ap);
-}
-
-void appendResponse(const char* fmt, ...)
-{
-    va_list ap;
-    va_start(ap, fmt);
-    vappend(fmt, ap);
-    va_end(ap);
-}
-
-void setResponse(const char* fmt, ...)
-{
-    G_Response[0] = 0;
-    va_list ap;
-    va_start(ap, fmt);
-    vappend(fmt, ap);
-    va_end(ap);
-}
-
-void appendFileToResponse(FILE* f, size_t reserve)
-{
-    char piece[1024];
-    size_t used = strlen(G_Response);
-    while (fgets(piece, sizeof piece, f)) {
-        size_t n = strlen(piece);
-        if (used + n + reserve >= G_RESPONSE_SIZE)
-            break;
-        memcpy(G_Response + used, piece, n + 1);
-        used += n;
-    }
-}
-
-const char* xmlEscape(const char* text, char* out, size_t n)
-{
-    size_t o = 0;
-    if (n == 0)
-        return out;
-    for (const char* p = text; *p; ++p) {
-        const char* entity = *p == '<' ? "&lt;" : *p == '>' ? "&gt;" : *p == '&' ? "&amp;" : *p == '"' ? "&quot;"
-                           : *p == '\'' ? "&apos;" : 0;
-        size_t len = entity ? strlen(entity) : 1;
-        if (o + len >= n)
-            break;
-        if (entity)
-            memcpy(out + o, entity, len);
-        else
-            out[o] = *p;
-        o += len;
-    }
-    out[o] = 0;
-    return out;
+    clearResponse();
+    appendMarkup(NOT_AUTHORIZED_FAULT);
 }
 
 #define FAULT_REASON "<SOAP-ENV:Reason><SOAP-ENV:Text xml:lang=\"en\">%s</SOAP-ENV:Text></SOAP-ENV:Reason>"
@@ -288,5 +229,6 @@ void actionNotServed()
 // any status other than 200, 400 and 401.
 void writeGenericFault()
 {
-    memcpy(G_Response, GENERIC_FAULT, sizeof GENERIC_FAULT);
+    clearResponse();
+    appendMarkup(GENERIC_FAULT);
 }

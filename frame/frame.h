@@ -27,17 +27,30 @@ void Print_Error_MSG_to_G_Reponse();
 // Serves one CGI request from stdin to stdout; main() is this call.
 int serveRequest();
 
-// Bounded formatted append to G_Response (never cuts inside the buffer).
+// The answer writer. Formats are markup written in the code; every %s
+// argument is text and is XML-escaped on the way in. An answer that would
+// not fit is marked as overflowed (the frame then answers the generic fault)
+// and nothing more is appended.
 void appendResponse(const char* fmt, ...) __attribute__((format(printf, 1, 2)));
-// Replaces G_Response with the formatted text.
+// Replaces G_Response with the formatted text (and clears the overflow mark).
 void setResponse(const char* fmt, ...) __attribute__((format(printf, 1, 2)));
+// Appends markup the program composed itself, as it is.
+void appendMarkup(const char* markup);
+// Appends <tag>text</tag> with the text escaped.
+void appendElement(const char* tag, const char* text);
+// Appends markup, the text escaped, markup: one row of a file printed between
+// the tags its table gives.
+void appendBetween(const char* openMarkup, const char* text, const char* closeMarkup);
+void clearResponse();
+int responseOverflowed();
 
 // Appends a file's text as it is to G_Response, leaving room for reserve
-// more bytes (the closing tags); a file too long for the answer is cut.
+// more bytes (the closing tags); a file too long for the answer is cut at a line.
 void appendFileToResponse(FILE* f, size_t reserve);
 
-// Escapes text for an XML element or attribute ("<", ">", "&", quotes);
-// cut short rather than past out. Returns out.
+// Escapes text for an XML element or attribute ("<", ">", "&", quotes) into
+// out; cut short rather than past its end. Returns out. Only for texts that
+// do not go through the answer writer (which escapes by itself).
 const char* xmlEscape(const char* text, char* out, size_t n);
 
 // Fault writers. Each replaces G_Response and sets G_httpAck to 400.

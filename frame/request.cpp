@@ -56,6 +56,9 @@ int serveRequest()
             checkSecurity();
             if (G_httpAck == 200)
                 checkXML();
+            // A cut answer is malformed SOAP: better the generic fault.
+            if (responseOverflowed())
+                G_httpAck = 500;
         }
     }
 

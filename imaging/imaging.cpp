@@ -103,30 +103,36 @@ static void printRow(const ReportRow& row, const char* value, int* focusOpen)
     switch (row.kind) {
     case CLOSING:
         if (!unset) {
-            appendResponse("%s%s%s", row.open, value, row.close);
+            appendBetween(row.open, value, row.close);
         } else if (row.guardWord < 0 ? *focusOpen : shmWord(row.guardWord) >= 0) {
-            appendResponse("%s", row.unsetClose);
+            appendMarkup(row.unsetClose);
         }
         return;
     case EXPOSURE_TIME:
-        appendResponse("%s", row.open);
+        appendMarkup(row.open);
         if (unset)
             appendResponse("%.6f", sync_exposure_time());
         else
             printExposureTime(value);
-        appendResponse("%s", row.close);
+        appendMarkup(row.close);
         return;
     case GAIN:
+        appendMarkup(row.open);
         if (unset)
-            appendResponse("%s%d.000%s", row.open, shmWord(GAIN_WORD), row.close);
+            appendResponse("%d.000", shmWord(GAIN_WORD));
         else
-            appendResponse("%s%.3f%s", row.open, fileNumber(value), row.close);
+            appendResponse("%.3f", fileNumber(value));
+        appendMarkup(row.close);
         return;
     case IRIS:
+        if (unset && shmWord(IRIS_PRESENT_WORD) < 0)
+            return;
+        appendMarkup(row.open);
         if (!unset)
-            appendResponse("%s%.3f%s", row.open, fileNumber(value), row.close);
-        else if (shmWord(IRIS_PRESENT_WORD) >= 0)
-            appendResponse("%s%d.000%s", row.open, shmWord(IRIS_WORD), row.close);
+            appendResponse("%.3f", fileNumber(value));
+        else
+            appendResponse("%d.000", shmWord(IRIS_WORD));
+        appendMarkup(row.close);
         return;
     default:
         break;
@@ -135,12 +141,14 @@ static void printRow(const ReportRow& row, const char* value, int* focusOpen)
         return;
     if (row.kind == FOCUS_OPEN)
         *focusOpen = 1;
+    appendMarkup(row.open);
     if (row.kind == FLOAT6)
-        appendResponse("%s%.6f%s", row.open, fileNumber(value), row.close);
+        appendResponse("%.6f", fileNumber(value));
     else if (row.kind == FLOAT3)
-        appendResponse("%s%.3f%s", row.open, fileNumber(value), row.close);
+        appendResponse("%.3f", fileNumber(value));
     else
-        appendResponse("%s%s%s", row.open, value, row.close);
+        appendResponse("%s", value);
+    appendMarkup(row.close);
 }
 
 void GetImagingSettings()

@@ -176,7 +176,8 @@ static void addConfiguration(const MediaKind& kind, const char* handler, const c
         }
         addOneToUseCount(configFile, kind.directory);
     }
-    setResponse("%s", response);
+    clearResponse();
+    appendMarkup(response);
 }
 
 static void removeConfiguration(const MediaKind& kind, const char* handler, const char* response)
@@ -200,7 +201,8 @@ static void removeConfiguration(const MediaKind& kind, const char* handler, cons
         log_message_to_onvifErrorFile(1, "%s:[%s]:%s missing",
                                       &kind == &VIDEO_ENCODER && shmWord(MODEL_CODE_WORD) == MODEL_A5S_SDK310
                                           ? "DeviceService" : "onvifService", handler, fileName);
-        setResponse("%s", response);
+        clearResponse();
+    appendMarkup(response);
         return;
     }
     if (!old[0] || strcmp(old, "NONE") == 0) {
@@ -212,7 +214,8 @@ static void removeConfiguration(const MediaKind& kind, const char* handler, cons
         snprintf(oldFile, sizeof oldFile, "%s%s", old, kind.suffix);
         minusOneToUseCount(oldFile, kind.directory);
     }
-    setResponse("%s", response);
+    clearResponse();
+    appendMarkup(response);
 }
 
 void AddVideoSourceConfiguration()

@@ -56,7 +56,7 @@ void Read_Print_MetadataFile(const char* fileName)
         for (auto& row : rows) {
             if (strncmp(line, row.key, strlen(row.key)) == 0) {
                 scanSettingLine(line, row.key, value, sizeof value, 0);
-                appendResponse("%s%s%s", row.open, value, row.close);
+                appendBetween(row.open, value, row.close);
                 break;
             }
         }

@@ -209,8 +209,7 @@ void SetPreset()
 
 static int listPreset(const Preset& p, void*)
 {
-    char name[200];
-    xmlEscape(p.name, name, sizeof name);
+    const char* name = p.name;
     if (presetStore() == STORE_RS485) {
         appendResponse("<tptz:Preset token=\"%d\"><tt:Name>%s</tt:Name></tptz:Preset>", p.number, name);
         return 0;
@@ -253,12 +252,12 @@ static int existingPreset(int length, int withFullStop, int* number)
     surveyPresets(&q);
     if (q.found)
         return 1;
-    char detail[128], escaped[100];
+    char detail[128];
     if (withFullStop) {
         writeSenderFault2("InvalidArgVal", "NoToken", "The requested PresetToken does not exist.",
                           "The requested PresetToken does not exist.");
     } else {
-        snprintf(detail, sizeof detail, "The PresetToken, %s, does not exist", xmlEscape(token, escaped, sizeof escaped));
+        snprintf(detail, sizeof detail, "The PresetToken, %s, does not exist", token);
         writeSenderFault2("InvalidArgVal", "NoToken", "The requested PresetToken does not exist", detail);
     }
     return 0;

@@ -166,10 +166,10 @@ static void Read_Print_PTZ_Node(const char* fileName)
                 if (!spacesOpen)
                     appendResponse("<tt:SupportedPTZSpaces>");
                 spacesOpen = 1;
-                appendResponse("%s%s%s", row->before, value, row->after);
+                appendBetween(row->before, value, row->after);
             }
             if (last) {
-                appendResponse("%s</tt:SupportedPTZSpaces>", spacesOpen ? "" : "<tt:SupportedPTZSpaces>");
+                appendMarkup(spacesOpen ? "</tt:SupportedPTZSpaces>" : "<tt:SupportedPTZSpaces></tt:SupportedPTZSpaces>");
                 spacesOpen = 0;
             }
         } else if (strcmp(key, "MaximumNumberOfPresets") == 0) {
@@ -239,7 +239,7 @@ void Read_Print_PTZ_Conf(const char* fileName)
             speedOpen = 1;
         }
         if (capable(row->capability) && !(unset && !speed))
-            appendResponse("%s%s%s", row->before, value, row->after);
+            appendBetween(row->before, value, row->after);
         if (strcmp(key, "DefaultPTZSpeed.Zoom.x") == 0 && speedOpen) {
             appendResponse("</tt:DefaultPTZSpeed>");
             speedOpen = 0;
@@ -270,9 +270,10 @@ static int listEach(const char* listFile, const char* func, const char* elementO
             continue;
         }
         fclose(probe);
-        appendResponse("%s%s\">", elementOpen, token);
+        appendMarkup(elementOpen);
+        appendResponse("%s\">", token);
         print(line);
-        appendResponse("%s", elementClose);
+        appendMarkup(elementClose);
     }
     fclose(list);
     return 1;
@@ -317,8 +318,8 @@ void GetNode()
     if (!searchDataInElement("tptz:NodeToken", token, 128))
         searchDataInElement("NodeToken", token, 128);
     if (!ptzFileExists(token, ".Node", fileName, sizeof fileName)) {
-        char detail[300], escaped[200];
-        snprintf(detail, sizeof detail, "No such PTZNode %s on the NVT.", xmlEscape(token, escaped, sizeof escaped));
+        char detail[300];
+        snprintf(detail, sizeof detail, "No such PTZNode %s on the NVT.", token);
         writeSenderFault2("InvalidArgVal", "NoEntity", "No such PTZNode on the NVT.", detail);
         return;
     }
@@ -329,9 +330,9 @@ void GetNode()
 
 static void writeNoConfigurationFault(const char* token)
 {
-    char detail[300], escaped[200];
+    char detail[300];
     snprintf(detail, sizeof detail, "The requested configuration %s does not exist.",
-             xmlEscape(token, escaped, sizeof escaped));
+             token);
     writeSenderFault2("Action", "NoConfig", "The requested configuration does not exist.", detail);
 }
 

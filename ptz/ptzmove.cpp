@@ -47,9 +47,9 @@ int refuseWithoutPtzMotors()
 
 static void writeNoProfileFault(const char* token)
 {
-    char detail[200], escaped[140];
+    char detail[200];
     snprintf(detail, sizeof detail, "The requested profile token ProfileToken %s does not exist.",
-             xmlEscape(token, escaped, sizeof escaped));
+             token);
     writeSenderFault2("InvalidArgVal", "NoProfile", "The requested profile token ProfileToken does not exist.", detail);
 }
 
@@ -84,9 +84,9 @@ int ptzProfileCheck(const char* const* keys, int length, int skipWithoutToken, c
         fclose(f);
         return 1;
     }
-    char detail[200], escaped[140];
+    char detail[200];
     snprintf(detail, sizeof detail, "The requested profile token %s does not reference a PTZ configuration.",
-             xmlEscape(token, escaped, sizeof escaped));
+             token);
     writeSenderFault2("InvalidArgVal", "NoPTZProfile",
                       "The requested profile token does not reference a PTZ configuration.", detail);
     return 0;
