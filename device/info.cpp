@@ -1,5 +1,6 @@
 // Who the device is, which services it offers and where their descriptions lie.
 #include "frame/frame.h"
+#include "state/shm_words.h"
 #include "frame/handlers.h"
 #include "frame/xmlsearch.h"
 #include "device/netaddr.h"
@@ -9,10 +10,6 @@
 #include <stdio.h>
 #include <string.h>
 
-#define IO_LAYOUT_WORD 18
-#define PAN_TILT_WORD 16
-#define ZOOM_WORD 17
-#define MODEL_CODE_WORD 79
 #define VARIANT_V20 24
 
 void GetDeviceInfoResponse()

@@ -1,6 +1,7 @@
 // Reboot and factory default, left to the camera's control process through
 // a command word once the answer is complete, and the system log.
 #include "frame/frame.h"
+#include "state/shm_words.h"
 #include "frame/handlers.h"
 #include "frame/xmlsearch.h"
 #include "state/config.h"
@@ -10,7 +11,6 @@
 #include <stdio.h>
 #include <string.h>
 
-#define MAINTENANCE_WORD 60
 #define COMMAND_REBOOT 1
 #define COMMAND_HARD_DEFAULT 2
 #define COMMAND_SOFT_DEFAULT 3
@@ -21,7 +21,7 @@ void SystemReboot()
         sleepMs(3000);
     setResponse("<tds:SystemRebootResponse><tds:Message>Rebooting in 20 seconds.</tds:Message>"
                 "</tds:SystemRebootResponse>");
-    G_shared_memory[MAINTENANCE_WORD] = COMMAND_REBOOT;
+    setShmWord(MAINTENANCE_WORD, COMMAND_REBOOT);
 }
 
 void SetDefault()
@@ -34,9 +34,9 @@ void SetDefault()
         return;
     setResponse("<tds:SetSystemFactoryDefaultResponse></tds:SetSystemFactoryDefaultResponse>");
     if (strcmp(kind, "Hard") == 0)
-        G_shared_memory[MAINTENANCE_WORD] = COMMAND_HARD_DEFAULT;
+        setShmWord(MAINTENANCE_WORD, COMMAND_HARD_DEFAULT);
     else if (strcmp(kind, "Soft") == 0)
-        G_shared_memory[MAINTENANCE_WORD] = COMMAND_SOFT_DEFAULT;
+        setShmWord(MAINTENANCE_WORD, COMMAND_SOFT_DEFAULT);
 }
 
 void GetSystemLog()

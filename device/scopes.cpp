@@ -2,6 +2,7 @@
 // copy under the web root, and signalled to the discovery process through
 // words 62 and 77.
 #include "frame/frame.h"
+#include "state/shm_words.h"
 #include "frame/handlers.h"
 #include "frame/xmlsearch.h"
 #include "state/checkers.h"
@@ -13,9 +14,6 @@
 #include <string.h>
 
 #define ONVIF_CONF_MIRROR "/usr/apache/htdocs/onvif/onvif.conf"
-#define SCOPES_CHANGED_WORD 62
-#define DISCOVERY_WORD 77
-#define IO_LAYOUT_WORD 18
 #define LOCATION_COUNTRY "onvif://www.onvif.org/location/country/"
 #define SCOPE_SIZE 257
 
@@ -213,7 +211,7 @@ void AddScopes()
         else
             logServiceError("AddScopes", "%s", "ONVIF_CONF_FILE missing");
     }
-    G_shared_memory[SCOPES_CHANGED_WORD] = 1;
+    setShmWord(SCOPES_CHANGED_WORD, 1);
     setResponse("<tds:AddScopesResponse></tds:AddScopesResponse>");
 }
 
@@ -280,7 +278,7 @@ void RemoveScopes()
     for (int i = 0; i < e.count; ++i)
         appendResponse("<tds:ScopeItem>%s</tds:ScopeItem>", ElementBuffer2[e.rows[i]]);
     appendResponse("</tds:RemoveScopesResponse>");
-    G_shared_memory[SCOPES_CHANGED_WORD] = 1;
+    setShmWord(SCOPES_CHANGED_WORD, 1);
 }
 
 void GetDiscoveryMode()
@@ -317,9 +315,9 @@ void SetDiscoveryMode()
         else
             logServiceError("SetDiscoveryMode", "%s", "ONVIF_CONF_FILE missing");
         if (strcmp(mode, "Discoverable") == 0)
-            G_shared_memory[DISCOVERY_WORD] = 1;
+            setShmWord(DISCOVERY_WORD, 1);
         else if (strcmp(mode, "NonDiscoverable") == 0)
-            G_shared_memory[DISCOVERY_WORD] = 0;
+            setShmWord(DISCOVERY_WORD, 0);
     }
     setResponse("<tds:SetDiscoveryModeResponse></tds:SetDiscoveryModeResponse>");
 }

@@ -1,6 +1,7 @@
 // Relay outputs: their settings files (a working copy and a persistent
 // copy), and switching through the camera's output and settings programs.
 #include "events/timespan.h"
+#include "state/shm_words.h"
 #include "frame/frame.h"
 #include "frame/handlers.h"
 #include "frame/xmlsearch.h"
@@ -13,9 +14,6 @@
 #include <stdlib.h>
 #include <string.h>
 
-#define IO_LAYOUT_WORD 18
-#define IDLE_STATE_WORD_1 838
-#define LOGICAL_STATE_WORD_1 842
 #define OUTPUTS_CONF "/etc/sysconfig/outputs.conf"
 #define MAX_DELAY_SECONDS 600
 
@@ -241,7 +239,7 @@ void SetRelayOutputSettings()
             char key[32];
             snprintf(key, sizeof key, "root.Output.O%d.Active=", i);
             if (strncmp(line, key, strlen(key)) == 0 && scanSettingLine(line, key, value, sizeof value, 0))
-                G_shared_memory[IDLE_STATE_WORD_1 + i] = strcmp(value, "closed") == 0 ? 0 : 1;
+                setShmWord(IDLE_STATE_WORD_1 + i, strcmp(value, "closed") == 0 ? 0 : 1);
         }
     }
     fclose(outputs);
@@ -265,7 +263,7 @@ void SetRelayOutputState()
     rewriteRelaySettings(fileName, &edit);
     int number = outputIndex(fileName);
     if (number >= 1 && number <= 2)
-        G_shared_memory[LOGICAL_STATE_WORD_1 + number - 1] = active;
+        setShmWord(LOGICAL_STATE_WORD_1 + number - 1, active);
     // "/" raises the output into its active state, "\" lets it fall back.
     char assignments[64];
     snprintf(assignments, sizeof assignments, active ? "action=%d:/ isOnvif=1" : "action=%d:\\\\ isOnvif=1", number);

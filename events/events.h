@@ -6,10 +6,8 @@
 #include <stddef.h>
 #include <time.h>
 
-#define SUBSCRIPTION_TABLE_WORD 85
 #define SUBSCRIPTION_SLOTS 50
 #define SLOT_WORDS 15
-#define SUBSCRIPTION_CHANGE_WORD 83
 
 // Slot words.
 enum {

@@ -1,9 +1,9 @@
 // The event topics the camera announces, by product variant.
 #include "frame/frame.h"
+#include "state/shm_words.h"
 #include "frame/handlers.h"
 #include "state/shm.h"
 
-#define MODEL_CODE_WORD 79
 #define MODEL_WITHOUT_TAMPERING 2
 
 static void leaf(const char* element, const char* sourceName, const char* sourceType, const char* dataName,

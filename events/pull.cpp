@@ -1,6 +1,7 @@
 // PullMessages: the long poll of a pull point, and the initial states
 // built from the device-state segment.
 #include "events/events.h"
+#include "state/shm_words.h"
 #include "events/timespan.h"
 #include "device/calendar.h"
 #include "frame/frame.h"
@@ -16,14 +17,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#define IO_LAYOUT_WORD 18
-#define MOTION_WORD 21
 // The camera's event process publishes the tampering state beside motion.
-#define TAMPERING_WORD 22
-#define INPUT_WORD_1 23
-#define EVENT_FILE_BUSY_WORD 82
-#define RELAY_WORD_1 836
-#define MODEL_CODE_WORD 79
 #define MAX_PULL_SECONDS 60
 #define ROUND_MS 100
 
@@ -193,7 +187,7 @@ void PullMessages()
     if (shmWord(SUBSCRIPTION_CHANGE_WORD) == 2) {
         startAnswer(current, stored);
         PullMsg_SendFirstEventState(filter, limit, current);
-        G_shared_memory[SUBSCRIPTION_CHANGE_WORD] = 0;
+        setShmWord(SUBSCRIPTION_CHANGE_WORD, 0);
         endAnswer();
         return;
     }

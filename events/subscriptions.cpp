@@ -1,6 +1,7 @@
 // Subscriptions: the slot table shared with the camera's event process,
 // creating pull points and push subscriptions, renewing and ending them.
 #include "events/events.h"
+#include "state/shm_words.h"
 #include "events/timespan.h"
 #include "device/calendar.h"
 #include "device/netaddr.h"
@@ -21,7 +22,6 @@
 #define VARIANT_VENDOR_TOPICS 32
 #define VARIANT_ONE_PULL_POINT 34
 #define VARIANT_LENIENT_UNSUBSCRIBE 11
-#define UNSUBSCRIBE_CLEAR_WORD 20
 
 int* subscriptionSlot(int k)
 {
@@ -372,7 +372,7 @@ void CreatePullPointSubscription()
     int host[4];
     parseAddressParts(G_Host, host);
     claimSlot(SLOT_PULL, host, code, termination, mode);
-    G_shared_memory[SUBSCRIPTION_CHANGE_WORD] = 2;
+    setShmWord(SUBSCRIPTION_CHANGE_WORD, 2);
 }
 
 void Subscribe()
@@ -403,7 +403,7 @@ void Subscribe()
     int address[4];
     parseAddressParts(host, address);
     claimSlot(SLOT_PUSH, address, code, termination, mode);
-    G_shared_memory[SUBSCRIPTION_CHANGE_WORD] = 1;
+    setShmWord(SUBSCRIPTION_CHANGE_WORD, 1);
 }
 
 void Renew()
@@ -468,7 +468,7 @@ void Unsubscribe()
     }
     for (int i = 0; i < SLOT_WORDS; ++i)
         slot[i] = 0;
-    G_shared_memory[UNSUBSCRIBE_CLEAR_WORD] = 0;
+    setShmWord(UNSUBSCRIBE_CLEAR_WORD, 0);
     setResponse("<wsnt:UnsubscribeResponse></wsnt:UnsubscribeResponse>");
 }
 

@@ -216,6 +216,40 @@ static int searchData(const Tables& t, const char* key, char* dest, int length, 
     return 0;
 }
 
+const char* elementText(const char* key, int startRow, int* foundRow)
+{
+    char tailBuf[KEY_LIMIT_DATA + 1];
+    if (strlen(key) > KEY_LIMIT_DATA || startRow < 0)
+        return 0;
+    const char* tail = keyTail(key, tailBuf, sizeof tailBuf);
+    for (int i = startRow; i <= lastRow(G_xmlElementNum); ++i) {
+        if (!ElementBuffer1[i])
+            return 0;
+        if (keyMatches(ElementBuffer1[i], key, tail)) {
+            if (foundRow)
+                *foundRow = i;
+            return ElementBuffer2[i] ? ElementBuffer2[i] : NULL_TEXT;
+        }
+    }
+    return 0;
+}
+
+const char* attributeText(const char* key, int occurrence)
+{
+    char tailBuf[KEY_LIMIT_ATTR + 1];
+    if (strlen(key) > KEY_LIMIT_ATTR)
+        return 0;
+    const char* tail = keyTail(key, tailBuf, sizeof tailBuf);
+    int seen = 0;
+    for (int i = 0; i <= lastRow(G_xmlAttributeNum); ++i) {
+        if (!ElementBuffer3[i])
+            return 0;
+        if (keyMatches(ElementBuffer3[i], key, tail) && ++seen > occurrence)
+            return ElementBuffer4[i] ? ElementBuffer4[i] : "";
+    }
+    return 0;
+}
+
 int searchDataInElement(const char* key, char* dest, int length)
 {
     return searchData(bodyTables(), key, dest, length, 0, 0);

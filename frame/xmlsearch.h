@@ -37,6 +37,13 @@ int searchAttriInElementContinous(const char* key, char* dest, int length, int n
 int searchAttriInElementTemp(const char* key, char* dest, int length);
 int searchAttriAfterStrInElement(const char* anchor, const char* key, char* dest, int length);
 
+// The text of the first body element at or after startRow whose name the
+// key matches (as searchDataInElement matches), and its row; 0 when none.
+// For the typed reads of request_values.h; handlers use those.
+const char* elementText(const char* key, int startRow, int* foundRow);
+// The value of the occurrence-th (from 0) attribute the key matches, or 0.
+const char* attributeText(const char* key, int occurrence);
+
 // The same searches over the header tables (the authentication step's).
 int searchDataInHeader(const char* key, char* dest, int length);
 

@@ -2,6 +2,7 @@
 // the live gain, iris and exposure of the device state where the file
 // leaves them open.
 #include "frame/frame.h"
+#include "state/shm_words.h"
 #include "frame/handlers.h"
 #include "frame/xmlsearch.h"
 #include "state/paths.h"
@@ -11,18 +12,8 @@
 #include <stdlib.h>
 #include <string.h>
 
-#define PAN_TILT_WORD 16
-#define ZOOM_WORD 17
-#define IRIS_PRESENT_WORD 36
-#define GAIN_WORD 38
-#define WDR_WORD 39
-#define BACKLIGHT_WORD 41
-#define WHITE_BALANCE_WORD 42
 // The image process publishes the shutter time it runs at, in units of
 // 100 microseconds: the unit the settings file stores exposure times in.
-#define SHUTTER_WORD 57
-#define MODEL_CODE_WORD 79
-#define IRIS_WORD 84
 #define MODEL_NO_IMAGING 3
 #define MODEL_EXPOSURE_AS_STORED 4
 

@@ -1,6 +1,7 @@
 // Binding a video or audio source, encoder or metadata configuration into a
 // profile and taking it out again, with the use counts kept.
 #include "frame/frame.h"
+#include "state/shm_words.h"
 #include "frame/handlers.h"
 #include "frame/xmlsearch.h"
 #include "media/profiles.h"
@@ -11,8 +12,6 @@
 #include <stdio.h>
 #include <string.h>
 
-#define STREAM_MODE_WORD 10
-#define MODEL_CODE_WORD 79
 #define MODEL_A5S_SDK310 6
 #define VARIANT_WIDE_2560 9
 

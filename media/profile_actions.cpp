@@ -1,5 +1,6 @@
 // Listing, creating and deleting media profiles.
 #include "frame/frame.h"
+#include "state/shm_words.h"
 #include "frame/handlers.h"
 #include "frame/xmlsearch.h"
 #include "media/printers.h"
@@ -14,9 +15,6 @@
 #include <string.h>
 #include <unistd.h>
 
-#define AUDIO_INPUTS_WORD 76
-#define PAN_TILT_WORD 16
-#define ZOOM_WORD 17
 
 struct ProfileFields {
     char fixed[16];

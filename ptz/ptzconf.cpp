@@ -1,6 +1,7 @@
 // PTZ nodes and configurations: their listings, options and changes, and
 // binding a configuration into a media profile.
 #include "ptz/ptzconf.h"
+#include "state/shm_words.h"
 #include "frame/frame.h"
 #include "frame/handlers.h"
 #include "frame/xmlsearch.h"
@@ -18,10 +19,6 @@
 #define PTZ_NODE_LIST PTZ_DIR "PTZ_NODE.conf"
 #define ONVIF_PTZ_CONF PTZ_DIR "PTZ.conf"
 #define RS485_PROTOCOL_CONF "/etc/sysconfig/rs485protocol.conf"
-#define PAN_TILT_WORD 16
-#define ZOOM_WORD 17
-#define IO_LAYOUT_WORD 18
-#define MODEL_CODE_WORD 79
 
 #define SPACES "http://www.onvif.org/ver10/tptz/"
 #define PT_POSITION SPACES "PanTiltSpaces/PositionGenericSpace"

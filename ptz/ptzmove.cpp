@@ -2,6 +2,7 @@
 // motion timers stay in the device state for the camera's PTZ process, and
 // positions come back through the two query programs.
 #include "ptz/ptzmove.h"
+#include "state/shm_words.h"
 #include "events/timespan.h"
 #include "frame/frame.h"
 #include "frame/handlers.h"
@@ -314,12 +315,12 @@ void ContinuousMove()
     int panTiltMoves = x != 0 || y != 0, zoomMoves = z != 0;
     if (seconds > 0) {
         if (hasPanTilt)
-            G_shared_memory[PAN_TILT_TIMER_WORD] = panTiltMoves ? seconds * 10 : TIMER_ZERO_VELOCITY;
+            setShmWord(PAN_TILT_TIMER_WORD, panTiltMoves ? seconds * 10 : TIMER_ZERO_VELOCITY);
         if (hasZoom)
-            G_shared_memory[ZOOM_TIMER_WORD] = zoomMoves ? seconds * 10 : TIMER_ZERO_VELOCITY;
+            setShmWord(ZOOM_TIMER_WORD, zoomMoves ? seconds * 10 : TIMER_ZERO_VELOCITY);
     } else {
-        G_shared_memory[PAN_TILT_TIMER_WORD] = panTiltMoves ? TIMER_UNLIMITED : TIMER_ZERO_VELOCITY;
-        G_shared_memory[ZOOM_TIMER_WORD] = zoomMoves ? TIMER_UNLIMITED : TIMER_ZERO_VELOCITY;
+        setShmWord(PAN_TILT_TIMER_WORD, panTiltMoves ? TIMER_UNLIMITED : TIMER_ZERO_VELOCITY);
+        setShmWord(ZOOM_TIMER_WORD, zoomMoves ? TIMER_UNLIMITED : TIMER_ZERO_VELOCITY);
     }
     setResponse("<tptz:ContinuousMoveResponse></tptz:ContinuousMoveResponse>");
 }
@@ -346,7 +347,7 @@ static int zoomTarget(double x, int* value, int* sendsZoom)
     int variant = -1;
     *value = zoomStepFor(lens, z, &variant);
     if (variant >= 0)
-        G_shared_memory[ZOOM_STEP6_WORD] = variant;
+        setShmWord(ZOOM_STEP6_WORD, variant);
     return 1;
 }
 
@@ -491,7 +492,7 @@ void RelativeMove()
             int variant = -1;
             zoom = zoomStepFor(lens, target * 10, &variant);
             if (variant >= 0)
-                G_shared_memory[ZOOM_STEP6_WORD] = variant;
+                setShmWord(ZOOM_STEP6_WORD, variant);
             steps = zoom - current;
             stepsOnly = !hasPanTilt && shmWord(PAN_TILT_WORD) < 2;
             sendsZoom = 1;
@@ -547,11 +548,11 @@ void Stop()
     searchDataInElement("Zoom", zoom, 16);
     if (strcmp(panTilt, "true") == 0) {
         runPtzCommand("com/ptz.cgi", "continuouspantiltmove", "continuouspantiltmove=0,0");
-        G_shared_memory[PAN_TILT_TIMER_WORD] = TIMER_STOPPED;
+        setShmWord(PAN_TILT_TIMER_WORD, TIMER_STOPPED);
     }
     if (strcmp(zoom, "true") == 0) {
         runPtzCommand("com/ptz.cgi", "continuouszoommove", "continuouszoommove=0");
-        G_shared_memory[ZOOM_TIMER_WORD] = TIMER_STOPPED;
+        setShmWord(ZOOM_TIMER_WORD, TIMER_STOPPED);
     }
     setResponse("<tptz:StopResponse></tptz:StopResponse>");
 }

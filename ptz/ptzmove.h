@@ -6,14 +6,6 @@
 
 #include <stddef.h>
 
-#define PAN_TILT_WORD 16
-#define ZOOM_WORD 17
-#define IO_LAYOUT_WORD 18
-#define PAN_TILT_TIMER_WORD 55
-#define ZOOM_TIMER_WORD 56
-#define ZOOM_STEP6_WORD 68
-#define ZOOM_MODULE_WORD 78
-#define MODEL_CODE_WORD 79
 
 #define TIMER_UNLIMITED (-9999)
 #define TIMER_STOPPED (-1)

@@ -2,10 +2,11 @@
 #ifndef STATE_COMMAND_H
 #define STATE_COMMAND_H
 
+#include <stddef.h>
+
 #define CAMERA_CGI_DIR "/usr/apache/htdocs/cgi-bin"
 #define CAMERA_VANTOR_CGI_DIR "/usr/apache/htdocs/vantor-cgi"
 #define VARIANT_VANTOR 16
-#define WEB_USER_WORD 66
 
 // The global command buffer some handlers build their request in.
 extern char G_Cmd[2048];
@@ -22,6 +23,28 @@ int runCameraProgram(const char* assignments, const char* program);
 
 // The same as a named web user (a user the caller has checked).
 int runCameraProgramAs(const char* assignments, const char* program, const char* user);
+
+// One assignment a camera program is started with. The runner quotes the
+// value itself, so any text is safe as a value; names are shell names.
+struct CommandArg {
+    const char* name;
+    const char* value;
+};
+
+// Runs "name='value' ... REMOTE_USER=<user> '<dir>/<program>'" (dir as
+// runCameraProgram's). Returns the shell's status, or -1 without running
+// anything when a name is not a shell name or the line would not fit.
+int runCameraProgramWith(const char* program, const CommandArg* args, int count);
+int runCameraProgramWithAs(const char* program, const CommandArg* args, int count, const char* user);
+
+// Tells the camera's settings program (admin/param.cgi) a change: the query
+// is "action=update&..." as appendQueryParam builds it.
+int runSettingsProgram(const char* query);
+
+// Appends "&name=value" to a settings query, every byte of the value outside
+// letters, digits and "-._:/" percent-encoded so that no value can add a
+// parameter. 0 (query unchanged) when it would not fit.
+int appendQueryParam(char* query, size_t n, const char* name, const char* value);
 
 // Runs a complete command line through the shell.
 int runShellCommand(const char* cmd);

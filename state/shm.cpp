@@ -101,3 +101,9 @@ int shmWord(int n)
 {
     return G_shared_memory ? G_shared_memory[n] : 0;
 }
+
+void setShmWord(int n, int value)
+{
+    if (G_shared_memory)
+        G_shared_memory[n] = value;
+}

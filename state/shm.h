@@ -5,15 +5,12 @@
 
 #include <stddef.h>
 
+#include "state/shm_words.h"
+
 #define ONVIF_SHM_KEY_FILE "/tmp/ONVIF_SHM/onvif"
 #define ONVIF_SHM_ATTACH_BYTES 1000
 #define ONVIF_SHM_WORDS 1024  // what the camera's start-up creates (4096 bytes)
 
-// Words the frame itself uses; the handler folders name their own.
-#define SERVICE_READY 1
-#define VARIANT_CODE 2
-#define WS_MSG_NUM 64
-#define AUTH_ON_WORD 845
 
 extern int* G_shared_memory;
 extern int shmid;
@@ -27,5 +24,7 @@ void createShareMemoryDevice();
 
 // A word of the segment, or 0 when the segment is not attached.
 int shmWord(int n);
+// Writes a word; nothing when the segment is not attached.
+void setShmWord(int n, int value);
 
 #endif

@@ -1,0 +1,133 @@
+// Typed, bounded reads of request values over the element search.
+#include "frame/request_values.h"
+#include "frame/frame.h"
+#include "frame/xmlsearch.h"
+#include "state/paths.h"
+
+#include <errno.h>
+#include <math.h>
+#include <stdlib.h>
+#include <string.h>
+
+static int copyWhole(const char* text, char* buf, size_t n)
+{
+    if (!text)
+        return VALUE_ABSENT;
+    size_t len = strlen(text);
+    if (n == 0 || len >= n)
+        return VALUE_REFUSED;
+    memcpy(buf, text, len + 1);
+    return VALUE_READ;
+}
+
+int requestTextFrom(const char* key, int startRow, int* row, char* buf, size_t n)
+{
+    if (n)
+        buf[0] = 0;
+    return copyWhole(elementText(key, startRow, row), buf, n);
+}
+
+int requestText(const char* key, char* buf, size_t n)
+{
+    return requestTextFrom(key, 0, 0, buf, n);
+}
+
+int requestAttribute(const char* key, int occurrence, char* buf, size_t n)
+{
+    if (n)
+        buf[0] = 0;
+    return copyWhole(attributeText(key, occurrence), buf, n);
+}
+
+int requestToken(const char* key, char* buf, size_t n)
+{
+    int r = requestText(key, buf, n);
+    if (r == VALUE_READ && !isSafeFileToken(buf)) {
+        buf[0] = 0;
+        return VALUE_REFUSED;
+    }
+    return r;
+}
+
+int parseNumber(const char* text, long min, long max, long* out)
+{
+    const char* p = text;
+    if (*p == '+' || *p == '-')
+        ++p;
+    if (!*p || strlen(p) > 18)
+        return 0;
+    for (const char* q = p; *q; ++q)
+        if (*q < '0' || *q > '9')
+            return 0;
+    long v = strtol(text, 0, 10);
+    if (v < min || v > max)
+        return 0;
+    *out = v;
+    return 1;
+}
+
+int parseDecimal(const char* text, double min, double max, double* out)
+{
+    const char* p = text;
+    if (*p == '+' || *p == '-')
+        ++p;
+    int digits = 0, dot = 0;
+    for (; *p; ++p) {
+        if (*p >= '0' && *p <= '9')
+            ++digits;
+        else if (*p == '.' && !dot)
+            dot = 1;
+        else
+            return 0;  // no exponents, spaces, "inf" or "nan"
+    }
+    if (!digits || digits > 30)
+        return 0;
+    double v = strtod(text, 0);
+    if (!isfinite(v) || v < min || v > max)
+        return 0;
+    *out = v;
+    return 1;
+}
+
+int parseBool(const char* text, int* out)
+{
+    if (!strcmp(text, "true") || !strcmp(text, "1"))
+        *out = 1;
+    else if (!strcmp(text, "false") || !strcmp(text, "0"))
+        *out = 0;
+    else
+        return 0;
+    return 1;
+}
+
+int requestNumber(const char* key, long min, long max, long* out)
+{
+    char text[32];
+    int r = requestText(key, text, sizeof text);
+    if (r != VALUE_READ)
+        return r;
+    return parseNumber(text, min, max, out) ? VALUE_READ : VALUE_REFUSED;
+}
+
+int requestDecimal(const char* key, double min, double max, double* out)
+{
+    char text[40];
+    int r = requestText(key, text, sizeof text);
+    if (r != VALUE_READ)
+        return r;
+    return parseDecimal(text, min, max, out) ? VALUE_READ : VALUE_REFUSED;
+}
+
+int requestBool(const char* key, int* out)
+{
+    char text[8];
+    int r = requestText(key, text, sizeof text);
+    if (r != VALUE_READ)
+        return r;
+    return parseBool(text, out) ? VALUE_READ : VALUE_REFUSED;
+}
+
+void refuseRequestValue(const char* subcode2, const char* reason, const char* detail)
+{
+    writeSenderFault2("InvalidArgVal", subcode2, reason, detail);
+}

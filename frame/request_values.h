@@ -1,0 +1,39 @@
+// Typed, bounded reads of request values: the only way handlers take text,
+// tokens, numbers and flags out of a request.
+#ifndef FRAME_REQUEST_VALUES_H
+#define FRAME_REQUEST_VALUES_H
+
+#include <stddef.h>
+
+// What a read found. A value that does not fit its buffer, or is not of its
+// type or range, is refused whole: never cut, never guessed.
+enum RequestRead { VALUE_REFUSED = -1, VALUE_ABSENT = 0, VALUE_READ = 1 };
+
+// The text of the first element the key names (a key with a prefix matches
+// the element of that name; one without, any prefix). An empty element reads
+// as "(null)", as the camera's search always gave it.
+int requestText(const char* key, char* buf, size_t n);
+// The same, searching from the element table row startRow on; *row gets the
+// row found (for lists: read, then go on after that row).
+int requestTextFrom(const char* key, int startRow, int* row, char* buf, size_t n);
+// The value of an attribute (occurrence 0 is the first that matches).
+int requestAttribute(const char* key, int occurrence, char* buf, size_t n);
+// Text that names a file of the store: letters, digits, '-', '_', '.', no "..".
+int requestToken(const char* key, char* buf, size_t n);
+// A whole decimal number (optional sign) within [min, max].
+int requestNumber(const char* key, long min, long max, long* out);
+// A decimal fraction (as xs:float writes it) within [min, max].
+int requestDecimal(const char* key, double min, double max, double* out);
+// xs:boolean: "true"/"1" or "false"/"0".
+int requestBool(const char* key, int* out);
+
+// Parsers the reads use, for values that arrive by other ways (attributes).
+int parseNumber(const char* text, long min, long max, long* out);
+int parseDecimal(const char* text, double min, double max, double* out);
+int parseBool(const char* text, int* out);
+
+// The standard refusal of a request value: status 400, Sender,
+// ter:InvalidArgVal and the given second subcode (without "ter:").
+void refuseRequestValue(const char* subcode2, const char* reason, const char* detail);
+
+#endif
