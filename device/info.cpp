@@ -3,7 +3,7 @@
 #include "state/shm_words.h"
 #include "frame/handlers.h"
 #include "frame/xmlsearch.h"
-#include "device/netaddr.h"
+#include "state/netaddr.h"
 #include "state/config.h"
 #include "state/shm.h"
 

@@ -6,6 +6,8 @@
 #include <stddef.h>
 #include <time.h>
 
+#include "state/timespan.h"
+
 #define SUBSCRIPTION_SLOTS 50
 #define SLOT_WORDS 15
 
@@ -27,10 +29,6 @@ int requestedSubscriptionNumber();
 // 1 << state), or 0.
 int* findSubscription(int number, unsigned stateMask);
 
-// "%d-%02d-%02dT%02d:%02d:%02d" of a broken-down UTC time.
-void formatTime(char* out, size_t n, const struct tm* t);
-// The current UTC time.
-void currentTime(struct tm* t);
 // The termination time for an initial or renewed termination text given at
 // "now": now + the duration when the text holds "PT" (mode 1), else now +
 // 60 seconds (mode 2). Returns the mode.

@@ -2,7 +2,7 @@
 // built from the device-state segment.
 #include "events/events.h"
 #include "state/shm_words.h"
-#include "events/timespan.h"
+#include "state/timespan.h"
 #include "device/calendar.h"
 #include "frame/frame.h"
 #include "frame/handlers.h"

@@ -2,9 +2,9 @@
 // creating pull points and push subscriptions, renewing and ending them.
 #include "events/events.h"
 #include "state/shm_words.h"
-#include "events/timespan.h"
+#include "state/timespan.h"
 #include "device/calendar.h"
-#include "device/netaddr.h"
+#include "state/netaddr.h"
 #include "frame/frame.h"
 #include "frame/handlers.h"
 #include "frame/xmlsearch.h"
@@ -50,18 +50,6 @@ int* findSubscription(int number, unsigned stateMask)
             return slot;
     }
     return 0;
-}
-
-void formatTime(char* out, size_t n, const struct tm* t)
-{
-    snprintf(out, n, "%d-%02d-%02dT%02d:%02d:%02d", t->tm_year + 1900, t->tm_mon + 1, t->tm_mday, t->tm_hour,
-             t->tm_min, t->tm_sec);
-}
-
-void currentTime(struct tm* t)
-{
-    time_t now = time(0);
-    gmtime_r(&now, t);
 }
 
 int terminationFromDuration(const char* text, int hasText, const struct tm* now, char* out, size_t n)

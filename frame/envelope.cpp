@@ -4,7 +4,7 @@
 #include "frame/dispatch.h"
 #include "frame/xmlsearch.h"
 #include "state/shm.h"
-#include "device/netaddr.h"
+#include "state/netaddr.h"
 
 #include <stdarg.h>
 #include <stdio.h>

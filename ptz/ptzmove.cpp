@@ -3,7 +3,7 @@
 // positions come back through the two query programs.
 #include "ptz/ptzmove.h"
 #include "state/shm_words.h"
-#include "events/timespan.h"
+#include "state/timespan.h"
 #include "frame/frame.h"
 #include "frame/handlers.h"
 #include "frame/xmlsearch.h"
@@ -586,14 +586,14 @@ void GetStatus()
     double x = pan == -179 ? -1.0 : pan / 180, y = (tilt - 45) / 45;
     if (x > 1)
         x -= 2;
-    time_t now = time(0);
     struct tm t;
-    gmtime_r(&now, &t);
+    char utc[32];
+    currentTime(&t);
+    formatTime(utc, sizeof utc, &t);
     setResponse("<tptz:GetStatusResponse><tptz:PTZStatus><tt:Position>"
                 "<tt:PanTilt space=\"" PT_POSITION_SPACE "\" y=\"%g\" x=\"%g\"></tt:PanTilt>"
                 "<tt:Zoom space=\"" ZOOM_POSITION_SPACE "\" x=\"%g\"></tt:Zoom></tt:Position>"
                 "<tt:MoveStatus><tt:PanTilt>%s</tt:PanTilt><tt:Zoom>%s</tt:Zoom></tt:MoveStatus>"
-                "<tt:UtcTime>%d-%02d-%02dT%02d:%02d:%02d</tt:UtcTime></tptz:PTZStatus></tptz:GetStatusResponse>",
-                y, x, zoom, moveStatus(PAN_TILT_TIMER_WORD), moveStatus(ZOOM_TIMER_WORD), t.tm_year + 1900,
-                t.tm_mon + 1, t.tm_mday, t.tm_hour, t.tm_min, t.tm_sec);
+                "<tt:UtcTime>%s</tt:UtcTime></tptz:PTZStatus></tptz:GetStatusResponse>",
+                y, x, zoom, moveStatus(PAN_TILT_TIMER_WORD), moveStatus(ZOOM_TIMER_WORD), utc);
 }

@@ -1,8 +1,10 @@
-// The duration reader shared by events, PTZ timeouts and relay delays.
-#include "events/timespan.h"
+// The duration reader shared by events, PTZ timeouts and relay delays, and
+// the UTC time text of the answers.
+#include "state/timespan.h"
 
 #include <stdio.h>
 #include <string.h>
+#include <time.h>
 
 int GetTimeSpanIntoTimeInteger(const char* text, int* hours, int* minutes, int* seconds)
 {
@@ -24,4 +26,16 @@ int GetTimeSpanIntoTimeInteger(const char* text, int* hours, int* minutes, int* 
     else if (s)
         n = sscanf(text, "PT%dS", seconds);
     return n < 0 ? 0 : n;
+}
+
+void formatTime(char* out, size_t n, const struct tm* t)
+{
+    snprintf(out, n, "%d-%02d-%02dT%02d:%02d:%02d", t->tm_year + 1900, t->tm_mon + 1, t->tm_mday, t->tm_hour,
+             t->tm_min, t->tm_sec);
+}
+
+void currentTime(struct tm* t)
+{
+    time_t now = time(0);
+    gmtime_r(&now, t);
 }

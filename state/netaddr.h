@@ -1,6 +1,6 @@
 // The device's own IPv4 address, which every service address carries.
-#ifndef DEVICE_NETADDR_H
-#define DEVICE_NETADDR_H
+#ifndef STATE_NETADDR_H
+#define STATE_NETADDR_H
 
 #include <stddef.h>
 

@@ -2,7 +2,7 @@
 // network settings file when the interface has none. A simulated camera
 // (ONVIF_ROOT set) has no interface of its own and uses the file only, so
 // no client is ever sent to the host machine's addresses.
-#include "device/netaddr.h"
+#include "state/netaddr.h"
 #include "state/config.h"
 #include "state/paths.h"
 
