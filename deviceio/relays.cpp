@@ -1,6 +1,6 @@
 // Relay outputs: their settings files (a working copy and a persistent
 // copy), and switching through the camera's output and settings programs.
-#include "events/timespan.h"
+#include "state/timespan.h"
 #include "state/shm_words.h"
 #include "frame/frame.h"
 #include "frame/handlers.h"

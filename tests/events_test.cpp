@@ -1,7 +1,7 @@
 // Events: topics, subscriptions in the segment's slot table, renewal and
 // pulling messages, end to end; termination times from a given clock.
 #include "events/events.h"
-#include "events/timespan.h"
+#include "state/timespan.h"
 #include "tests/fixture.h"
 
 #include <string.h>
