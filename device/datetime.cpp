@@ -16,16 +16,23 @@
 #include <sys/time.h>
 #include <time.h>
 
-#define QUERY_START "QUERY_STRING=\"action=update"
+#define QUERY_START "action=update"
 
 static void appendCmd(const char* fmt, ...) __attribute__((format(printf, 1, 2)));
+// Set when a piece did not fit: the query is then never sent.
+static int cmdCut;
+
 static void appendCmd(const char* fmt, ...)
 {
     size_t used = strlen(G_Cmd);
     va_list ap;
     va_start(ap, fmt);
-    vsnprintf(G_Cmd + used, sizeof G_Cmd - used, fmt, ap);
+    int n = vsnprintf(G_Cmd + used, sizeof G_Cmd - used, fmt, ap);
     va_end(ap);
+    if (n < 0 || (size_t)n >= sizeof G_Cmd - used) {
+        cmdCut = 1;
+        G_Cmd[used] = 0;
+    }
 }
 
 // The zone part "CET-1" (and the daylight name and offset after it):
@@ -184,6 +191,22 @@ static int readNumber(const char* key)
     return (int)strtol(text, 0, 10);
 }
 
+// The settings program learns an NTP clock (the query in G_Cmd); a manual
+// clock is left to date.cgi alone, as the camera always has: its settings
+// line never reached the settings program.
+static void runClockPrograms(const char* user, int manual, const char* date = 0, const char* time = 0)
+{
+    if (!manual) {
+        if (cmdCut)
+            return;
+        const CommandArg args[] = {{"QUERY_STRING", G_Cmd}, {"isOnvif", "1"}};
+        runCameraProgramWithAs("admin/param.cgi", args, 2, user);
+        return;
+    }
+    const CommandArg args[] = {{"method", "manu"}, {"system_date", date}, {"system_time", time}};
+    runCameraProgramWithAs("date.cgi", args, 3, user);
+}
+
 void SetSystemDateAndTimeResponse()
 {
     snprintf(G_Cmd, sizeof G_Cmd, "%s", QUERY_START);
@@ -209,8 +232,8 @@ void SetSystemDateAndTimeResponse()
         if (rewriteFileThroughWorkCopy(ONVIF_CONF_FILE, rewriteTimeLine, &t) != 0)
             logServiceError("SetSystemDateAndTimeResponse_NTP", "%s", "ONVIF_CONF_FILE missing");
         appendCmd("&Time.SyncSource=NTP");
-        appendCmd("&Time.NTP.Server=%s&Time.NTP.Update=hour\" isOnvif=1", shellSafeWord(t.server));
-        runCameraProgramAs(G_Cmd, "admin/param.cgi", shellSafeWord(t.user));
+        appendCmd("&Time.NTP.Server=%s&Time.NTP.Update=hour", shellSafeWord(t.server));
+        runClockPrograms(shellSafeWord(t.user), 0);
         return;
     }
     if (strcmp(t.type, "Manual") != 0)
@@ -249,14 +272,10 @@ void SetSystemDateAndTimeResponse()
         logServiceError("SetSystemDateAndTimeResponse_Manual", "%s", "ONVIF_CONF_FILE missing");
     setResponse("<tds:SetSystemDateAndTimeResponse></tds:SetSystemDateAndTimeResponse>");
     const char* user = shellSafeWord(t.user);
-    // Written over the request from the buffer's start, as the camera always
-    // has: this line is no command the shell runs, and the manual clock is
-    // left to date.cgi alone.
-    snprintf(G_Cmd, sizeof G_Cmd, "&Time.SyncSource=None\" isOnvif=1");
-    runCameraProgramAs(G_Cmd, "admin/param.cgi", user);
-    snprintf(G_Cmd, sizeof G_Cmd, "method=\"manu\" system_date=\"%04d/%02d/%02d\" system_time=\"%02d:%02d:%02d\"",
-             year, month, day, hour, minute, second);
-    runCameraProgramAs(G_Cmd, "date.cgi", user);
+    char date[32], time[32];
+    snprintf(date, sizeof date, "%04d/%02d/%02d", year, month, day);
+    snprintf(time, sizeof time, "%02d:%02d:%02d", hour, minute, second);
+    runClockPrograms(user, 1, date, time);
 }
 
 void GetSystemDateAndTimeResponse()

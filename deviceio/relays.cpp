@@ -223,10 +223,11 @@ void SetRelayOutputSettings()
         readSettingValue(working, "IdleState=", active, sizeof active);
         if (strcmp(active, "closed") != 0)
             snprintf(active, sizeof active, "open");
-        char assignments[128];
-        snprintf(assignments, sizeof assignments, "QUERY_STRING=\"action=update&Output.O%d.Active=%s\" isOnvif=1",
-                 outputIndex(fileName) - 1, active);
-        runCameraProgram(assignments, "admin/param.cgi");
+        char query[128], name[32];
+        snprintf(query, sizeof query, "action=update");
+        snprintf(name, sizeof name, "Output.O%d.Active", outputIndex(fileName) - 1);
+        if (appendQueryParam(query, sizeof query, name, active))
+            runSettingsProgram(query);
     }
     FILE* outputs = fopenRoot(OUTPUTS_CONF, "r");
     if (!outputs) {
@@ -265,8 +266,9 @@ void SetRelayOutputState()
     if (number >= 1 && number <= 2)
         setShmWord(LOGICAL_STATE_WORD_1 + number - 1, active);
     // "/" raises the output into its active state, "\" lets it fall back.
-    char assignments[64];
-    snprintf(assignments, sizeof assignments, active ? "action=%d:/ isOnvif=1" : "action=%d:\\\\ isOnvif=1", number);
-    runCameraProgram(assignments, "io/output.cgi");
+    char action[32];
+    snprintf(action, sizeof action, active ? "%d:/" : "%d:\\", number);
+    const CommandArg args[] = {{"action", action}, {"isOnvif", "1"}};
+    runCameraProgramWith("io/output.cgi", args, 2);
     setResponse("<tds:SetRelayOutputStateResponse></tds:SetRelayOutputStateResponse>");
 }

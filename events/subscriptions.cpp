@@ -464,7 +464,7 @@ void SetSynchronizationPoint()
 {
     if (G_XML != 2) {
         // The media service's form: the streams start over with a key frame.
-        runCameraProgram("", "h264/restart_stream.cgi");
+        runCameraProgramWith("h264/restart_stream.cgi", 0, 0);
         setResponse("<trt:SetSynchronizationPointResponse></trt:SetSynchronizationPointResponse>");
         return;
     }

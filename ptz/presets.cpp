@@ -192,17 +192,18 @@ void SetPreset()
         writeSenderFault("ter:PresetExist", "The requested name already exist for another preset.");
         return;
     }
-    char args[512];
+    char value[100];
     if (hasName) {
-        // The name goes to the PTZ program as it is, quoted as one word.
-        char value[100], quoted[400];
-        snprintf(value, sizeof value, "%d,%s", number, name);
-        shellQuote(value, quoted, sizeof quoted);
-        snprintf(args, sizeof args, "setserverpresetname=%s", quoted);
-        runPtzCommand("com/ptz.cgi", "setserverpresetname", args);
+        // The name goes to the PTZ program as it is, as one value.
+        int n = snprintf(value, sizeof value, "%d,%s", number, name);
+        if (n < 0 || (size_t)n >= sizeof value) {
+            actionNotServed();  // never a cut name
+            return;
+        }
+        runPtzCommand("com/ptz.cgi", "setserverpresetname", "setserverpresetname", value);
     } else {
-        snprintf(args, sizeof args, "setserverpresetno=%d", number);
-        runPtzCommand("com/ptz.cgi", "setserverpresetno", args);
+        snprintf(value, sizeof value, "%d", number);
+        runPtzCommand("com/ptz.cgi", "setserverpresetno", "setserverpresetno", value);
     }
     setResponse("<tptz:SetPresetResponse><tptz:PresetToken>%d</tptz:PresetToken></tptz:SetPresetResponse>", number);
 }
@@ -268,9 +269,9 @@ void GotoPreset()
     int number;
     if (!presetChecks("GotoPreset") || !existingPreset(32, 1, &number))
         return;
-    char args[64];
-    snprintf(args, sizeof args, "gotoserverpresetno=%d", number);
-    runPtzCommand("com/ptz.cgi", "gotoserverpresetno", args);
+    char value[16];
+    snprintf(value, sizeof value, "%d", number);
+    runPtzCommand("com/ptz.cgi", "gotoserverpresetno", "gotoserverpresetno", value);
     setResponse("<tptz:GotoPresetResponse></tptz:GotoPresetResponse>");
 }
 
@@ -279,9 +280,9 @@ void RemovePreset()
     int number;
     if (!presetChecks("RemovePreset") || !existingPreset(16, 0, &number))
         return;
-    char args[64];
-    snprintf(args, sizeof args, "removeserverpresetno=%d", number);
-    runPtzCommand("com/ptz.cgi", "removeserverpresetno", args);
+    char value[16];
+    snprintf(value, sizeof value, "%d", number);
+    runPtzCommand("com/ptz.cgi", "removeserverpresetno", "removeserverpresetno", value);
     setResponse("<tptz:RemovePresetResponse></tptz:RemovePresetResponse>");
 }
 
@@ -289,7 +290,7 @@ void SetHomePosition()
 {
     if (!presetChecks("SetHomePosition"))
         return;
-    runPtzCommand("com/ptzconfig.cgi", "home", "home=yes");
+    runPtzCommand("com/ptzconfig.cgi", "home", "home", "yes");
     setResponse("<tptz:SetHomePositionResponse></tptz:SetHomePositionResponse>");
 }
 
@@ -299,8 +300,8 @@ void GotoHomePosition()
         return;
     // The integrated head keeps a home of its own; an RS-485 head goes to its zero.
     if (presetStore() == STORE_INTEGRATED)
-        runPtzCommand("com/ptz.cgi", "move", "move=home");
+        runPtzCommand("com/ptz.cgi", "move", "move", "home");
     else
-        runPtzCommand("com/ptz.cgi", "", "pan=0 tilt=0 zoom=0");
+        runPtzCommand("com/ptz.cgi", "", "pan", "0", "tilt", "0", "zoom", "0");
     setResponse("<tptz:GotoHomePositionResponse></tptz:GotoHomePositionResponse>");
 }

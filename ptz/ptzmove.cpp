@@ -29,13 +29,12 @@
 #define LENS_DOME 6
 #define MAX_TIMEOUT_SECONDS 600
 
-int runPtzCommand(const char* program, const char* verb, const char* assignments)
+int runPtzCommand(const char* program, const char* verb, const char* name1, const char* value1,
+                  const char* name2, const char* value2, const char* name3, const char* value3)
 {
-    char line[1024];
-    int n = snprintf(line, sizeof line, "QUERY_STRING=\"%s\" %s", verb, assignments);
-    if (n < 0 || (size_t)n >= sizeof line)
-        return -1;  // never a cut command line
-    return runCameraProgram(line, program);
+    const CommandArg args[] = {{"QUERY_STRING", verb}, {name1, value1}, {name2, value2}, {name3, value3}};
+    int count = 1 + (name1 ? 1 + (name2 ? 1 + (name3 ? 1 : 0) : 0) : 0);
+    return runCameraProgramWith(program, args, count);
 }
 
 int refuseWithoutPtzMotors()
@@ -303,14 +302,14 @@ void ContinuousMove()
     }
     char args[128];
     if (hasPanTilt) {
-        snprintf(args, sizeof args, "continuouspantiltmove=%.3f,%.3f", x, y);
-        runPtzCommand("com/ptz.cgi", "continuouspantiltmove", args);
+        snprintf(args, sizeof args, "%.3f,%.3f", x, y);
+        runPtzCommand("com/ptz.cgi", "continuouspantiltmove", "continuouspantiltmove", args);
         if (hasZoom)
             sleepMs(100);  // the head takes one command at a time
     }
     if (hasZoom) {
-        snprintf(args, sizeof args, "continuouszoommove=%d", (int)z);
-        runPtzCommand("com/ptz.cgi", "continuouszoommove", args);
+        snprintf(args, sizeof args, "%d", (int)z);
+        runPtzCommand("com/ptz.cgi", "continuouszoommove", "continuouszoommove", args);
     }
     int panTiltMoves = x != 0 || y != 0, zoomMoves = z != 0;
     if (seconds > 0) {
@@ -355,30 +354,26 @@ static int zoomTarget(double x, int* value, int* sendsZoom)
 // on the dome (or a head with no zoom lens of its own), else the lens apart.
 static void sendTarget(int hasPanTilt, double pan, double tilt, int sendsZoom, int zoom)
 {
-    char args[160];
+    char panText[32], tiltText[32], zoomText[16];
     if (pan == -180)
         pan = -179;  // the head's travel ends one degree short on that side
+    snprintf(panText, sizeof panText, "%f", pan);
+    snprintf(tiltText, sizeof tiltText, "%f", tilt);
+    snprintf(zoomText, sizeof zoomText, "%d", zoom);
     int together = shmWord(PAN_TILT_WORD) >= 2 || shmWord(ZOOM_WORD) < 1;
     if (together) {
         if (hasPanTilt && sendsZoom)
-            snprintf(args, sizeof args, "pan=%f tilt=%f zoom=%d", pan, tilt, zoom);
+            runPtzCommand("com/ptz.cgi", "move", "pan", panText, "tilt", tiltText, "zoom", zoomText);
         else if (sendsZoom)
-            snprintf(args, sizeof args, "zoom=%d", zoom);
+            runPtzCommand("com/ptz.cgi", "move", "zoom", zoomText);
         else if (hasPanTilt)
-            snprintf(args, sizeof args, "pan=%f tilt=%f", pan, tilt);
-        else
-            return;
-        runPtzCommand("com/ptz.cgi", "move", args);
+            runPtzCommand("com/ptz.cgi", "move", "pan", panText, "tilt", tiltText);
         return;
     }
-    if (hasPanTilt) {
-        snprintf(args, sizeof args, "pan=%f tilt=%f", pan, tilt);
-        runPtzCommand("com/ptz.cgi", "move", args);
-    }
-    if (sendsZoom) {
-        snprintf(args, sizeof args, "zoomratio=%d", zoom);
-        runPtzCommand("com/ptz.cgi", "zoomratio", args);
-    }
+    if (hasPanTilt)
+        runPtzCommand("com/ptz.cgi", "move", "pan", panText, "tilt", tiltText);
+    if (sendsZoom)
+        runPtzCommand("com/ptz.cgi", "zoomratio", "zoomratio", zoomText);
 }
 
 // A speed value present at the occurrence must be a number from 0 to 1.
@@ -500,8 +495,8 @@ void RelativeMove()
     }
     if (stepsOnly) {
         char args[64];
-        snprintf(args, sizeof args, "zoomsteps=%d", steps);
-        runPtzCommand("com/ptz.cgi", "zoomsteps", args);
+        snprintf(args, sizeof args, "%d", steps);
+        runPtzCommand("com/ptz.cgi", "zoomsteps", "zoomsteps", args);
     } else {
         sendTarget(hasPanTilt, pan, tilt, sendsZoom, zoom);
     }
@@ -534,7 +529,7 @@ void Stop()
                               "The requested VideoSource does not support imaging settings.");
             return;
         }
-        runPtzCommand("com/ptz.cgi", "continuousfocusmove", "continuousfocusmove=0");
+        runPtzCommand("com/ptz.cgi", "continuousfocusmove", "continuousfocusmove", "0");
         setResponse("<tt:StopResponse></tt:StopResponse>");
         return;
     }
@@ -547,11 +542,11 @@ void Stop()
     searchDataInElement("PanTilt", panTilt, 16);
     searchDataInElement("Zoom", zoom, 16);
     if (strcmp(panTilt, "true") == 0) {
-        runPtzCommand("com/ptz.cgi", "continuouspantiltmove", "continuouspantiltmove=0,0");
+        runPtzCommand("com/ptz.cgi", "continuouspantiltmove", "continuouspantiltmove", "0,0");
         setShmWord(PAN_TILT_TIMER_WORD, TIMER_STOPPED);
     }
     if (strcmp(zoom, "true") == 0) {
-        runPtzCommand("com/ptz.cgi", "continuouszoommove", "continuouszoommove=0");
+        runPtzCommand("com/ptz.cgi", "continuouszoommove", "continuouszoommove", "0");
         setShmWord(ZOOM_TIMER_WORD, TIMER_STOPPED);
     }
     setResponse("<tptz:StopResponse></tptz:StopResponse>");

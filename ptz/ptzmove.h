@@ -17,7 +17,10 @@
 // Runs one verb of the camera's PTZ program ("com/ptz.cgi" or
 // "com/ptzconfig.cgi"): QUERY_STRING="<verb>" followed by the verb's own
 // assignments, which must be numbers formatted here or quoted text.
-int runPtzCommand(const char* program, const char* verb, const char* assignments);
+// Runs one of the PTZ programs with QUERY_STRING=<verb> and up to three
+// assignments (a 0 name ends the list); the runner quotes every value.
+int runPtzCommand(const char* program, const char* verb, const char* name1 = 0, const char* value1 = 0,
+                  const char* name2 = 0, const char* value2 = 0, const char* name3 = 0, const char* value3 = 0);
 
 // A device without pan/tilt and zoom: writes the fault, returns 1.
 int refuseWithoutPtzMotors();

@@ -24,17 +24,13 @@ int runShellCommand(const char* cmd)
     return system(cmd);
 }
 
-int runCameraProgram(const char* assignments, const char* program)
-{
-    return runCameraProgramAs(assignments, program, cameraUser());
-}
-
-int runCameraProgramAs(const char* assignments, const char* program, const char* user)
+// assignments are quoted name=value words built below, never request text.
+static int runCameraProgramAs(const char* assignments, const char* program, const char* user)
 {
     char path[512], quoted[700], cmd[4096];
-    snprintf(path, sizeof path, "%s/%s",
-             shmWord(VARIANT_CODE) == VARIANT_VANTOR ? CAMERA_VANTOR_CGI_DIR : CAMERA_CGI_DIR, program);
-    if (!shellQuotedPath(path, quoted, sizeof quoted))
+    int p = snprintf(path, sizeof path, "%s/%s",
+                     shmWord(VARIANT_CODE) == VARIANT_VANTOR ? CAMERA_VANTOR_CGI_DIR : CAMERA_CGI_DIR, program);
+    if (p < 0 || (size_t)p >= sizeof path || !shellQuotedPath(path, quoted, sizeof quoted))
         return -1;
     int n = snprintf(cmd, sizeof cmd, "%s REMOTE_USER=%s %s 1> /dev/null 2> /dev/null",
                      assignments, user, quoted);

@@ -15,15 +15,6 @@ extern char G_Cmd[2048];
 // 2 "root", anything else "Admin".
 const char* cameraUser();
 
-// Runs "<assignments> REMOTE_USER=<user> <dir>/<program> 1> /dev/null 2> /dev/null"
-// where dir is cgi-bin, or vantor-cgi for variant 16, under ONVIF_ROOT.
-// assignments must already be safe shell words (numbers the caller formatted,
-// checked tokens, or text quoted with shellQuote). Returns the shell's status.
-int runCameraProgram(const char* assignments, const char* program);
-
-// The same as a named web user (a user the caller has checked).
-int runCameraProgramAs(const char* assignments, const char* program, const char* user);
-
 // One assignment a camera program is started with. The runner quotes the
 // value itself, so any text is safe as a value; names are shell names.
 struct CommandArg {
@@ -31,8 +22,9 @@ struct CommandArg {
     const char* value;
 };
 
-// Runs "name='value' ... REMOTE_USER=<user> '<dir>/<program>'" (dir as
-// runCameraProgram's). Returns the shell's status, or -1 without running
+// Runs "name='value' ... REMOTE_USER=<user> '<dir>/<program>'" where dir
+// is cgi-bin, or vantor-cgi for variant 16, under ONVIF_ROOT, as the web user
+// of word 66 (or the named user, which must be a shell name). Returns the shell's status, or -1 without running
 // anything when a name is not a shell name or the line would not fit.
 int runCameraProgramWith(const char* program, const CommandArg* args, int count);
 int runCameraProgramWithAs(const char* program, const CommandArg* args, int count, const char* user);

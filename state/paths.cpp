@@ -7,10 +7,10 @@
 const char* resolvePath(const char* path, char* out, size_t n)
 {
     const char* root = getenv("ONVIF_ROOT");
-    if (root && *root && path[0] == '/')
-        snprintf(out, n, "%s%s", root, path);
-    else
-        snprintf(out, n, "%s", path);
+    int written = root && *root && path[0] == '/' ? snprintf(out, n, "%s%s", root, path) : snprintf(out, n, "%s", path);
+    // A cut path names another file: give none, so every use of it fails.
+    if (n && (written < 0 || (size_t)written >= n))
+        out[0] = 0;
     return out;
 }
 

@@ -7,7 +7,8 @@
 #include <stdio.h>
 
 // Writes the real location of an absolute path into out (ONVIF_ROOT + path
-// when the variable is set and non-empty, else the path itself).
+// when the variable is set and non-empty, else the path itself); an empty
+// text when it does not fit, so that no shortened path is ever opened.
 const char* resolvePath(const char* path, char* out, size_t n);
 
 // fopen() on the resolved path.

@@ -126,6 +126,9 @@ TEST_F(DateTime, RefusalsRunNothingAndWriteNothing)
     for (const Case& c : {
              Case{manual(2026, 2, 29, 0, 0, 0), ">An invalid date or time was specified"},
              Case{manual(2026, 13, 1, 0, 0, 0), "ter:InvalidDateTime"},
+             Case{manual(2026, 0, 1, 0, 0, 0), "ter:InvalidDateTime"},
+             Case{manual(2026, 1, 0, 0, 0, 0), "ter:InvalidDateTime"},
+             Case{manual(2026, 1, 32, 0, 0, 0), "ter:InvalidDateTime"},
              Case{manual(2026, 1, 1, 24, 0, 0), "ter:InvalidDateTime"},
              Case{"<tds:DateTimeType>NTP</tds:DateTimeType><tds:TimeZone><tt:TZ>EST5EDT,M3.2.0</tt:TZ></tds:TimeZone>",
                   "ter:InvalidTimeZone"},
