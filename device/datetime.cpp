@@ -2,6 +2,7 @@
 // set through the camera's settings and date programs.
 #include "device/calendar.h"
 #include "frame/frame.h"
+#include "frame/request_values.h"
 #include "frame/handlers.h"
 #include "frame/xmlsearch.h"
 #include "state/checkers.h"
@@ -186,8 +187,7 @@ static void writeInvalidTimeZoneFault()
 static int readNumber(const char* key)
 {
     char text[33];
-    memset(text, 0, sizeof text);
-    searchDataInElement(key, text, 32);
+    requestText(key, text, 33);
     return (int)strtol(text, 0, 10);
 }
 
@@ -213,10 +213,9 @@ void SetSystemDateAndTimeResponse()
     TimeSettings t;
     memset(&t, 0, sizeof t);
     char tz[65], zoneText[65];
-    memset(tz, 0, sizeof tz);
-    searchDataInElement("tds:DateTimeType", t.type, 16);
-    t.hasDaylight = searchDataInElement("tds:DaylightSavings", t.daylight, 16) && CheckBool(t.daylight) == 0;
-    int hasTz = searchDataInElement("tt:TZ", tz, 64);
+    requestText("tds:DateTimeType", t.type, 17);
+    t.hasDaylight = requestText("tds:DaylightSavings", t.daylight, 17) && CheckBool(t.daylight) == 0;
+    int hasTz = requestText("tt:TZ", tz, 65);
     snprintf(zoneText, sizeof zoneText, "%s", hasTz ? tz : "GMT+0:00:00");
     if (hasTz) {
         // The text goes into the settings file as it is: never a second line.
@@ -245,7 +244,7 @@ void SetSystemDateAndTimeResponse()
         writeSenderFault2("InvalidArgVal", "InvalidDateTime", "Invalid data", ">An invalid date or time was specified");
         return;
     }
-    if (searchDataInElementOnly("UTCDateTime")) {
+    if (requestHas("UTCDateTime")) {
         char sign[8] = "", hours[16] = "";
         sscanf(zoneText, "%*[^0-9,+,-]%7[+,-]%15[0-9]", sign, hours);
         struct tm given;

@@ -1,5 +1,6 @@
 // Who the device is, which services it offers and where their descriptions lie.
 #include "frame/frame.h"
+#include "frame/request_values.h"
 #include "state/shm_words.h"
 #include "frame/handlers.h"
 #include "frame/xmlsearch.h"
@@ -126,7 +127,7 @@ void GetCapabilityResponse()
     getDeviceIPv4(address, sizeof address);
     snprintf(xaddr, sizeof xaddr, "http://%s/onvif/device_service", address);
     setResponse("<tds:GetCapabilitiesResponse><tds:Capabilities>");
-    if (G_xmlElementNum == 1) {
+    if (requestRows() == 1) {
         writeAllSections(xaddr);
         closeCapabilities();
         return;
@@ -134,12 +135,9 @@ void GetCapabilityResponse()
     // Each Category element is handled once, in order; a request that names
     // none gets every section.
     int handled = 0;
-    for (int row = 1; row < G_xmlElementNum && row < XML_TABLE_ROWS; ++row) {
-        if (!ElementBuffer1[row] || strcmp(ElementBuffer1[row], "Category") != 0)
-            continue;
+    for (int row = 1; (row = requestRowOf("Category", row)) > 0; ++row) {
         char category[33];
-        memset(category, 0, sizeof category);
-        strncpy(category, ElementBuffer2[row] ? ElementBuffer2[row] : "(null)", 32);
+        requestRowValue(row, category, sizeof category);
         ++handled;
         if (strcmp(category, "All") == 0) {
             setResponse("<tds:GetCapabilitiesResponse><tds:Capabilities>");

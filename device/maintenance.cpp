@@ -1,6 +1,7 @@
 // Reboot and factory default, left to the camera's control process through
 // a command word once the answer is complete, and the system log.
 #include "frame/frame.h"
+#include "frame/request_values.h"
 #include "state/shm_words.h"
 #include "frame/handlers.h"
 #include "frame/xmlsearch.h"
@@ -29,8 +30,7 @@ void SetDefault()
     if (shmWord(WS_MSG_NUM) != 0)
         sleepMs(3000);
     char kind[33];
-    memset(kind, 0, sizeof kind);
-    if (!searchDataInElement("tds:FactoryDefault", kind, 32))
+    if (!requestText("tds:FactoryDefault", kind, 33))
         return;
     setResponse("<tds:SetSystemFactoryDefaultResponse></tds:SetSystemFactoryDefaultResponse>");
     if (strcmp(kind, "Hard") == 0)
@@ -42,8 +42,7 @@ void SetDefault()
 void GetSystemLog()
 {
     char type[65];
-    memset(type, 0, sizeof type);
-    if (!searchDataInElement("tt:LogType", type, 64) && !searchDataInElement("LogType", type, 64)) {
+    if (!requestText("tt:LogType", type, 65) && !requestText("LogType", type, 65)) {
         writeReceiverFault2("InvalidArgs", "LogTypeUnavailable", "There is no LogType information.",
                             "There is no LogType information.");
         return;

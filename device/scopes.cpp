@@ -2,6 +2,7 @@
 // copy under the web root, and signalled to the discovery process through
 // words 62 and 77.
 #include "frame/frame.h"
+#include "frame/request_values.h"
 #include "state/shm_words.h"
 #include "frame/handlers.h"
 #include "frame/xmlsearch.h"
@@ -25,7 +26,7 @@ static void copyToMirror()
 
 static int isScopeRow(int row, const char* plain)
 {
-    return ElementBuffer1[row] && strcmp(ElementBuffer1[row], plain) == 0 && ElementBuffer2[row];
+    return requestRowName(row) && strcmp(requestRowName(row), plain) == 0 && requestRowText(row);
 }
 
 // Percent-decoding of %XX; a "%" that starts no such pair stays as it is.
@@ -68,8 +69,8 @@ static void writeBadScopeFault()
 
 static int refuseBadScopes(const char* plainName)
 {
-    for (int row = 1; row < G_xmlElementNum && row < XML_TABLE_ROWS; ++row) {
-        if (isScopeRow(row, plainName) && scopeBreaksLine(ElementBuffer2[row])) {
+    for (int row = 1; row < requestRows(); ++row) {
+        if (isScopeRow(row, plainName) && scopeBreaksLine(requestRowText(row))) {
             writeBadScopeFault();
             return 1;
         }
@@ -137,11 +138,11 @@ static int keepUpToCountryLine(const char* line, FILE* out, void* ctx)
 {
     int& pastCountry = ((SetScopesEdit*)ctx)->pastCountry;
     if (!line) {
-        for (int row = 1; row < G_xmlElementNum && row < XML_TABLE_ROWS; ++row) {
-            if (!isScopeRow(row, "Scopes") || strcmp(ElementBuffer2[row], LOCATION_COUNTRY) == 0)
+        for (int row = 1; row < requestRows(); ++row) {
+            if (!isScopeRow(row, "Scopes") || strcmp(requestRowText(row), LOCATION_COUNTRY) == 0)
                 continue;
             char decoded[SCOPE_SIZE];
-            url_decode(ElementBuffer2[row], decoded, sizeof decoded);
+            url_decode(requestRowText(row), decoded, sizeof decoded);
             fprintf(out, "ConfigurableScopes=%s\n", decoded);
         }
         return 0;
@@ -157,8 +158,8 @@ void SetScopes()
 {
     if (refuseBadScopes("Scopes"))
         return;
-    for (int row = 1; row < G_xmlElementNum && row < XML_TABLE_ROWS; ++row) {
-        if (isScopeRow(row, "Scopes") && isFixedScope(ElementBuffer2[row], "SetScopes")) {
+    for (int row = 1; row < requestRows(); ++row) {
+        if (isScopeRow(row, "Scopes") && isFixedScope(requestRowText(row), "SetScopes")) {
             writeSenderFault2("OperationProhibited", "ScopeOverwrite",
                               "Trying to overwrite permanent device scope setting",
                               "Trying to overwrite permanent device scope setting");
@@ -202,10 +203,10 @@ void AddScopes()
     if (refuseBadScopes("ScopeItem"))
         return;
     int found = 0;
-    for (int row = 1; row < G_xmlElementNum && row < XML_TABLE_ROWS; ++row) {
-        if (!isScopeRow(row, "ScopeItem") || !ElementBuffer2[row][0])
+    for (int row = 1; row < requestRows(); ++row) {
+        if (!isScopeRow(row, "ScopeItem") || !requestRowText(row)[0])
             continue;
-        AddScopeEdit e = {ElementBuffer2[row], &found};
+        AddScopeEdit e = {requestRowText(row), &found};
         if (rewriteFileThroughWorkCopy(ONVIF_CONF_FILE, dropLinesWithItem, &e) == 0)
             copyToMirror();
         else
@@ -229,7 +230,7 @@ static int removeInFileOrder(const char* line, FILE*, void* ctx)
     char detail[400];
     if (e->next >= e->count)
         return line ? 1 : 0;
-    const char* item = ElementBuffer2[e->rows[e->next]];
+    const char* item = requestRowText(e->rows[e->next]);
     if (!line) {
         snprintf(detail, sizeof detail, "Trying to Remove scope which does not exist, %s.",
                  item);
@@ -264,9 +265,9 @@ void RemoveScopes()
     fclose(f);
     RemoveScopesEdit e;
     memset(&e, 0, sizeof e);
-    for (int row = 1; row < G_xmlElementNum && row < XML_TABLE_ROWS; ++row) {
+    for (int row = 1; row < requestRows(); ++row) {
         sleepMs(500);
-        if (isScopeRow(row, "ScopeItem") && ElementBuffer2[row][0])
+        if (isScopeRow(row, "ScopeItem") && requestRowText(row)[0])
             e.rows[e.count++] = row;
     }
     // With no item the walk would keep nothing at all: leave the files be.
@@ -276,7 +277,7 @@ void RemoveScopes()
     setResponse("<tds:RemoveScopesResponse>");
 
     for (int i = 0; i < e.count; ++i)
-        appendResponse("<tds:ScopeItem>%s</tds:ScopeItem>", ElementBuffer2[e.rows[i]]);
+        appendResponse("<tds:ScopeItem>%s</tds:ScopeItem>", requestRowText(e.rows[i]));
     appendResponse("</tds:RemoveScopesResponse>");
     setShmWord(SCOPES_CHANGED_WORD, 1);
 }
@@ -302,8 +303,7 @@ void GetDiscoveryMode()
 void SetDiscoveryMode()
 {
     char mode[17];
-    memset(mode, 0, sizeof mode);
-    int present = searchDataInElement("DiscoveryMode", mode, 16) || searchDataInElement("tds:DiscoveryMode", mode, 16);
+    int present = requestText("DiscoveryMode", mode, 17) || requestText("tds:DiscoveryMode", mode, 17);
     if (present) {
         if (hasLineBreak(mode)) {
             writeSenderFault2("InvalidArgVal", "InvalidArgs", "The discovery mode is not valid",

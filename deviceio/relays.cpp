@@ -3,6 +3,7 @@
 #include "state/timespan.h"
 #include "state/shm_words.h"
 #include "frame/frame.h"
+#include "frame/request_values.h"
 #include "frame/handlers.h"
 #include "frame/xmlsearch.h"
 #include "state/command.h"
@@ -28,8 +29,7 @@ static const char* outputListFile()
 // Reads the first of two element names that the request holds.
 static int readEither(const char* prefixed, const char* plain, char* out, int length)
 {
-    memset(out, 0, (size_t)length + 1);
-    return searchDataInElement(prefixed, out, length) || searchDataInElement(plain, out, length);
+    return requestText(prefixed, out, length + 1) || requestText(plain, out, length + 1);
 }
 
 // The list line "<token>.IOConf" of an output; the settings file is only

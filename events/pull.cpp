@@ -5,6 +5,7 @@
 #include "state/timespan.h"
 #include "device/calendar.h"
 #include "frame/frame.h"
+#include "frame/request_values.h"
 #include "frame/handlers.h"
 #include "frame/xmlsearch.h"
 #include "state/config.h"
@@ -153,9 +154,8 @@ static int maxMessageLimit()
 void PullMessages()
 {
     char text[33];
-    memset(text, 0, sizeof text);
     int timeout = MAX_PULL_SECONDS;
-    if (searchDataInElement("wsnt:Timeout", text, 32)) {
+    if (requestText("wsnt:Timeout", text, 33)) {
         int h, m, s;
         GetTimeSpanIntoTimeInteger(text, &h, &m, &s);
         long total = (long)h * 3600 + (long)m * 60 + s;
@@ -166,8 +166,7 @@ void PullMessages()
         }
         timeout = total < 0 ? 0 : (int)total;
     }
-    memset(text, 0, sizeof text);
-    int limit = searchDataInElement("wsnt:MessageLimit", text, 32) ? (int)strtol(text, 0, 10) : 2;
+    int limit = requestText("wsnt:MessageLimit", text, 33) ? (int)strtol(text, 0, 10) : 2;
 
     struct tm now;
     char current[64];

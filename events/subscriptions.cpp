@@ -6,6 +6,7 @@
 #include "device/calendar.h"
 #include "state/netaddr.h"
 #include "frame/frame.h"
+#include "frame/request_values.h"
 #include "frame/handlers.h"
 #include "frame/xmlsearch.h"
 #include "state/checkers.h"
@@ -220,10 +221,8 @@ static const TopicRow VENDOR_TOPICS[] = {
 static int classifyFilter(int variant, int isSubscribe, int* code)
 {
     char topic[65], content[257];
-    memset(topic, 0, sizeof topic);
-    memset(content, 0, sizeof content);
-    int hasTopic = searchDataInElement("wsnt:TopicExpression", topic, 64);
-    int hasContent = searchDataInElement("wsnt:MessageContent", content, isSubscribe ? 64 : 256);
+    int hasTopic = requestText("wsnt:TopicExpression", topic, 65);
+    int hasContent = requestText("wsnt:MessageContent", content, (isSubscribe ? 64 : 256) + 1);
     if (!hasTopic && !hasContent) {
         *code = 10;
         return FILTER_OK;
@@ -320,8 +319,7 @@ static int writeSubscriptionReference(const char* openTag, const char* reference
     setResponse("<%s><%s><wsa5:Address>http://%s/onvif/device_service?Idx=%d</wsa5:Address></%s>", openTag,
                 referenceTag, camera, idx, referenceTag);
     char initial[33];
-    memset(initial, 0, sizeof initial);
-    int hasInitial = searchDataInElement("tet:InitialTerminationTime", initial, 32);
+    int hasInitial = requestText("tet:InitialTerminationTime", initial, 33);
     struct tm now;
     char current[64];
     currentTime(&now);
@@ -370,9 +368,8 @@ void Subscribe()
     if (refuseFilter(classifyFilter(variant == VARIANT_VENDOR_TOPICS ? VARIANT_VENDOR_TOPICS : 0, 1, &code)))
         return;
     char consumer[129];
-    memset(consumer, 0, sizeof consumer);
     // The record keeps the address on one line: an address with a line break is no address.
-    if (!searchDataInElement("a:Address", consumer, 128) || strcmp(consumer, "(null)") == 0 || hasLineBreak(consumer)) {
+    if (!requestText("a:Address", consumer, 129) || strcmp(consumer, "(null)") == 0 || hasLineBreak(consumer)) {
         writeInvalidFilterFault("Argument Value Invalid", "The Subscribe message contained an unsupported filter",
                                 "wsnt:Need Assign Address");
         return;
@@ -403,8 +400,7 @@ void Renew()
         return;
     }
     char requested[33];
-    memset(requested, 0, sizeof requested);
-    if (!searchDataInElement("tet:TerminationTime", requested, 32)) {
+    if (!requestText("tet:TerminationTime", requested, 33)) {
         setResponse("<wsnt:RenewResponse><wsnt:TerminationTime>Z</wsnt:TerminationTime>"
                     "<wsnt:CurrentTime>Z</wsnt:CurrentTime></wsnt:RenewResponse>");
         return;

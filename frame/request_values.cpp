@@ -32,6 +32,44 @@ int requestText(const char* key, char* buf, size_t n)
     return requestTextFrom(key, 0, 0, buf, n);
 }
 
+int requestHas(const char* key)
+{
+    return searchDataInElementOnly(key);
+}
+
+int requestRows()
+{
+    return G_xmlElementNum < XML_TABLE_ROWS ? G_xmlElementNum : XML_TABLE_ROWS;
+}
+
+const char* requestRowName(int row)
+{
+    return row >= 0 && row < requestRows() ? ElementBuffer1[row] : 0;
+}
+
+const char* requestRowText(int row)
+{
+    return requestRowName(row) ? ElementBuffer2[row] : 0;
+}
+
+int requestRowOf(const char* name, int start)
+{
+    for (int row = start < 0 ? 0 : start; row < requestRows(); ++row)
+        if (ElementBuffer1[row] && strcmp(ElementBuffer1[row], name) == 0)
+            return row;
+    return -1;
+}
+
+int requestRowValue(int row, char* buf, size_t n)
+{
+    if (n)
+        buf[0] = 0;
+    if (!requestRowName(row))
+        return VALUE_ABSENT;
+    const char* text = requestRowText(row);
+    return copyWhole(text ? text : "(null)", buf, n);
+}
+
 int requestAttribute(const char* key, int occurrence, char* buf, size_t n)
 {
     if (n)

@@ -16,6 +16,8 @@ int requestText(const char* key, char* buf, size_t n);
 // The same, searching from the element table row startRow on; *row gets the
 // row found (for lists: read, then go on after that row).
 int requestTextFrom(const char* key, int startRow, int* row, char* buf, size_t n);
+// 1 when the request holds an element of that name (its text aside).
+int requestHas(const char* key);
 // The value of an attribute (occurrence 0 is the first that matches).
 int requestAttribute(const char* key, int occurrence, char* buf, size_t n);
 // Text that names a file of the store: letters, digits, '-', '_', '.', no "..".
@@ -26,6 +28,17 @@ int requestNumber(const char* key, long min, long max, long* out);
 int requestDecimal(const char* key, double min, double max, double* out);
 // xs:boolean: "true"/"1" or "false"/"0".
 int requestBool(const char* key, int* out);
+
+// The element table row by row, for lists and for elements told apart by
+// where they stand: the number of rows, a row's local name and its text
+// (0 when the row does not exist or has no text), and the first row at or
+// after start with exactly that name (-1 when none).
+int requestRows();
+const char* requestRowName(int row);
+const char* requestRowText(int row);
+int requestRowOf(const char* name, int start);
+// A row's text copied whole into buf, as requestText reads.
+int requestRowValue(int row, char* buf, size_t n);
 
 // Parsers the reads use, for values that arrive by other ways (attributes).
 int parseNumber(const char* text, long min, long max, long* out);

@@ -1,6 +1,7 @@
 // The ONVIF user file and the user actions; web accounts are listed and
 // guarded but never changed.
 #include "frame/users.h"
+#include "frame/request_values.h"
 #include "frame/frame.h"
 #include "frame/handlers.h"
 #include "frame/xmlsearch.h"
@@ -177,16 +178,13 @@ static int editUserLine(const char* line, FILE* out, void* ctx)
 
 void CreateUsers()
 {
-    int count = (G_xmlElementNum - 1) / 4;
+    int count = (requestRows() - 1) / 4;
     for (int k = 0; k < count; ++k) {
         char name[33], password[33], level[17];
-        memset(name, 0, sizeof name);
-        memset(password, 0, sizeof password);
-        memset(level, 0, sizeof level);
         int row = 1 + 4 * k;
-        if (!searchDataInElement_Continuous("tt:Username", name, 32, row) ||
-            !searchDataInElement_Continuous("tt:Password", password, 32, row) ||
-            !searchDataInElement_Continuous("tt:UserLevel", level, 16, row))
+        if (!requestTextFrom("tt:Username", row, 0, name, 33) ||
+            !requestTextFrom("tt:Password", row, 0, password, 33) ||
+            !requestTextFrom("tt:UserLevel", row, 0, level, 17))
             continue;
         if (refuseUnsafeAccountText(name, password))
             return;
@@ -236,9 +234,8 @@ void CreateUsers()
 void DeleteUsers()
 {
     char name[33];
-    for (int row = 1; row < G_xmlElementNum; ++row) {
-        memset(name, 0, sizeof name);
-        if (!searchDataInElement_Continuous("tds:Username", name, 32, row))
+    for (int row = 1; row < requestRows(); ++row) {
+        if (!requestTextFrom("tds:Username", row, 0, name, 33))
             continue;
         int web = findWebAccount(name, "GetUsers");
         int onvif = findOnvifUser(name, "CreateUsers");
@@ -254,9 +251,8 @@ void DeleteUsers()
             return;
         }
     }
-    for (int row = 1; row < G_xmlElementNum; ++row) {
-        memset(name, 0, sizeof name);
-        if (!searchDataInElement_Continuous("tds:Username", name, 32, row))
+    for (int row = 1; row < requestRows(); ++row) {
+        if (!requestTextFrom("tds:Username", row, 0, name, 33))
             continue;
         UserEdit drop = {name, 0, 0};
         if (rewriteFileThroughWorkCopy(ONVIF_USER_FILE, editUserLine, &drop) != 0)
@@ -277,13 +273,10 @@ static const char* storedLevel(const char* level)
 void SetUser()
 {
     char name[33], password[33], level[17], stored[72];
-    memset(name, 0, sizeof name);
-    memset(password, 0, sizeof password);
-    memset(level, 0, sizeof level);
     memset(stored, 0, sizeof stored);
-    searchDataInElement_Continuous("tt:Username", name, 32, 1);
-    int hasPassword = searchDataInElement_Continuous("tt:Password", password, 32, 1);
-    searchDataInElement_Continuous("tt:UserLevel", level, 16, 1);
+    requestTextFrom("tt:Username", 1, 0, name, 33);
+    int hasPassword = requestTextFrom("tt:Password", 1, 0, password, 33);
+    requestTextFrom("tt:UserLevel", 1, 0, level, 17);
     if (refuseUnsafeAccountText(name, password))
         return;
     char detail[128];

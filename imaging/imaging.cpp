@@ -2,6 +2,7 @@
 // the live gain, iris and exposure of the device state where the file
 // leaves them open.
 #include "frame/frame.h"
+#include "frame/request_values.h"
 #include "state/shm_words.h"
 #include "frame/handlers.h"
 #include "frame/xmlsearch.h"
@@ -151,9 +152,8 @@ void GetImagingSettings()
         return;
     }
     char token[65], path[128];
-    memset(token, 0, sizeof token);
     FILE* f = 0;
-    if (searchDataInElement("timg:VideoSourceToken", token, 64) && isSafeFileToken(token)) {
+    if (requestText("timg:VideoSourceToken", token, 65) && isSafeFileToken(token)) {
         snprintf(path, sizeof path, "/tmp/onvif/%s.VSource", token);
         f = fopenRoot(path, "r");
     }

@@ -1,6 +1,7 @@
 // Binding a video or audio source, encoder or metadata configuration into a
 // profile and taking it out again, with the use counts kept.
 #include "frame/frame.h"
+#include "frame/request_values.h"
 #include "state/shm_words.h"
 #include "frame/handlers.h"
 #include "frame/xmlsearch.h"
@@ -139,10 +140,8 @@ static int channelRuleAllows(const char* profile, const char* config)
 static void addConfiguration(const MediaKind& kind, const char* handler, const char* response)
 {
     char profile[PROFILE_TOKEN_MAX + 1], config[PROFILE_TOKEN_MAX + 1], fileName[64], configFile[64];
-    memset(profile, 0, sizeof profile);
-    memset(config, 0, sizeof config);
-    searchDataInElement("trt:ProfileToken", profile, PROFILE_TOKEN_MAX);
-    searchDataInElement("trt:ConfigurationToken", config, PROFILE_TOKEN_MAX);
+    requestText("trt:ProfileToken", profile, PROFILE_TOKEN_MAX + 1);
+    requestText("trt:ConfigurationToken", config, PROFILE_TOKEN_MAX + 1);
     int found = findProfile(profile, fileName, sizeof fileName);
     if (found == PROFILE_INDEX_MISSING)
         log_message_to_onvifErrorFile(1, "onvifService:[%s]:ONVIF_LODING_PROFILE_FILE missing", handler);
@@ -182,8 +181,7 @@ static void addConfiguration(const MediaKind& kind, const char* handler, const c
 static void removeConfiguration(const MediaKind& kind, const char* handler, const char* response)
 {
     char profile[PROFILE_TOKEN_MAX + 1], fileName[64];
-    memset(profile, 0, sizeof profile);
-    searchDataInElement("trt:ProfileToken", profile, PROFILE_TOKEN_MAX);
+    requestText("trt:ProfileToken", profile, PROFILE_TOKEN_MAX + 1);
     int found = findProfile(profile, fileName, sizeof fileName);
     if (found == PROFILE_INDEX_MISSING)
         log_message_to_onvifErrorFile(1, "onvifService:[%s]:ONVIF_LODING_PROFILE_FILE missing", handler);
@@ -262,8 +260,7 @@ void RemoveAudioSource()
 void RemoveVideoEncoder()
 {
     char profile[PROFILE_TOKEN_MAX + 1];
-    memset(profile, 0, sizeof profile);
-    searchDataInElement("trt:ProfileToken", profile, PROFILE_TOKEN_MAX);
+    requestText("trt:ProfileToken", profile, PROFILE_TOKEN_MAX + 1);
     // The first channel carries the main stream the others are derived from:
     // on this platform its encoder stays.
     if (shmWord(MODEL_CODE_WORD) == MODEL_A5S_SDK310 && strcmp(profile, "Profile1") == 0) {

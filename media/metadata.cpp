@@ -1,6 +1,7 @@
 // Metadata configurations: what the metadata stream carries and how it is
 // multicast. Listed, printed, checked and rewritten here.
 #include "frame/frame.h"
+#include "frame/request_values.h"
 #include "frame/handlers.h"
 #include "frame/xmlsearch.h"
 #include "media/printers.h"
@@ -134,8 +135,7 @@ static int metadataListed(const char* list, const char* token, const char* suffi
 void GetMetadataConfiguration()
 {
     char token[25];
-    memset(token, 0, sizeof token);
-    searchDataInElement("trt:ConfigurationToken", token, 24);
+    requestText("trt:ConfigurationToken", token, 25);
     if (!metadataListed(METADATA_LIST, token, ".MetaData", "GetMetadataConfiguration")) {
         writeSenderFault2("InvalidArgVal", "NoConfig", "Configuration does not exist",
                           "The requested configuration indicated with ConfigurationToken does not exist");
@@ -151,8 +151,7 @@ void GetMetadataConfiguration()
 void GetMetadataConfigurationOptions()
 {
     char token[25];
-    memset(token, 0, sizeof token);
-    searchDataInElement("trt:ConfigurationToken", token, 24);
+    requestText("trt:ConfigurationToken", token, 25);
     if (!metadataListed(METADATA_OPTION_LIST, token, ".MetaDataOpt", "GetMetadataConfigurationOptions")) {
         writeSenderFault2("InvalidArgVal", "NoConfig", "Metadata Configuration does not exist.",
                           "The requested configuration indicated with ConfigurationToken does not exist in Metadata.");
@@ -214,8 +213,7 @@ static int replaceMetadataLine(const char* line, FILE* out, void* ctx)
 void SetMetadataConfiguration()
 {
     char token[17];
-    memset(token, 0, sizeof token);
-    searchAttriInElement("token", token, 16);
+    requestAttribute("token", 0, token, 17);
     if (!metadataListed(METADATA_LIST, token, ".MetaData", "SetMetadataConfiguration")) {
         writeSenderFault2("InvalidArgVal", "NoConfig", "The configuration does not exist.",
                           "The MetaDataConfiguration indicated by the ConfigurationToken does not exist in MetaData file.");
@@ -223,15 +221,15 @@ void SetMetadataConfiguration()
     }
     MetadataChange c;
     memset(&c, 0, sizeof c);
-    c.hasName = searchDataInElement("tt:Name", c.name, 128);
-    c.hasUseCount = searchDataInElement("tt:UseCount", c.useCount, 64);
-    c.hasType = searchDataInElement("tt:Type", c.type, 16);
-    c.hasIpv4 = searchDataInElement("tt:IPv4Address", c.ipv4, 16);
-    c.hasPort = searchDataInElement("tt:Port", c.port, 16);
-    c.hasTtl = searchDataInElement("tt:TTL", c.ttl, 16);
-    c.hasAutoStart = searchDataInElement("tt:AutoStart", c.autoStart, 16);
-    c.hasTimeout = searchDataInElement("tt:SessionTimeout", c.timeout, 16);
-    int hasForce = searchDataInElement("trt:ForcePersistence", c.force, 16);
+    c.hasName = requestText("tt:Name", c.name, 129);
+    c.hasUseCount = requestText("tt:UseCount", c.useCount, 65);
+    c.hasType = requestText("tt:Type", c.type, 17);
+    c.hasIpv4 = requestText("tt:IPv4Address", c.ipv4, 17);
+    c.hasPort = requestText("tt:Port", c.port, 17);
+    c.hasTtl = requestText("tt:TTL", c.ttl, 17);
+    c.hasAutoStart = requestText("tt:AutoStart", c.autoStart, 17);
+    c.hasTimeout = requestText("tt:SessionTimeout", c.timeout, 17);
+    int hasForce = requestText("trt:ForcePersistence", c.force, 17);
     int bad = (c.hasName && CheckChar(c.name)) || (c.hasUseCount && CheckInt(c.useCount)) ||
               (c.hasType && CheckType(c.type)) || (c.hasIpv4 && !checkIPv4AddressValid(c.ipv4)) ||
               (c.hasPort && CheckPortRange(c.port)) || (c.hasTtl && CheckInt(c.ttl)) ||

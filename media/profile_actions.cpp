@@ -1,5 +1,6 @@
 // Listing, creating and deleting media profiles.
 #include "frame/frame.h"
+#include "frame/request_values.h"
 #include "state/shm_words.h"
 #include "frame/handlers.h"
 #include "frame/xmlsearch.h"
@@ -129,8 +130,7 @@ void GetProfiles()
 void GetOneProfile()
 {
     char token[PROFILE_TOKEN_MAX + 1], fileName[64];
-    memset(token, 0, sizeof token);
-    searchDataInElement("trt:ProfileToken", token, PROFILE_TOKEN_MAX);
+    requestText("trt:ProfileToken", token, PROFILE_TOKEN_MAX + 1);
     if (findProfile(token, fileName, sizeof fileName) != PROFILE_FOUND) {
         writeNoProfileFault();
         return;
@@ -167,14 +167,13 @@ static int appendIndexLine(const char* line, FILE* out, void* ctx)
 void CreateProfile()
 {
     char name[PROFILE_TOKEN_MAX + 1], token[PROFILE_TOKEN_MAX + 8], fileName[64];
-    memset(name, 0, sizeof name);
     memset(token, 0, sizeof token);
-    if (!searchDataInElement("trt:Name", name, PROFILE_TOKEN_MAX) || strcmp(name, "(null)") == 0 ||
+    if (!requestText("trt:Name", name, PROFILE_TOKEN_MAX + 1) || strcmp(name, "(null)") == 0 ||
         CheckChar_including_space(name)) {
         writeBadProfileFormatFault();
         return;
     }
-    if (searchDataInElement("trt:Token", token, PROFILE_TOKEN_MAX)) {
+    if (requestText("trt:Token", token, PROFILE_TOKEN_MAX + 1)) {
         if (CheckChar(token) || !isSafeFileToken(token)) {
             writeBadProfileFormatFault();
             return;
@@ -232,8 +231,7 @@ static int dropIndexLine(const char* line, FILE*, void* ctx)
 void DeleteProfile()
 {
     char token[PROFILE_TOKEN_MAX + 1], fileName[64], path[128];
-    memset(token, 0, sizeof token);
-    searchDataInElement("trt:ProfileToken", token, PROFILE_TOKEN_MAX);
+    requestText("trt:ProfileToken", token, PROFILE_TOKEN_MAX + 1);
     if (!isSafeFileToken(token)) {
         writeNoProfileFault();
         return;

@@ -3,6 +3,7 @@
 // store, recall or delete one.
 #include "ptz/ptzmove.h"
 #include "frame/frame.h"
+#include "frame/request_values.h"
 #include "frame/handlers.h"
 #include "frame/xmlsearch.h"
 #include "state/checkers.h"
@@ -165,10 +166,8 @@ void SetPreset()
     if (!presetChecks("SetPreset"))
         return;
     char token[17], name[70];
-    memset(token, 0, sizeof token);
-    memset(name, 0, sizeof name);
-    int hasToken = searchDataInElement("tptz:PresetToken", token, 16) && strcmp(token, "(null)") != 0;
-    int hasName = searchDataInElement("tptz:PresetName", name, 66) && strcmp(name, "(null)") != 0;
+    int hasToken = requestText("tptz:PresetToken", token, 17) && strcmp(token, "(null)") != 0;
+    int hasName = requestText("tptz:PresetName", name, 67) && strcmp(name, "(null)") != 0;
     int number = 0;
     if (hasToken && !presetNumber(token, &number))
         return writeTokenNotIntegerFault();
@@ -241,8 +240,7 @@ void GetPresets()
 static int existingPreset(int length, int withFullStop, int* number)
 {
     char token[33];
-    memset(token, 0, sizeof token);
-    searchDataInElement("tptz:PresetToken", token, length);
+    requestText("tptz:PresetToken", token, length + 1);
     if (!presetNumber(token, number)) {
         writeTokenNotIntegerFault();
         return 0;

@@ -3,6 +3,7 @@
 #include "ptz/ptzconf.h"
 #include "state/shm_words.h"
 #include "frame/frame.h"
+#include "frame/request_values.h"
 #include "frame/handlers.h"
 #include "frame/xmlsearch.h"
 #include "media/profiles.h"
@@ -311,9 +312,8 @@ void GetNode()
     if (refuseWithoutPTZ(NO_PTZ_NVT))
         return;
     char token[129], fileName[160];
-    memset(token, 0, sizeof token);
-    if (!searchDataInElement("tptz:NodeToken", token, 128))
-        searchDataInElement("NodeToken", token, 128);
+    if (!requestText("tptz:NodeToken", token, 129))
+        requestText("NodeToken", token, 129);
     if (!ptzFileExists(token, ".Node", fileName, sizeof fileName)) {
         char detail[300];
         snprintf(detail, sizeof detail, "No such PTZNode %s on the NVT.", token);
@@ -338,11 +338,10 @@ void GetConfiguration()
     if (refuseWithoutPTZ(NO_PTZ_NVT))
         return;
     char token[129], fileName[160];
-    memset(token, 0, sizeof token);
-    if (!searchDataInElement("tptz:PTZConfigurationToken", token, 128) &&
-        !searchDataInElement("tptz:ConfigurationName", token, 128) &&
-        !searchDataInElement("PTZConfigurationToken", token, 128))
-        searchDataInElement("tptz:ConfigurationToken", token, 128);
+    if (!requestText("tptz:PTZConfigurationToken", token, 129) &&
+        !requestText("tptz:ConfigurationName", token, 129) &&
+        !requestText("PTZConfigurationToken", token, 129))
+        requestText("tptz:ConfigurationToken", token, 129);
     if (!ptzFileExists(token, ".PTZConf", fileName, sizeof fileName)) {
         writeNoConfigurationFault(token);
         return;
@@ -391,8 +390,7 @@ void GetConfigurationOptions()
     if (refuseWithoutPTZ(NO_PTZ_NVT))
         return;
     char token[129], fileName[160];
-    memset(token, 0, sizeof token);
-    searchDataInElement("ConfigurationToken", token, 128);
+    requestText("ConfigurationToken", token, 129);
     if (!ptzFileExists(token, ".PTZConf", fileName, sizeof fileName)) {
         writeNoConfigurationFault(token);
         return;
@@ -432,10 +430,7 @@ static int setNumber(ConfChange* c, const char* key, const char* text)
 
 static int rowOf(const char* name, int start)
 {
-    for (int i = start; i < G_xmlElementNum && i < XML_TABLE_ROWS; ++i)
-        if (ElementBuffer1[i] && strcmp(ElementBuffer1[i], name) == 0)
-            return i;
-    return -1;
+    return requestRowOf(name, start);
 }
 
 // Text of the first element named name at or after row start, inside the
@@ -443,7 +438,8 @@ static int rowOf(const char* name, int start)
 static const char* textAfter(const char* name, int start, int end)
 {
     int row = start < 0 ? -1 : rowOf(name, start);
-    return row >= 0 && (end < 0 || row < end) ? (ElementBuffer2[row] ? ElementBuffer2[row] : "(null)") : 0;
+    const char* text = requestRowText(row);
+    return row >= 0 && (end < 0 || row < end) ? (text ? text : "(null)") : 0;
 }
 
 // The limits of one kind: its URI and the X (and Y) ranges.
@@ -478,20 +474,17 @@ static int readLimits(ConfChange* c, const char* element, const char* prefix, in
 
 static int readSpeed(ConfChange* c)
 {
-    if (!searchDataInElementOnly("DefaultPTZSpeed"))
+    if (!requestHas("DefaultPTZSpeed"))
         return 0;
     char text[130];
     int hasPanTilt = rowOf("PanTilt", 0) >= 0, hasZoom = rowOf("Zoom", 0) >= 0;
     int n = 1;
     if (hasPanTilt && panTilt()) {
-        memset(text, 0, sizeof text);
-        if (searchAttriInElementContinous("x", text, 128, 1) && setNumber(c, "DefaultPTZSpeed.PanTilt.x", text))
+        if (requestAttribute("x", 0, text, 129) && setNumber(c, "DefaultPTZSpeed.PanTilt.x", text))
             return 1;
-        memset(text, 0, sizeof text);
-        if (searchAttriInElementContinous("y", text, 128, 1) && setNumber(c, "DefaultPTZSpeed.PanTilt.y", text))
+        if (requestAttribute("y", 0, text, 129) && setNumber(c, "DefaultPTZSpeed.PanTilt.y", text))
             return 1;
-        memset(text, 0, sizeof text);
-        if (searchAttriInElementContinous("space", text, 128, 1)) {
+        if (requestAttribute("space", 0, text, 129)) {
             if (strcmp(text, PT_SPEED) != 0)
                 return 1;
             setValue(c, "DefaultPTZSpeed.PanTilt.space", text);
@@ -501,11 +494,9 @@ static int readSpeed(ConfChange* c)
         n = 2;
     }
     if (hasZoom && zoom()) {
-        memset(text, 0, sizeof text);
-        if (searchAttriInElementContinous("x", text, 128, n) && setNumber(c, "DefaultPTZSpeed.Zoom.x", text))
+        if (requestAttribute("x", n - 1, text, 129) && setNumber(c, "DefaultPTZSpeed.Zoom.x", text))
             return 1;
-        memset(text, 0, sizeof text);
-        if (searchAttriInElementContinous("space", text, 128, n)) {
+        if (requestAttribute("space", n - 1, text, 129)) {
             if (strcmp(text, ZOOM_SPEED) != 0)
                 return 1;
             setValue(c, "DefaultPTZSpeed.Zoom.space", text);
@@ -540,8 +531,7 @@ void SetConfiguration()
     if (refuseWithoutPTZ(NO_PTZ_SET))
         return;
     char token[17], fileName[64];
-    memset(token, 0, sizeof token);
-    searchAttriInElement("token", token, 16);
+    requestAttribute("token", 0, token, 17);
     snprintf(fileName, sizeof fileName, "%s.PTZConf", token);
     FILE* list = fopenRoot(ONVIF_PTZ_CONF, "r");
     int listed = 0;
@@ -577,16 +567,14 @@ void SetConfiguration()
     int bad = 0;
     for (size_t i = 0; i < sizeof plain / sizeof *plain && !bad; ++i) {
         char value[130];
-        memset(value, 0, sizeof value);
-        if (!searchDataInElement(plain[i].element, value, plain[i].length))
+        if (!requestText(plain[i].element, value, (plain[i].length) + 1))
             continue;
         bad = hasLineBreak(value) || (plain[i].checkChar && CheckChar(value)) ||
               (i >= 3 && i <= 8 && integratedDome() && strcmp(value, domeSpaces[i - 3]) != 0);
         setValue(&c, plain[i].key, value);
     }
     char force[17];
-    memset(force, 0, sizeof force);
-    if (!bad && searchDataInElement("tt:ForcePersistence", force, 16))
+    if (!bad && requestText("tt:ForcePersistence", force, 17))
         bad = CheckBool(force);
     int zoomLimitsRow = rowOf("ZoomLimits", 0);
     bad = bad || readSpeed(&c) || (panTilt() && readLimits(&c, "PanTiltLimits", "PanTiltLimits", 1, zoomLimitsRow)) ||
@@ -605,8 +593,7 @@ void SetConfiguration()
 static int bindingProfile(char* fileName, size_t n)
 {
     char profile[PROFILE_TOKEN_MAX + 1];
-    memset(profile, 0, sizeof profile);
-    searchDataInElement("trt:ProfileToken", profile, PROFILE_TOKEN_MAX);
+    requestText("trt:ProfileToken", profile, PROFILE_TOKEN_MAX + 1);
     if (findProfile(profile, fileName, n) != PROFILE_FOUND) {
         writeNoProfileFault();
         return 0;
@@ -621,8 +608,7 @@ void AddPTZConfiguration()
     char fileName[64], config[PROFILE_TOKEN_MAX + 1], configFile[64];
     if (!bindingProfile(fileName, sizeof fileName))
         return;
-    memset(config, 0, sizeof config);
-    searchDataInElement("trt:ConfigurationToken", config, PROFILE_TOKEN_MAX);
+    requestText("trt:ConfigurationToken", config, PROFILE_TOKEN_MAX + 1);
     snprintf(configFile, sizeof configFile, "%s.PTZConf", config);
     if (!isSafeFileToken(config) || !isListedConfiguration(ONVIF_PTZ_CONF, configFile, "AddPTZConfiguration", "ONVIF_PTZ_CONF")) {
         writeSenderFault2("InvalidArgVal", "NoConfig", "PTZConfiguration does not exist",

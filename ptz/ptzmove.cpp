@@ -5,6 +5,7 @@
 #include "state/shm_words.h"
 #include "state/timespan.h"
 #include "frame/frame.h"
+#include "frame/request_values.h"
 #include "frame/handlers.h"
 #include "frame/xmlsearch.h"
 #include "media/profiles.h"
@@ -56,10 +57,9 @@ static void writeNoProfileFault(const char* token)
 int ptzProfileCheck(const char* const* keys, int length, int skipWithoutToken, const char* func)
 {
     char token[129];
-    memset(token, 0, sizeof token);
     int found = 0;
     for (int i = 0; keys[i] && !found; ++i)
-        found = searchDataInElement(keys[i], token, length < 128 ? length : 128);
+        found = requestText(keys[i], token, (length < 128 ? length : 128) + 1);
     if (!found) {
         if (skipWithoutToken)
             return 1;
@@ -241,8 +241,7 @@ static void writeInvalidPositionFault()
 static int readAttributeNumber(const char* name, int n, int maxLength, double* out)
 {
     char text[130];
-    memset(text, 0, sizeof text);
-    if (!searchAttriInElementContinous(name, text, 128, n))
+    if (!requestAttribute(name, n - 1, text, 129))
         return 0;
     if (CheckFloat(text) || !text[0] || (int)strlen(text) > maxLength)
         return 0;
@@ -254,17 +253,14 @@ static const char* const PROFILE_KEY[] = {"tptz:ProfileToken", 0};
 
 static int rowOf(const char* name)
 {
-    for (int i = 0; i < G_xmlElementNum && i < XML_TABLE_ROWS; ++i)
-        if (ElementBuffer1[i] && strcmp(ElementBuffer1[i], name) == 0)
-            return i;
-    return -1;
+    return requestRowOf(name, 0);
 }
 
 void ContinuousMove()
 {
     if (refuseWithoutPtzMotors() || !ptzProfileCheck(PROFILE_KEY, 32, 1, "ContinuousMove"))
         return;
-    int hasPanTilt = searchDataInElementOnly("PanTilt"), hasZoom = searchDataInElementOnly("Zoom");
+    int hasPanTilt = requestHas("PanTilt"), hasZoom = requestHas("Zoom");
     float x = 0, y = 0, z = 0;
     double value;
     if (hasPanTilt) {
@@ -288,9 +284,8 @@ void ContinuousMove()
             return writeInvalidVelocityFault();
     }
     char timeout[33];
-    memset(timeout, 0, sizeof timeout);
     int seconds = -1;
-    if (searchDataInElement("Timeout", timeout, 32)) {
+    if (requestText("Timeout", timeout, 33)) {
         int h, m, s;
         GetTimeSpanIntoTimeInteger(timeout, &h, &m, &s);
         long total = (long)h * 3600 + (long)m * 60 + s;
@@ -381,8 +376,7 @@ static int speedValueAccepted(const char* name, int occurrence)
 {
     char text[130];
     double v;
-    memset(text, 0, sizeof text);
-    if (!searchAttriInElementContinous(name, text, 128, occurrence))
+    if (!requestAttribute(name, occurrence - 1, text, 129))
         return 1;
     return readAttributeNumber(name, occurrence, 32, &v) && v >= 0 && v <= 1;
 }
@@ -395,11 +389,11 @@ static int speedAccepted(int firstX, int firstY)
     if (speedRow < 0)
         return 1;
     int x = firstX;
-    for (int i = speedRow; i < G_xmlElementNum && i < XML_TABLE_ROWS && ElementBuffer1[i]; ++i) {
-        if (strcmp(ElementBuffer1[i], "PanTilt") == 0) {
+    for (int i = speedRow; requestRowName(i); ++i) {
+        if (strcmp(requestRowName(i), "PanTilt") == 0) {
             if (!speedValueAccepted("x", x++) || !speedValueAccepted("y", firstY))
                 return 0;
-        } else if (strcmp(ElementBuffer1[i], "Zoom") == 0) {
+        } else if (strcmp(requestRowName(i), "Zoom") == 0) {
             if (!speedValueAccepted("x", x++))
                 return 0;
         }
@@ -507,8 +501,8 @@ void RelativeMove()
 static int imagingSourceToken(char* token, size_t n)
 {
     memset(token, 0, n);
-    return searchDataInElement("timg:VideoSourceToken", token, (int)n - 1) ||
-           searchDataInElement("VideoSourceToken", token, (int)n - 1);
+    return requestText("timg:VideoSourceToken", token, ((int)n - 1) + 1) ||
+           requestText("VideoSourceToken", token, ((int)n - 1) + 1);
 }
 
 static int videoSourceListed(const char* token)
@@ -537,10 +531,8 @@ void Stop()
     if (refuseWithoutPtzMotors() || !ptzProfileCheck(keys, 64, 0, "Stop"))
         return;
     char panTilt[17], zoom[17];
-    memset(panTilt, 0, sizeof panTilt);
-    memset(zoom, 0, sizeof zoom);
-    searchDataInElement("PanTilt", panTilt, 16);
-    searchDataInElement("Zoom", zoom, 16);
+    requestText("PanTilt", panTilt, 17);
+    requestText("Zoom", zoom, 17);
     if (strcmp(panTilt, "true") == 0) {
         runPtzCommand("com/ptz.cgi", "continuouspantiltmove", "continuouspantiltmove", "0,0");
         setShmWord(PAN_TILT_TIMER_WORD, TIMER_STOPPED);
