@@ -1,6 +1,6 @@
 // The device clock: reported from the settings file and the system clock,
 // set through the camera's settings and date programs.
-#include "device/calendar.h"
+#include "state/calendar.h"
 #include "frame/frame.h"
 #include "frame/request_values.h"
 #include "frame/handlers.h"

@@ -3,7 +3,7 @@
 #include "events/events.h"
 #include "state/shm_words.h"
 #include "state/timespan.h"
-#include "device/calendar.h"
+#include "state/calendar.h"
 #include "state/netaddr.h"
 #include "frame/frame.h"
 #include "frame/request_values.h"

@@ -220,6 +220,12 @@ void writeReceiverFault1(const char* subcode, const char* reason, const char* de
     G_httpAck = 400;
 }
 
+void writeNoProfileFault()
+{
+    writeSenderFault2("InvalidArgVal", "NoProfile", "Profile token does not exist",
+                      "The requested profile token ProfileToken does not exist");
+}
+
 void actionNotServed()
 {
     G_httpAck = 500;

@@ -63,6 +63,9 @@ void writeReceiverFault2(const char* subcode1, const char* subcode2, const char*
 // Receiver fault with one subcode ("ter:" added) and a detail text.
 void writeReceiverFault1(const char* subcode, const char* reason, const char* detail);
 
+// The profile store's fault: the requested profile token does not exist.
+void writeNoProfileFault();
+
 // For an action whose handler this build does not serve: the generic fault.
 void actionNotServed();
 

@@ -139,4 +139,8 @@ void Unsubscribe();
 void Renew();
 void PullMessages();
 
+// A printer one service offers another: the body of a PTZ configuration
+// ("<token>.PTZConf"), which the media profile listings carry (ptz/).
+void Read_Print_PTZ_Conf(const char* fileName);
+
 #endif

@@ -5,7 +5,7 @@
 #include "state/shm_words.h"
 #include "frame/handlers.h"
 #include "frame/xmlsearch.h"
-#include "media/profiles.h"
+#include "state/profiles.h"
 #include "state/config.h"
 #include "state/paths.h"
 #include "state/shm.h"

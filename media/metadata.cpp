@@ -5,7 +5,7 @@
 #include "frame/handlers.h"
 #include "frame/xmlsearch.h"
 #include "media/printers.h"
-#include "media/profiles.h"
+#include "state/profiles.h"
 #include "state/checkers.h"
 #include "state/config.h"
 #include "state/paths.h"

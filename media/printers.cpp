@@ -3,7 +3,7 @@
 // are described in factory/MEDIA-FILES.md.
 #include "media/printers.h"
 #include "frame/frame.h"
-#include "media/profiles.h"
+#include "state/profiles.h"
 #include "state/config.h"
 
 #include <stdio.h>

@@ -1,12 +1,11 @@
 // PTZ nodes and configurations: their listings, options and changes, and
 // binding a configuration into a media profile.
-#include "ptz/ptzconf.h"
 #include "state/shm_words.h"
 #include "frame/frame.h"
 #include "frame/request_values.h"
 #include "frame/handlers.h"
 #include "frame/xmlsearch.h"
-#include "media/profiles.h"
+#include "state/profiles.h"
 #include "state/checkers.h"
 #include "state/config.h"
 #include "state/paths.h"

@@ -8,7 +8,7 @@
 #include "frame/request_values.h"
 #include "frame/handlers.h"
 #include "frame/xmlsearch.h"
-#include "media/profiles.h"
+#include "state/profiles.h"
 #include "state/checkers.h"
 #include "state/command.h"
 #include "state/config.h"

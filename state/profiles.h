@@ -1,8 +1,8 @@
 // The media profile store: the index of profiles, one key=value file per
 // profile, the configuration list files and the use counts. Every handler
 // that starts from a ProfileToken finds its profile here.
-#ifndef MEDIA_PROFILES_H
-#define MEDIA_PROFILES_H
+#ifndef STATE_PROFILES_H
+#define STATE_PROFILES_H
 
 #include <stddef.h>
 #include <stdio.h>
@@ -45,8 +45,5 @@ int minusOneToUseCount(const char* config_name, int directory);
 // Returns 0 when the file is missing.
 #define CONFIG_VALUE_SIZE 96
 int readConfigValues(const char* path, const char* const* keys, char (*values)[CONFIG_VALUE_SIZE], int count);
-
-// Writes the profile-store faults.
-void writeNoProfileFault();
 
 #endif

@@ -1,6 +1,5 @@
 // The profile index, profile files, configuration lists and use counts.
-#include "media/profiles.h"
-#include "frame/frame.h"
+#include "state/profiles.h"
 #include "state/config.h"
 #include "state/paths.h"
 
@@ -151,8 +150,3 @@ int readConfigValues(const char* path, const char* const* keys, char (*values)[C
     return 1;
 }
 
-void writeNoProfileFault()
-{
-    writeSenderFault2("InvalidArgVal", "NoProfile", "Profile token does not exist",
-                      "The requested profile token ProfileToken does not exist");
-}

@@ -1,5 +1,5 @@
 // Month lengths and carried additions to a broken-down time.
-#include "device/calendar.h"
+#include "state/calendar.h"
 
 #include <stdio.h>
 

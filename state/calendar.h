@@ -1,6 +1,6 @@
 // Calendar arithmetic for the time texts the device and event services print.
-#ifndef DEVICE_CALENDAR_H
-#define DEVICE_CALENDAR_H
+#ifndef STATE_CALENDAR_H
+#define STATE_CALENDAR_H
 
 #include <stddef.h>
 #include <time.h>
