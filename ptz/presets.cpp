@@ -47,7 +47,7 @@ static int presetChecks(const char* func)
     if (refuseWithoutPtzMotors())
         return 0;
     if (presetStore() == STORE_NONE) {
-        writeSenderFault2("ActionNotSupported", "PTZNotSupported", "PTZ is not supported.", "PTZ is not supported.");
+        writePtzNotSupportedFault();
         return 0;
     }
     return ptzProfileCheck(keys, 64, 0, func);

@@ -2,6 +2,7 @@
 // binding a configuration into a media profile.
 #include "state/shm_words.h"
 #include "frame/frame.h"
+#include "ptz/head.h"
 #include "frame/request_values.h"
 #include "frame/handlers.h"
 #include "frame/xmlsearch.h"
@@ -45,10 +46,11 @@ static int refuseWithoutPTZ(NoPTZWording wording)
         return 0;
     if (wording == NO_PTZ_LIST)
         writeSenderFault("ter:PTZNotSupported", "PTZ is not supported.");
+    else if (wording == NO_PTZ_NVT)
+        writeSenderFault2("ActionNotSupported", "PTZNotSupported", "PTZ is not supported by the NVT.",
+                          "PTZ is not supported by the NVT.");
     else
-        writeSenderFault2("ActionNotSupported", "PTZNotSupported",
-                          wording == NO_PTZ_NVT ? "PTZ is not supported by the NVT." : "PTZ is not supported.",
-                          wording == NO_PTZ_NVT ? "PTZ is not supported by the NVT." : "PTZ is not supported.");
+        writePtzNotSupportedFault();
     return 1;
 }
 

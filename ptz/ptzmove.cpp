@@ -1,7 +1,7 @@
-// PTZ movement and status: the camera's PTZ program moves the motors, the
-// motion timers stay in the device state for the camera's PTZ process, and
-// positions come back through the two query programs.
+// PTZ movement and status handlers: the requests' checks and targets; the
+// head itself is driven through ptz/head.
 #include "ptz/ptzmove.h"
+#include "ptz/head.h"
 #include "state/shm_words.h"
 #include "state/timespan.h"
 #include "frame/frame.h"
@@ -22,27 +22,13 @@
 #include <time.h>
 
 #define PTZ_DIR "/usr/apache/htdocs/onvif/"
-#define POSITION_QUERY "/root/testShareMemClient"
-#define ZOOM_QUERY "/home/aaaserver/viscaClient"
-#define POSITION_FILE "/tmp/onvif/tmp/ptz_position"
-#define ZOOM_STATUS_FILE "/tmp/onvif/zoom_status"
-#define RELATIVE_ZOOM_STATUS_FILE "/tmp/onvif/tmp/zoom_status"
-#define LENS_DOME 6
 #define MAX_TIMEOUT_SECONDS 600
-
-int runPtzCommand(const char* program, const char* verb, const char* name1, const char* value1,
-                  const char* name2, const char* value2, const char* name3, const char* value3)
-{
-    const CommandArg args[] = {{"QUERY_STRING", verb}, {name1, value1}, {name2, value2}, {name3, value3}};
-    int count = 1 + (name1 ? 1 + (name2 ? 1 + (name3 ? 1 : 0) : 0) : 0);
-    return runCameraProgramWith(program, args, count);
-}
 
 int refuseWithoutPtzMotors()
 {
     if (shmWord(PAN_TILT_WORD) >= 1 || shmWord(ZOOM_WORD) >= 1)
         return 0;
-    writeSenderFault2("ActionNotSupported", "PTZNotSupported", "PTZ is not supported.", "PTZ is not supported.");
+    writePtzNotSupportedFault();
     return 1;
 }
 
@@ -90,139 +76,6 @@ int ptzProfileCheck(const char* const* keys, int length, int skipWithoutToken, c
     writeSenderFault2("InvalidArgVal", "NoPTZProfile",
                       "The requested profile token does not reference a PTZ configuration.", detail);
     return 0;
-}
-
-int zoomModuleFactor(int forPresets)
-{
-    switch (shmWord(ZOOM_MODULE_WORD)) {
-    case 0: return 1274;
-    case 1: return 2241;
-    case 2: return 2452;
-    case 3: return 2489;
-    case 7: return 5972;
-    case 8: return 7311;
-    case 9: return 9408;
-    case 22: return 1260;
-    case 23: return forPresets ? 1281 : 1280;
-    default: return 0;
-    }
-}
-
-int zoomStepFor(int lensType, double z, int* step6Variant)
-{
-    int step;
-    if (lensType == 3) {
-        step = z < 3.5 ? 1 : z < 7 ? 2 : 3;
-    } else if (lensType == 5) {
-        if (z < 1) step = 1;
-        else if (z < 2) step = 2;
-        else if (z < 2.5) step = 3;
-        else if (z < 3) step = 4;
-        else if (z < 10) step = 5 + (int)floor((z - 3) * 2);
-        else step = 18;
-        if (z < 10 && step > 17)
-            step = 17;
-    } else {
-        step = z >= 10 ? 10 : (int)floor(z) + 1;
-        if (lensType == 4 && z >= 5 && z < 7) {
-            *step6Variant = z >= 6 ? 1 : 0;
-            step = 6;
-        }
-    }
-    // A negative translation never asks the lens for a step below its widest.
-    return step < 1 ? 1 : step;
-}
-
-double zoomFromStep(int lensType, int n)
-{
-    if (lensType == 4) {
-        static const double steps[] = {0, 0, 0.1, 0.2, 0.3, 0.4, 0.5, 0.7, 0.8, 0.9};
-        if (n == 6)
-            return shmWord(ZOOM_STEP6_WORD) == 1 ? 0.6 : 0.5;
-        return n >= 1 && n <= 9 ? steps[n] : 1.0;
-    }
-    if (lensType == 5) {
-        if (n == 1) return 0;
-        if (n == 2) return 0.1;
-        if (n == 3) return 0.2;
-        return n >= 4 && n <= 17 ? (n + 1) / 20.0 : 1.0;
-    }
-    if (lensType == LENS_DOME) {
-        int factor = zoomModuleFactor(0);
-        return factor ? (double)n / factor : 0;
-    }
-    return (n - 1) / 9.0;
-}
-
-static int runQuery(const char* program, const char* packet, const char* outputFile)
-{
-    char quotedProgram[600], quotedFile[600], cmd[1400];
-    if (!shellQuotedPath(program, quotedProgram, sizeof quotedProgram) ||
-        !shellQuotedPath(outputFile, quotedFile, sizeof quotedFile))
-        return -1;
-    snprintf(cmd, sizeof cmd, "%s %s 1> %s 2> /dev/null", quotedProgram, packet, quotedFile);
-    return runShellCommand(cmd);
-}
-
-// A number of a status file; 0 when the text is none.
-static int parseNumber(const char* text, double* out)
-{
-    char* end;
-    while (*text == ' ' || *text == '\t')
-        ++text;
-    double v = strtod(text, &end);
-    if (end == text || !isfinite(v))
-        return 0;
-    while (*end == ' ' || *end == '\t' || *end == '\r' || *end == '\n')
-        ++end;
-    if (*end)
-        return 0;
-    *out = v;
-    return 1;
-}
-
-int queryPanTilt(double* pan, double* tilt)
-{
-    runQuery(POSITION_QUERY, "6 81 01 04 07 04 ff", POSITION_FILE);
-    FILE* f = fopenRoot(POSITION_FILE, "r");
-    if (!f)
-        return 0;
-    char line[128];
-    int havePan = 0, haveTilt = 0;
-    while (fgets(line, sizeof line, f)) {
-        if (strncmp(line, "pan = ", 6) == 0)
-            havePan = parseNumber(line + 6, pan);
-        else if (strncmp(line, "tilt = ", 7) == 0)
-            haveTilt = parseNumber(line + 7, tilt);
-    }
-    fclose(f);
-    return havePan && haveTilt && fabs(*pan) <= 360 && fabs(*tilt) <= 360;
-}
-
-int queryZoom(const char* statusFile, int* zoom)
-{
-    runQuery(ZOOM_QUERY, "6 81 01 04 07 06 FF", statusFile);
-    FILE* f = fopenRoot(statusFile, "r");
-    if (!f)
-        return 0;
-    char line[128];
-    int found = 0;
-    double value = 0;
-    // The reading is the first line's number, bare or as "zoom = N".
-    if (fgets(line, sizeof line, f)) {
-        const char* text = strncmp(line, "zoom = ", 7) == 0 ? line + 7 : line;
-        found = parseNumber(text, &value) && value >= 0 && value <= 100000;
-    }
-    fclose(f);
-    if (found)
-        *zoom = (int)value;
-    return found;
-}
-
-void writeNoStatusFault()
-{
-    writeSenderFault2("Action", "NoStatus", "No PTZ status is available in the requested Media Profile.",
-                      "No PTZ status is available in the requested Media Profile.");
 }
 
 static void writeInvalidVelocityFault()
