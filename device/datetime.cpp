@@ -280,19 +280,16 @@ void SetSystemDateAndTimeResponse()
 void GetSystemDateAndTimeResponse()
 {
     char type[64] = "", daylight[64] = "", zone[128] = "";
-    FILE* f = fopenRoot(ONVIF_CONF_FILE, "r");
-    if (f) {
-        char line[256];
-        while (fgets(line, sizeof line, f)) {
-            if (strncmp(line, "Time.Type=", 10) == 0)
-                scanSettingLine(line, "Time.Type=", type, sizeof type, 0);
-            else if (strncmp(line, "Time.DaylightSavings=", 21) == 0)
-                scanSettingLine(line, "Time.DaylightSavings=", daylight, sizeof daylight, 0);
-            else if (strncmp(line, "Time.TimeZone=", 14) == 0)
-                scanSettingLine(line, "Time.TimeZone=", zone, sizeof zone, 0);
-        }
-        fclose(f);
-    } else {
+    int found = forEachSetting(ONVIF_CONF_FILE, [&](const char* line) {
+        if (strncmp(line, "Time.Type=", 10) == 0)
+            scanSettingLine(line, "Time.Type=", type, sizeof type, 0);
+        else if (strncmp(line, "Time.DaylightSavings=", 21) == 0)
+            scanSettingLine(line, "Time.DaylightSavings=", daylight, sizeof daylight, 0);
+        else if (strncmp(line, "Time.TimeZone=", 14) == 0)
+            scanSettingLine(line, "Time.TimeZone=", zone, sizeof zone, 0);
+        return true;
+    });
+    if (!found) {
         log_message_to_onvifErrorFile(1, "deviceService:GetSystemDateAndTimeResponse: %s missing", ONVIF_CONF_FILE);
     }
     struct timeval tv;

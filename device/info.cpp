@@ -17,8 +17,7 @@ void GetDeviceInfoResponse()
 {
     char mac[128] = "", version[128] = "", brand[128] = "", model[128] = "";
     FILE* f = openSettingsFile(ONVIF_CONF_FILE, "ONVIF_CONF_FILE", "GetDeviceInfoResponse", 1);
-    char line[128];
-    while (fgets(line, sizeof line, f)) {
+    forEachLine(f, [&](const char* line) {
         if (strstr(line, "MAC="))
             scanSettingLine(line, "MAC=", mac, sizeof mac, 0);
         if (strstr(line, "Version="))
@@ -27,8 +26,8 @@ void GetDeviceInfoResponse()
             scanSettingLine(line, "Brand=", brand, sizeof brand, 0);
         if (strstr(line, "Model="))
             scanSettingLine(line, "Model=", model, sizeof model, 1);
-    }
-    fclose(f);
+        return true;
+    });
     setResponse("<tds:GetDeviceInformationResponse>"
                 "<tds:Manufacturer>%s</tds:Manufacturer>"
                 "<tds:Model>%s</tds:Model>"

@@ -82,8 +82,8 @@ void GetRelayOutputs()
             fclose(list);
             return;
         }
-        char row[256], value[128];
-        while (fgets(row, sizeof row, f)) {
+        forEachLine(f, [](const char* row) {
+            char value[128];
             if (scanSettingLine(row, "token=", value, sizeof value, 0) && row[0] == 't')
                 appendResponse("<tds:RelayOutputs token=\"%s\">", value);
             else if (scanSettingLine(row, "RelayMode=", value, sizeof value, 0))
@@ -92,8 +92,8 @@ void GetRelayOutputs()
                 appendResponse("<tt:DelayTime>%s</tt:DelayTime>", value);
             else if (scanSettingLine(row, "IdleState=", value, sizeof value, 0))
                 appendResponse("<tt:IdleState>%s</tt:IdleState></tt:Properties></tds:RelayOutputs>", value);
-        }
-        fclose(f);
+            return true;
+        });
     }
     fclose(list);
     appendResponse("</tds:GetRelayOutputsResponse>");

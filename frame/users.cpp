@@ -18,24 +18,6 @@
 
 enum { NOT_FOUND = 0, FOUND = 1, FILE_MISSING = -1 };
 
-// Splits an account line on ':' in place (the last field takes the rest of
-// the line, without its line end). Returns the number of fields.
-static int splitAccountLine(char* line, char** fields, int max)
-{
-    line[strcspn(line, "\r\n")] = 0;
-    int n = 0;
-    char* p = line;
-    while (n < max) {
-        fields[n++] = p;
-        char* colon = n < max ? strchr(p, ':') : 0;
-        if (!colon)
-            break;
-        *colon = 0;
-        p = colon + 1;
-    }
-    return n;
-}
-
 // Looks name up in an account file whose password is field passwordField
 // (1 in appweb.pass, 2 in Users.conf); fields receives the line's fields.
 static int findAccount(const char* file, const char* name, int passwordField, char* password, size_t size)
@@ -47,7 +29,7 @@ static int findAccount(const char* file, const char* name, int passwordField, ch
     int result = NOT_FOUND;
     while (fgets(line, sizeof line, f)) {
         char* fields[3] = {0, 0, 0};
-        int n = splitAccountLine(line, fields, passwordField + 1);
+        int n = splitFields(line, ':', fields, passwordField + 1);
         if (strcmp(fields[0], name) == 0) {
             if (password && size > 0)
                 snprintf(password, size, "%s", n > passwordField ? fields[passwordField] : "");
@@ -123,7 +105,7 @@ void GetUsers()
         char line[256];
         while (fgets(line, sizeof line, pass)) {
             char* fields[2] = {0, 0};
-            splitAccountLine(line, fields, 2);
+            splitFields(line, ':', fields, 2);
             if (!fields[0][0])
                 continue;
             char rights[128] = "";
@@ -143,7 +125,7 @@ void GetUsers()
     char line[256];
     while (fgets(line, sizeof line, users)) {
         char* fields[3] = {0, 0, 0};
-        int n = splitAccountLine(line, fields, 3);
+        int n = splitFields(line, ':', fields, 3);
         if (!fields[0][0])
             continue;
         const char* level = n > 1 && isValidLevel(fields[1]) ? fields[1] : "";

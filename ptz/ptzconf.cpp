@@ -57,13 +57,12 @@ static int refuseWithoutPTZ(NoPTZWording wording)
 // Splits "Key=value" into the key and its one-word value; 0 for no such line.
 static int splitSetting(char* line, char** key, char** value)
 {
-    char* eq = strchr(line, '=');
-    if (!eq)
+    char* fields[2];
+    if (splitFields(line, '=', fields, 2) != 2)
         return 0;
-    *eq = 0;
-    *key = line;
-    *value = eq + 1;
-    (*value)[strcspn(*value, " \t\r\n")] = 0;
+    *key = fields[0];
+    *value = fields[1];
+    (*value)[strcspn(*value, " \t")] = 0;
     return 1;
 }
 

@@ -314,3 +314,19 @@ int getch()
     tcsetattr(STDIN_FILENO, TCSANOW, &oldt);
     return c;
 }
+
+int splitFields(char* line, char sep, char** fields, int max)
+{
+    line[strcspn(line, "\r\n")] = 0;
+    int n = 0;
+    char* p = line;
+    while (n < max) {
+        fields[n++] = p;
+        char* at = n < max ? strchr(p, sep) : 0;
+        if (!at)
+            break;
+        *at = 0;
+        p = at + 1;
+    }
+    return n;
+}

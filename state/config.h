@@ -5,6 +5,8 @@
 
 #include <stdio.h>
 
+#include "state/paths.h"
+
 #define ONVIF_CONF_FILE "/tmp/onvif/onvif.conf"
 #define ONVIF_CONF_WORK_FILE "/tmp/onvif/tmp/onvif.conf"
 #define ONVIF_LODING_PROFILE_FILE "/tmp/onvif/Profiles.conf"
@@ -25,6 +27,34 @@ char* findONVIFConfigurationFile(FILE* f, const char* fmt, char* dest, int len);
 // Scans "key=value" for the given key (with its '='): one word, or the rest
 // of the line with restOfLine. Returns 1 when the line holds the key.
 int scanSettingLine(const char* line, const char* key, char* dest, int len, int restOfLine);
+
+// Calls visit(line) for each line of an open settings file (a line keeps its
+// '\n'; one longer than the buffer arrives in pieces), until visit returns
+// false; closes the file. Each reader still matches lines its own way.
+template <class Visit>
+void forEachLine(FILE* f, Visit visit)
+{
+    char line[512];
+    while (fgets(line, sizeof line, f))
+        if (!visit(line))
+            break;
+    fclose(f);
+}
+
+// forEachLine on a file opened with fopenRoot; 0 (nothing visited) when missing.
+template <class Visit>
+int forEachSetting(const char* path, Visit visit)
+{
+    FILE* f = fopenRoot(path, "r");
+    if (!f)
+        return 0;
+    forEachLine(f, visit);
+    return 1;
+}
+
+// Splits a line in place at each sep into at most max fields (the last
+// takes the rest of the line, without its line end). Returns the count.
+int splitFields(char* line, char sep, char** fields, int max);
 
 // Opens dir + fileName for reading when the name is one a request token may
 // form (see isSafeFileToken); 0 otherwise or when the file is missing.
