@@ -1,6 +1,6 @@
 // The device clock: calendar arithmetic, time zones, and the settings and
 // date programs called for manual and NTP sets.
-#include "device/calendar.h"
+#include "state/calendar.h"
 #include "state/command.h"
 #include "tests/fixture.h"
 
