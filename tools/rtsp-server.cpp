@@ -258,11 +258,13 @@ int main(int argc, char** argv)
     server = gst_rtsp_server_new();
     gst_rtsp_server_set_address(server, "127.0.0.1");
     gst_rtsp_server_set_service(server, argv[1]);
-    loadChannels();
     if (gst_rtsp_server_attach(server, NULL) == 0) {
         fprintf(stderr, "rtsp-server: cannot listen on 127.0.0.1:%s\n", argv[1]);
         return 1;
     }
+    // After listening: the first generation number tells the camera's start
+    // script that the stream is there and the snapshots are written.
+    loadChannels();
     g_unix_signal_add(SIGHUP, onReload, NULL);
     g_unix_signal_add(SIGTERM, onStop, loop);
     g_unix_signal_add(SIGINT, onStop, loop);
