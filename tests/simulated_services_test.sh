@@ -115,6 +115,25 @@ grep -q 'h264/restart_stream.cgi' "$root/camera_calls.log" || fail "restart call
 got=$(probe 3)
 [ "$got" = "h264,320,180" ] || fail "after the restart channel 3 delivers '$got'"
 
+# The same through the media service, once it answers the setter: the
+# second channel takes the third's factory size.
+set_encoder=$(soap "<trt:SetVideoEncoderConfiguration><trt:Configuration token=\"VideoEncoder2\">\
+<tt:Name>VideoEncoder2</tt:Name><tt:UseCount>1</tt:UseCount><tt:Encoding>H264</tt:Encoding>\
+<tt:Resolution><tt:Width>640</tt:Width><tt:Height>360</tt:Height></tt:Resolution><tt:Quality>60</tt:Quality>\
+<tt:RateControl><tt:FrameRateLimit>30</tt:FrameRateLimit><tt:EncodingInterval>1</tt:EncodingInterval>\
+<tt:BitrateLimit>2048</tt:BitrateLimit></tt:RateControl><tt:H264><tt:GovLength>30</tt:GovLength>\
+<tt:H264Profile>Main</tt:H264Profile></tt:H264><tt:Multicast><tt:Address><tt:Type>IPv4</tt:Type>\
+<tt:IPv4Address>239.0.0.2</tt:IPv4Address></tt:Address><tt:Port>5562</tt:Port><tt:TTL>1</tt:TTL>\
+<tt:AutoStart>false</tt:AutoStart></tt:Multicast><tt:SessionTimeout>PT60S</tt:SessionTimeout></trt:Configuration>\
+<trt:ForcePersistence>true</trt:ForcePersistence></trt:SetVideoEncoderConfiguration>")
+if unanswered "$set_encoder"; then
+    skip "SetVideoEncoderConfiguration is not answered yet"
+else
+    echo "$set_encoder" | grep -q 'SetVideoEncoderConfigurationResponse' || fail "SetVideoEncoderConfiguration: $set_encoder"
+    got=$(probe 2)
+    [ "$got" = "h264,640,360" ] || fail "after SetVideoEncoderConfiguration channel 2 delivers '$got'"
+fi
+
 # --- Snapshot: a JPEG of the channel's size, through the web server.
 curl -s -o "$work/snapshot.jpg" -w '%{http_code} %{content_type}' "http://127.0.0.1:$port/snapshot/ch1.jpg" > "$work/snapshot.status"
 [ "$(cat "$work/snapshot.status")" = "200 image/jpeg" ] || fail "snapshot answered $(cat "$work/snapshot.status")"
