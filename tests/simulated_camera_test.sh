@@ -5,12 +5,13 @@
 set -u
 top=$(cd "$(dirname "$0")/.." && pwd)
 work=$(mktemp -d /tmp/onvif-sim-XXXXXX)
-port=$((20000 + $$ % 20000))
-CAMERA_ROOT="$work/root" ONVIF_PORT=$port SKIP_SETUP=1 "$top/tools/simulated-camera.sh" > "$work/log" 2>&1 &
+. "$top/tests/ports.sh"
+camera_ports
+CAMERA_ROOT="$work/root" ONVIF_PORT=$port ONVIF_RTSP_PORT=$rtsp_port ONVIF_DISCOVERY_PORT=$discovery_port SKIP_SETUP=1 "$top/tools/simulated-camera.sh" > "$work/log" 2>&1 &
 sim=$!
 fail() { echo "FAIL: $*"; cat "$work/log"; kill -TERM $sim 2>/dev/null; rm -rf "$work"; exit 1; }
 answer=""
-for i in $(seq 1 50); do
+for i in $(seq 1 150); do
     answer=$(curl -s -d @"$top/tools/sim/GetDeviceInformation.xml" "http://127.0.0.1:$port/onvif/device_service") && [ -n "$answer" ] && break
     sleep 0.2
 done

@@ -4,8 +4,9 @@
 set -u
 top=$(cd "$(dirname "$0")/.." && pwd)
 work=$(mktemp -d /tmp/onvif-head-XXXXXX)
-port=$((20000 + ($$ + 7919) % 20000))
-CAMERA_ROOT="$work/root" ONVIF_PORT=$port SKIP_SETUP=1 "$top/tools/simulated-camera.sh" > "$work/log" 2>&1 &
+. "$top/tests/ports.sh"
+camera_ports
+CAMERA_ROOT="$work/root" ONVIF_PORT=$port ONVIF_RTSP_PORT=$rtsp_port ONVIF_DISCOVERY_PORT=$discovery_port SKIP_SETUP=1 "$top/tools/simulated-camera.sh" > "$work/log" 2>&1 &
 sim=$!
 fail() { echo "FAIL: $*"; cat "$work/log"; kill -TERM $sim 2>/dev/null; wait $sim; rm -rf "$work"; exit 1; }
 
@@ -20,7 +21,7 @@ xmlns:tptz=\"http://www.onvif.org/ver20/ptz/wsdl\" xmlns:tt=\"http://www.onvif.o
 }
 status() { soap "<tptz:GetStatus><tptz:ProfileToken>Profile1</tptz:ProfileToken></tptz:GetStatus>"; }
 
-for i in $(seq 1 50); do
+for i in $(seq 1 150); do
     answer=$(status) && [ -n "$answer" ] && break
     sleep 0.2
 done

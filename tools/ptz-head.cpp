@@ -3,7 +3,9 @@
 // state at the commanded velocities, counts the motion timers of the
 // device-state segment down in tenths of a second as the camera does,
 // keeps presets in the integrated preset store, and leaves the position
-// where the query stand-ins print it from. Runs until it gets SIGTERM.
+// where the query stand-ins print it from. It tells how far into the queue
+// it has carried out commands, so the stand-in can answer a preset only once
+// it is stored. Runs until it gets SIGTERM.
 #include "state/config.h"
 #include "state/paths.h"
 #include "state/shm.h"
@@ -19,6 +21,7 @@
 #define POSITION "/tmp/ptz_head_position"
 #define ZOOM "/tmp/ptz_head_zoom"
 #define PRESETS "/etc/dynamic/ptz.conf"
+#define DONE "/tmp/ptz_head_done"
 #define TICK_MS 100
 #define PAN_DEGREES_PER_SECOND 60.0
 #define TILT_DEGREES_PER_SECOND 30.0
@@ -236,6 +239,22 @@ static void tick(Head& h)
     h.zoom = fmin(zoomLimit(), fmax(0, h.zoom + h.zoomSpeed * dt));
 }
 
+// The queue offset up to which commands are carried out, written whole and
+// renamed into place so that a reader never sees half a number.
+static void acknowledge(long offset)
+{
+    char path[512], work[520], text[32];
+    resolvePath(DONE, path, sizeof path);
+    snprintf(work, sizeof work, "%s.part", path);
+    snprintf(text, sizeof text, "%ld\n", offset);
+    FILE* f = fopen(work, "w");
+    if (!f)
+        return;
+    fputs(text, f);
+    fclose(f);
+    rename(work, path);
+}
+
 int main()
 {
     signal(SIGTERM, stop);
@@ -253,11 +272,17 @@ int main()
     if (!queue)
         return 1;
     fseek(queue, 0, SEEK_END);
+    long done = ftell(queue);
+    acknowledge(done);
     char line[1024];
     while (running) {
         clearerr(queue);
         while (fgets(line, sizeof line, queue))
             apply(h, line);
+        if (ftell(queue) != done) {
+            done = ftell(queue);
+            acknowledge(done);
+        }
         tick(h);
         publish(h);
         usleep(TICK_MS * 1000);

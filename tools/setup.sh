@@ -6,6 +6,9 @@ set -eu
 cd "$(dirname "$0")/.."
 
 packages="g++ cmake ninja-build pkg-config libtinyxml-dev libgtest-dev lighttpd python3 curl"
+# The simulated camera's stream and snapshots, and ffprobe for their tests.
+packages="$packages libgstrtspserver-1.0-dev gstreamer1.0-plugins-base gstreamer1.0-plugins-good"
+packages="$packages gstreamer1.0-plugins-ugly ffmpeg"
 missing=""
 for p in $packages; do
     dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing="$missing $p"
@@ -17,7 +20,9 @@ if [ -n "$missing" ]; then
     DEBIAN_FRONTEND=noninteractive $sudo apt-get install -y -qq $missing
 fi
 
-cmake -S . -B build -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
+# Once configured, ninja itself re-runs cmake when a CMakeLists.txt changes;
+# newly installed packages need a new look for the optional parts.
+[ -f build/build.ninja ] && [ -z "$missing" ] || cmake -S . -B build -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
 ninja -C build
 if [ "${1:-}" = "--asan" ]; then
     cmake -S . -B build-asan -G Ninja -DCMAKE_BUILD_TYPE=Debug -DONVIF_SANITIZE=ON >/dev/null
