@@ -1,6 +1,7 @@
 // The end-to-end fixture: one camera root and segment per test.
 #include "tests/fixture.h"
 
+#include <errno.h>
 #include <fcntl.h>
 #include <spawn.h>
 #include <stdlib.h>
@@ -34,13 +35,34 @@ static const char* CAMERA_PROGRAMS[] = {
     "admin/param.cgi", "date.cgi", "io/output.cgi", "com/ptz.cgi", "com/ptzconfig.cgi", "h264/restart_stream.cgi",
 };
 
+// A fresh camera root whose key file gives a segment key no other test
+// holds: keys come from inode numbers and may collide, so a taken key means
+// another root.
+static int freshRootAndSegment(std::string& root)
+{
+    std::string src = ONVIF_SOURCE_DIR;
+    for (int attempt = 0; attempt < 20; ++attempt) {
+        char tmpl[] = "/tmp/onvif-test-XXXXXX";
+        if (!mkdtemp(tmpl))
+            return -1;
+        root = tmpl;
+        shell("cp -a '" + src + "/factory/.' '" + root + "/'");
+        key_t key = ftok((root + "/tmp/ONVIF_SHM/onvif").c_str(), 0);
+        int id = key == (key_t)-1 ? -1 : shmget(key, 4096, 0666 | IPC_CREAT | IPC_EXCL);
+        if (id >= 0)
+            return id;
+        shell("rm -rf '" + root + "'");
+        if (errno != EEXIST)
+            return -1;
+    }
+    return -1;
+}
+
 void CameraTest::SetUp()
 {
-    char tmpl[] = "/tmp/onvif-test-XXXXXX";
-    ASSERT_NE(mkdtemp(tmpl), nullptr);
-    root = tmpl;
+    segmentId = freshRootAndSegment(root);
+    ASSERT_GE(segmentId, 0) << strerror(errno);
     std::string src = ONVIF_SOURCE_DIR;
-    shell("cp -a '" + src + "/factory/.' '" + root + "/'");
     std::string stub = src + "/tools/sim/camera-program";
     for (const char* dir : {"usr/apache/htdocs/cgi-bin", "usr/apache/htdocs/vantor-cgi"})
         for (const char* program : CAMERA_PROGRAMS) {
@@ -51,10 +73,6 @@ void CameraTest::SetUp()
         std::string target = root + "/" + program;
         shell("mkdir -p \"$(dirname '" + target + "')\" && cp '" + stub + "' '" + target + "'");
     }
-    key_t key = ftok((root + "/tmp/ONVIF_SHM/onvif").c_str(), 0);
-    ASSERT_NE(key, (key_t)-1);
-    segmentId = shmget(key, 4096, 0666 | IPC_CREAT | IPC_EXCL);
-    ASSERT_GE(segmentId, 0) << strerror(errno);
     void* p = shmat(segmentId, nullptr, 0);
     ASSERT_NE(p, (void*)-1);
     words = (int*)p;
