@@ -119,4 +119,28 @@ TEST_F(Boundaries, AnAnswerTooLargeIsTheGenericFaultNotACutBody)
     EXPECT_LT(r.raw.size(), 4096u);
 }
 
+TEST_F(Boundaries, StoredMarkupIsPrintedAsText)
+{
+    word(16) = 1;
+    word(17) = 4;
+    word(18) = 2;
+    CgiResult set = call("<tptz:SetConfiguration><tptz:PTZConfiguration token=\"PTZConfig1\">"
+                         "<tt:DefaultAbsolutePantTiltPositionSpace>http://x/&lt;evil/&gt;"
+                         "</tt:DefaultAbsolutePantTiltPositionSpace></tptz:PTZConfiguration>"
+                         "<tptz:ForcePersistence>true</tptz:ForcePersistence></tptz:SetConfiguration>");
+    ASSERT_EQ(set.status, 200) << set.envelopeBody;
+    CgiResult meta = call("<trt:SetMetadataConfiguration><trt:Configuration token=\"MetaData1\">"
+                          "<tt:SessionTimeout>&lt;b&gt;PT1S</tt:SessionTimeout></trt:Configuration>"
+                          "<trt:ForcePersistence>true</trt:ForcePersistence></trt:SetMetadataConfiguration>");
+    ASSERT_EQ(meta.status, 200) << meta.envelopeBody;
+    for (const char* action : {"<tptz:GetConfigurations/>", "<trt:GetProfiles/>", "<trt:GetMetadataConfigurations/>"}) {
+        CgiResult r = call(action);
+        EXPECT_EQ(r.status, 200) << action;
+        EXPECT_EQ(r.envelopeBody.find("<evil/>"), std::string::npos) << action;
+        EXPECT_EQ(r.envelopeBody.find("<b>"), std::string::npos) << action;
+    }
+    EXPECT_NE(call("<tptz:GetConfigurations/>").envelopeBody.find("http://x/&lt;evil/>"), std::string::npos);
+    EXPECT_NE(call("<trt:GetMetadataConfigurations/>").envelopeBody.find("&lt;b>PT1S"), std::string::npos);
+}
+
 }  // namespace
