@@ -12,61 +12,59 @@
 int* G_shared_memory = 0;
 int shmid = -1;
 
-void* getShareMemory(int* id, const char* path, size_t size)
+// The one way to a segment: key from the resolved path and project 0, look
+// it up (or create it with flags), attach it read-write. Each caller prints
+// its own messages; *stage tells which step failed (1 key, 2 lookup).
+static void* attachSegment(int* id, const char* path, size_t size, int flags, int* stage)
 {
     char real[512];
     resolvePath(path, real, sizeof real);
     key_t key = ftok(real, 0);
     if (key == (key_t)-1) {
-        printf("getShareMemory: ftok error\n");
-        printf("errno=%d\n", errno);
+        *stage = 1;
         return 0;
     }
-    *id = shmget(key, size, 0666);
-    if (*id < 0)
+    *id = shmget(key, size, 0666 | flags);
+    if (*id < 0) {
+        *stage = 2;
         return 0;
+    }
     void* p = shmat(*id, 0, 0);
     return p == (void*)-1 ? 0 : p;
+}
+
+void* getShareMemory(int* id, const char* path, size_t size)
+{
+    int stage = 0;
+    void* p = attachSegment(id, path, size, 0, &stage);
+    if (stage == 1) {
+        printf("getShareMemory: ftok error\n");
+        printf("errno=%d\n", errno);
+    }
+    return p;
 }
 
 void* createShareMemory(int* id, const char* path, unsigned words)
 {
-    char real[512];
-    resolvePath(path, real, sizeof real);
-    key_t key = ftok(real, 0);
-    if (key == (key_t)-1) {
-        printf("createShareMemory: ftok error\n");
+    int stage = 0;
+    void* p = attachSegment(id, path, (size_t)words * 4, IPC_CREAT, &stage);
+    if (stage) {
+        printf(stage == 1 ? "createShareMemory: ftok error\n" : "createShareMemory: shmget error\n");
         printf("errno=%d\n", errno);
-        return 0;
     }
-    *id = shmget(key, (size_t)words * 4, 0666 | IPC_CREAT);
-    if (*id < 0) {
-        printf("createShareMemory: shmget error\n");
-        printf("errno=%d\n", errno);
-        return 0;
-    }
-    void* p = shmat(*id, 0, 0);
-    return p == (void*)-1 ? 0 : p;
+    return p;
 }
 
 void* createShareMemoryChar(int* id, const char* path, int bytes)
 {
-    char real[512];
-    resolvePath(path, real, sizeof real);
-    key_t key = ftok(real, 0);
-    if (key == (key_t)-1) {
+    int stage = 0;
+    void* p = attachSegment(id, path, (size_t)bytes, IPC_CREAT, &stage);
+    if (stage == 1)
         fprintf(stderr, "createShareMemoryChar: ftok error\n%d\n", errno);
-        return 0;
-    }
-    *id = shmget(key, (size_t)bytes, 0666 | IPC_CREAT);
-    if (*id < 0) {
+    else if (stage == 2)
         fprintf(stderr, "createShareMemoryChar: shmget error\n");
-        return 0;  // never clear memory we do not have
-    }
-    void* p = shmat(*id, 0, 0);
-    if (p == (void*)-1)
-        return 0;
-    memset(p, 0, (size_t)bytes);
+    if (p)
+        memset(p, 0, (size_t)bytes);  // never clear memory we do not have
     return p;
 }
 
