@@ -48,7 +48,7 @@ static int findOutputLine(const char* token, char* fileName, size_t n)
     }
     fclose(list);
     if (found)
-        snprintf(fileName, n, "%s", wanted);
+        formatChecked(fileName, n, "%s", wanted);
     return found;
 }
 
@@ -164,8 +164,8 @@ static int rewriteRelayLine(const char* line, FILE* out, void* ctx)
 static int rewriteRelaySettings(const char* fileName, RelayEdit* edit)
 {
     char working[300], persistent[300];
-    snprintf(working, sizeof working, "/tmp/onvif/%s", fileName);
-    snprintf(persistent, sizeof persistent, "/usr/apache/htdocs/onvif/%s", fileName);
+    formatChecked(working, sizeof working, "/tmp/onvif/%s", fileName);
+    formatChecked(persistent, sizeof persistent, "/usr/apache/htdocs/onvif/%s", fileName);
     if (rewriteFileThroughWorkCopy(working, rewriteRelayLine, edit) != 0)
         return -1;
     return copyFileThroughWorkCopy(working, persistent);
@@ -219,7 +219,7 @@ void SetRelayOutputSettings()
         // The camera's Active parameter is the output's idle state.
         char active[16] = "open";
         char working[300];
-        snprintf(working, sizeof working, "/tmp/onvif/%s", fileName);
+        formatChecked(working, sizeof working, "/tmp/onvif/%s", fileName);
         readSettingValue(working, "IdleState=", active, sizeof active);
         if (strcmp(active, "closed") != 0)
             snprintf(active, sizeof active, "open");

@@ -79,7 +79,7 @@ void storeTime(int* words, const char* text)
 
 void slotTime(const int* words, char* out, size_t n)
 {
-    snprintf(out, n, "%d-%02d-%02dT%02d:%02d:%02d", words[0], words[1], words[2], words[3], words[4], words[5]);
+    formatChecked(out, n, "%d-%02d-%02dT%02d:%02d:%02d", words[0], words[1], words[2], words[3], words[4], words[5]);
 }
 
 static int compareTimes(const char* a, const char* b)
@@ -96,8 +96,8 @@ static int compareTimes(const char* a, const char* b)
 int expiration_check(const char* a, const char* b) { return compareTimes(a, b); }
 int A_larger_than_B(const char* a, const char* b) { return compareTimes(a, b); }
 
-void eventFilePath(int number, char* out, size_t n) { snprintf(out, n, "/tmp/onvif/eventfile%d", number); }
-void pushRecordPath(int number, char* out, size_t n) { snprintf(out, n, "/tmp/onvif/subscribe%d.event", number); }
+void eventFilePath(int number, char* out, size_t n) { formatChecked(out, n, "/tmp/onvif/eventfile%d", number); }
+void pushRecordPath(int number, char* out, size_t n) { formatChecked(out, n, "/tmp/onvif/subscribe%d.event", number); }
 
 // The event service's fault, up to the opening of its detail; the caller
 // appends the detail and closes it with closeEventFault.

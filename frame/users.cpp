@@ -203,7 +203,7 @@ void CreateUsers()
             return;
         }
         char line[128];
-        snprintf(line, sizeof line, "%s:%s:%s\n", name, level, password);
+        formatChecked(line, sizeof line, "%s:%s:%s\n", name, level, password);
         UserEdit add = {"", 0, line};
         if (rewriteFileThroughWorkCopy(ONVIF_USER_FILE, editUserLine, &add) != 0) {
             log_message_to_onvifErrorFile(1, "onvifService::CreateUsers:ONVIF_USER_FILE missing");
@@ -291,7 +291,7 @@ void SetUser()
         return;
     }
     char line[128];
-    snprintf(line, sizeof line, "%s:%s:%s\n", name, newLevel, newPassword);
+    formatChecked(line, sizeof line, "%s:%s:%s\n", name, newLevel, newPassword);
     UserEdit change = {name, line, 0};
     rewriteFileThroughWorkCopy(ONVIF_USER_FILE, editUserLine, &change);
     setResponse("<trt:SetUserResponse></trt:SetUserResponse>");

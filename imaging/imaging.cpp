@@ -154,7 +154,7 @@ void GetImagingSettings()
     char token[65], path[128];
     FILE* f = 0;
     if (requestText("timg:VideoSourceToken", token, 65) && isSafeFileToken(token)) {
-        snprintf(path, sizeof path, "/tmp/onvif/%s.VSource", token);
+        formatChecked(path, sizeof path, "/tmp/onvif/%s.VSource", token);
         f = fopenRoot(path, "r");
     }
     if (!f) {

@@ -82,7 +82,7 @@ static void readChannelState(ChannelState* s)
         if (!isSafeFileToken(line))
             continue;
         char path[300];
-        snprintf(path, sizeof path, ONVIF_DIR "%s", line);
+        formatChecked(path, sizeof path, ONVIF_DIR "%s", line);
         FILE* f = fopenRoot(path, "r");
         if (!f) {
             logServiceError("[AddVideoEncoderConfiguration]", "%s missing", line);
@@ -145,7 +145,7 @@ static void addConfiguration(const MediaKind& kind, const char* handler, const c
     int found = findProfile(profile, fileName, sizeof fileName);
     if (found == PROFILE_INDEX_MISSING)
         log_message_to_onvifErrorFile(1, "onvifService:[%s]:ONVIF_LODING_PROFILE_FILE missing", handler);
-    snprintf(configFile, sizeof configFile, "%s%s", config, kind.suffix);
+    formatChecked(configFile, sizeof configFile, "%s%s", config, kind.suffix);
     int listed = isSafeFileToken(config) && isListedConfiguration(kind.listFile, configFile, handler, kind.listMacro);
     int allowed = 1;
     if (&kind == &VIDEO_ENCODER && shmWord(MODEL_CODE_WORD) == MODEL_A5S_SDK310)
@@ -169,7 +169,7 @@ static void addConfiguration(const MediaKind& kind, const char* handler, const c
     } else if (kind.directory >= 0) {
         if (old[0] && strcmp(old, "NONE") != 0) {
             char oldFile[64];
-            snprintf(oldFile, sizeof oldFile, "%s%s", old, kind.suffix);
+            formatChecked(oldFile, sizeof oldFile, "%s%s", old, kind.suffix);
             minusOneToUseCount(oldFile, kind.directory);
         }
         addOneToUseCount(configFile, kind.directory);
@@ -208,7 +208,7 @@ static void removeConfiguration(const MediaKind& kind, const char* handler, cons
     }
     if (kind.directory >= 0) {
         char oldFile[64];
-        snprintf(oldFile, sizeof oldFile, "%s%s", old, kind.suffix);
+        formatChecked(oldFile, sizeof oldFile, "%s%s", old, kind.suffix);
         minusOneToUseCount(oldFile, kind.directory);
     }
     clearResponse();

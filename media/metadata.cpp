@@ -120,7 +120,7 @@ void GetCompatibleMetadataConfigurations()
 static int metadataListed(const char* list, const char* token, const char* suffix, const char* handler)
 {
     char fileName[64];
-    snprintf(fileName, sizeof fileName, "%s%s", token, suffix);
+    formatChecked(fileName, sizeof fileName, "%s%s", token, suffix);
     if (!isSafeFileToken(token))
         return 0;
     FILE* f = fopenRoot(list, "r");
@@ -142,7 +142,7 @@ void GetMetadataConfiguration()
         return;
     }
     char fileName[64];
-    snprintf(fileName, sizeof fileName, "%s.MetaData", token);
+    formatChecked(fileName, sizeof fileName, "%s.MetaData", token);
     setResponse("<trt:GetMetadataConfigurationResponse><trt:Configuration token=\"%s\">", token);
     Read_Print_MetadataFile(fileName);
     appendResponse("</trt:Configuration></trt:GetMetadataConfigurationResponse>");
@@ -158,7 +158,7 @@ void GetMetadataConfigurationOptions()
         return;
     }
     char fileName[64];
-    snprintf(fileName, sizeof fileName, "%s.MetaDataOpt", token);
+    formatChecked(fileName, sizeof fileName, "%s.MetaDataOpt", token);
     FILE* f = openStoreFile(ONVIF_WEB_DIR, fileName);
     if (!f) {
         writeSenderFault2("InvalidArgVal", "NoConfig", "Metadata Configuration does not exist",
@@ -242,7 +242,7 @@ void SetMetadataConfiguration()
         return;
     }
     char path[128];
-    snprintf(path, sizeof path, ONVIF_WEB_DIR "%s.MetaData", token);
+    formatChecked(path, sizeof path, ONVIF_WEB_DIR "%s.MetaData", token);
     if (rewriteFileThroughWorkCopy(path, replaceMetadataLine, &c) != 0) {
         writeSenderFault2("InvalidArgVal", "NoConfig", "The configuration does not exist.",
                           "The MetadataConfiguration indicated by the ConfigurationToken does not exist");

@@ -4,6 +4,7 @@
 #include "media/printers.h"
 #include "frame/frame.h"
 #include "state/profiles.h"
+#include "state/paths.h"
 #include "state/config.h"
 
 #include <stdio.h>
@@ -15,7 +16,7 @@ static int readConfiguration(const char* dir, const char* fileName, const char* 
                              char (*values)[CONFIG_VALUE_SIZE], int count, const char* printer)
 {
     char path[300];
-    snprintf(path, sizeof path, "%s%s", dir, fileName);
+    formatChecked(path, sizeof path, "%s%s", dir, fileName);
     if (readConfigValues(path, keys, values, count))
         return 1;
     logServiceError(printer, "%s missing", fileName);

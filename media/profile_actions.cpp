@@ -30,7 +30,7 @@ struct ProfileFields {
 static int readProfile(const char* fileName, ProfileFields* p)
 {
     char path[300];
-    snprintf(path, sizeof path, ONVIF_DIR "%s", fileName);
+    formatChecked(path, sizeof path, ONVIF_DIR "%s", fileName);
     static const char* const keys[] = {"Fixed", "Name", "VideoSource", "AudioSource", "VideoEncoder",
                                        "AudioEncoder", "PTZ", "Metadata"};
     char v[8][CONFIG_VALUE_SIZE];
@@ -60,37 +60,37 @@ static void printProfileBody(const ProfileFields* p)
     int audio = shmWord(AUDIO_INPUTS_WORD) > 0;
     if (bound(p->videoSource)) {
         appendResponse("<tt:VideoSourceConfiguration token=\"%s\">", p->videoSource);
-        snprintf(file, sizeof file, "%s.VSConf", p->videoSource);
+        formatChecked(file, sizeof file, "%s.VSConf", p->videoSource);
         Read_Print_VideoSourceFile(file);
         appendResponse("</tt:VideoSourceConfiguration>");
     }
     if (audio && bound(p->audioSource)) {
         appendResponse("<tt:AudioSourceConfiguration token=\"%s\">", p->audioSource);
-        snprintf(file, sizeof file, "%s.ASConf", p->audioSource);
+        formatChecked(file, sizeof file, "%s.ASConf", p->audioSource);
         Read_Print_AudioSourceFile(file);
         appendResponse("</tt:AudioSourceConfiguration>");
     }
     if (bound(p->videoEncoder)) {
         appendResponse("<tt:VideoEncoderConfiguration token=\"%s\">", p->videoEncoder);
-        snprintf(file, sizeof file, "%s.VEncoder", p->videoEncoder);
+        formatChecked(file, sizeof file, "%s.VEncoder", p->videoEncoder);
         Read_Print_VideoEncoderFile(file);
         appendResponse("</tt:VideoEncoderConfiguration>");
     }
     if (audio && bound(p->audioEncoder)) {
         appendResponse("<tt:AudioEncoderConfiguration token=\"%s\">", p->audioEncoder);
-        snprintf(file, sizeof file, "%s.AEncoder", p->audioEncoder);
+        formatChecked(file, sizeof file, "%s.AEncoder", p->audioEncoder);
         Read_Print_AudioEncoderFile(file);
         appendResponse("</tt:AudioEncoderConfiguration>");
     }
     if (bound(p->ptz) && (shmWord(PAN_TILT_WORD) > 0 || shmWord(ZOOM_WORD) > 0)) {
         appendResponse("<tt:PTZConfiguration xsi:type=\"tt:PTZConfiguration\" token=\"%s\">", p->ptz);
-        snprintf(file, sizeof file, "%s.PTZConf", p->ptz);
+        formatChecked(file, sizeof file, "%s.PTZConf", p->ptz);
         Read_Print_PTZ_Conf(file);
         appendResponse("</tt:PTZConfiguration>");
     }
     if (bound(p->metadata)) {
         appendResponse("<tt:MetadataConfiguration token=\"%s\">", p->metadata);
-        snprintf(file, sizeof file, "%s.MetaData", p->metadata);
+        formatChecked(file, sizeof file, "%s.MetaData", p->metadata);
         Read_Print_MetadataFile(file);
         appendResponse("</tt:MetadataConfiguration>");
     }
@@ -200,14 +200,14 @@ void CreateProfile()
         snprintf(token, sizeof token, "Profile%d", count + 1);
     }
     char line[128];
-    snprintf(line, sizeof line, "profile filename=%s.profile\n", token);
+    formatChecked(line, sizeof line, "profile filename=%s.profile\n", token);
     IndexAppend add = {line};
     if (rewriteFileThroughWorkCopy(ONVIF_LODING_PROFILE_FILE, appendIndexLine, &add) != 0 &&
         replaceFileContent(ONVIF_LODING_PROFILE_FILE, line) != 0)
         log_message_to_onvifErrorFile(1, "deviceService:[CreateProfile]:Append ONVIF_LODING_PROFILE_FILE missing");
     char path[128], content[512];
-    snprintf(path, sizeof path, ONVIF_DIR "%s.profile", token);
-    snprintf(content, sizeof content,
+    formatChecked(path, sizeof path, ONVIF_DIR "%s.profile", token);
+    formatChecked(content, sizeof content,
              "Fixed=false\nName=%s\nVideoSource=NONE\nAudioSource=NONE\nVideoEncoder=NONE\nAudioEncoder=NONE\n"
              "PTZ=NONE\nVAnalytics=NONE\nMetadata=NONE\n", name);
     if (replaceFileContent(path, content) != 0)
@@ -235,8 +235,8 @@ void DeleteProfile()
         writeNoProfileFault();
         return;
     }
-    snprintf(fileName, sizeof fileName, "%s.profile", token);
-    snprintf(path, sizeof path, ONVIF_DIR "%s", fileName);
+    formatChecked(fileName, sizeof fileName, "%s.profile", token);
+    formatChecked(path, sizeof path, ONVIF_DIR "%s", fileName);
     ProfileFields p;
     if (!readProfile(fileName, &p)) {
         memset(&p, 0, sizeof p);

@@ -93,7 +93,7 @@ static int runQuery(const char* program, const char* packet, const char* outputF
     if (!shellQuotedPath(program, quotedProgram, sizeof quotedProgram) ||
         !shellQuotedPath(outputFile, quotedFile, sizeof quotedFile))
         return -1;
-    snprintf(cmd, sizeof cmd, "%s %s 1> %s 2> /dev/null", quotedProgram, packet, quotedFile);
+    formatChecked(cmd, sizeof cmd, "%s %s 1> %s 2> /dev/null", quotedProgram, packet, quotedFile);
     return runShellCommand(cmd);
 }
 

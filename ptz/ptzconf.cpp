@@ -300,7 +300,7 @@ void GetConfigurations()
 // could name a file elsewhere names none.
 static int ptzFileExists(const char* token, const char* suffix, char* fileName, size_t n)
 {
-    snprintf(fileName, n, "%s%s", token, suffix);
+    formatChecked(fileName, n, "%s%s", token, suffix);
     FILE* f = openStoreFile(PTZ_DIR, fileName);
     if (f)
         fclose(f);
@@ -532,7 +532,7 @@ void SetConfiguration()
         return;
     char token[17], fileName[64];
     requestAttribute("token", 0, token, 17);
-    snprintf(fileName, sizeof fileName, "%s.PTZConf", token);
+    formatChecked(fileName, sizeof fileName, "%s.PTZConf", token);
     FILE* list = fopenRoot(ONVIF_PTZ_CONF, "r");
     int listed = 0;
     if (!list) {
@@ -584,7 +584,7 @@ void SetConfiguration()
         return;
     }
     char path[128];
-    snprintf(path, sizeof path, PTZ_DIR "%s", fileName);
+    formatChecked(path, sizeof path, PTZ_DIR "%s", fileName);
     rewriteFileThroughWorkCopy(path, replaceConfLine, &c);
     setResponse("<tptz:SetConfigurationResponse></tptz:SetConfigurationResponse>");
 }
@@ -609,7 +609,7 @@ void AddPTZConfiguration()
     if (!bindingProfile(fileName, sizeof fileName))
         return;
     requestText("trt:ConfigurationToken", config, PROFILE_TOKEN_MAX + 1);
-    snprintf(configFile, sizeof configFile, "%s.PTZConf", config);
+    formatChecked(configFile, sizeof configFile, "%s.PTZConf", config);
     if (!isSafeFileToken(config) || !isListedConfiguration(ONVIF_PTZ_CONF, configFile, "AddPTZConfiguration", "ONVIF_PTZ_CONF")) {
         writeSenderFault2("InvalidArgVal", "NoConfig", "PTZConfiguration does not exist",
                           "The PTZConfiguration indicated by the ConfigurationToken does not exist");

@@ -64,7 +64,7 @@ int ptzProfileCheck(const char* const* keys, int length, int skipWithoutToken, c
     if (!readProfileField(fileName, "PTZ=", bound, sizeof bound))
         return 1;  // a profile that never had a PTZ line passes
     char confFile[64];
-    snprintf(confFile, sizeof confFile, "%s.PTZConf", bound);
+    formatChecked(confFile, sizeof confFile, "%s.PTZConf", bound);
     FILE* f = openStoreFile(PTZ_DIR, confFile);
     if (f) {
         fclose(f);
@@ -361,7 +361,7 @@ static int imagingSourceToken(char* token, size_t n)
 static int videoSourceListed(const char* token)
 {
     char fileName[128];
-    snprintf(fileName, sizeof fileName, "%s.VSConf", token);
+    formatChecked(fileName, sizeof fileName, "%s.VSConf", token);
     return isSafeFileToken(token) &&
            isListedConfiguration(PTZ_DIR "VideoSourceConf.conf", fileName, "Stop", "ONVIF_VIDEO_SOURCE_CONF");
 }

@@ -1,6 +1,7 @@
 // Path resolution under ONVIF_ROOT and shell quoting.
 #include "state/paths.h"
 
+#include <stdarg.h>
 #include <stdlib.h>
 #include <string.h>
 
@@ -59,4 +60,17 @@ int isSafeFileToken(const char* token)
             return 0;
     }
     return strcmp(token, ".") != 0;
+}
+
+int formatChecked(char* out, size_t n, const char* fmt, ...)
+{
+    va_list ap;
+    va_start(ap, fmt);
+    int written = vsnprintf(out, n, fmt, ap);
+    va_end(ap);
+    if (written >= 0 && (size_t)written < n)
+        return 1;
+    if (n)
+        out[0] = 0;
+    return 0;
 }

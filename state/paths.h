@@ -11,6 +11,11 @@
 // text when it does not fit, so that no shortened path is ever opened.
 const char* resolvePath(const char* path, char* out, size_t n);
 
+// snprintf for paths, command pieces and settings lines: 1 when the whole
+// text fit; otherwise out is emptied (so no shortened name is ever used)
+// and the result is 0.
+int formatChecked(char* out, size_t n, const char* fmt, ...) __attribute__((format(printf, 3, 4)));
+
 // fopen() on the resolved path.
 FILE* fopenRoot(const char* path, const char* mode);
 
