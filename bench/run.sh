@@ -22,7 +22,7 @@ if [ -n "$missing" ]; then
 fi
 
 tinyxml=$(tools/tinyxml-source.sh build-deps/tinyxml)
-cmake -S . -B build-camera-x86 -G Ninja -DONVIF_CAMERA_RELEASE=ON -DONVIF_FULLY_STATIC=ON \
+cmake -S . -B build-camera-x86 -G Ninja -DONVIF_CAMERA_RELEASE=ON -DONVIF_FULLY_STATIC=ON -DONVIF_TESTS=OFF \
     -DONVIF_TINYXML_SOURCE="$tinyxml" >/dev/null
 ninja -C build-camera-x86 -j2 device_service onvif-shm ptz-head >/dev/null
 camera_bin="$top/build-camera-x86/device_service"

@@ -25,6 +25,13 @@ set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE BOTH)
 set(ENV{PKG_CONFIG_LIBDIR} "/usr/lib/${ONVIF_TARGET_TRIPLET}/pkgconfig:/usr/share/pkgconfig")
 set(ENV{PKG_CONFIG_PATH} "")
 
-# -L: the target's loader and C library live in the cross sysroot.
+# -L: the target's loader and C library live in the cross sysroot. armel
+# runs on an ARM11 (ARMv6) core, the oldest a camera may have, so that an
+# instruction it lacks fails the tests; armhf needs ARMv7 (Cortex-A7 here).
 find_program(ONVIF_QEMU_ARM qemu-arm REQUIRED)
-set(CMAKE_CROSSCOMPILING_EMULATOR ${ONVIF_QEMU_ARM} -L /usr/${ONVIF_TARGET_TRIPLET})
+if(ONVIF_TARGET_TRIPLET STREQUAL "arm-linux-gnueabi")
+  set(ONVIF_QEMU_CPU arm1136)
+else()
+  set(ONVIF_QEMU_CPU cortex-a7)
+endif()
+set(CMAKE_CROSSCOMPILING_EMULATOR ${ONVIF_QEMU_ARM} -cpu ${ONVIF_QEMU_CPU} -L /usr/${ONVIF_TARGET_TRIPLET})

@@ -49,11 +49,11 @@ configure() {  # build directory, extra options
     cmake -S . -B "$dir" -G Ninja -DCMAKE_TOOLCHAIN_FILE="$PWD/tools/arm-linux.cmake" \
         -DONVIF_TARGET_TRIPLET="$triplet" -DONVIF_CAMERA_RELEASE=ON -DONVIF_TINYXML_SOURCE="$tinyxml" "$@" >/dev/null
 }
-configure "build-$arch" -DONVIF_FULLY_STATIC=OFF
+configure "build-$arch" -DONVIF_FULLY_STATIC=OFF -DONVIF_TESTS=$([ -n "$tests" ] && echo ON || echo OFF)
 if [ -n "$tests" ]; then ninja -C "build-$arch" -j2; else ninja -C "build-$arch" -j2 device_service; fi
 sizes="build-$arch/device_service"
 if [ -n "$static" ]; then
-    configure "build-$arch-static" -DONVIF_FULLY_STATIC=ON
+    configure "build-$arch-static" -DONVIF_FULLY_STATIC=ON -DONVIF_TESTS=OFF
     ninja -C "build-$arch-static" -j2 device_service
     sizes="$sizes build-$arch-static/device_service"
 fi
