@@ -50,7 +50,9 @@ int serveRequest()
                 break;
             got += n;
         }
-        memset(requestBody + got, 0, sizeof requestBody - got);
+        // Only the bytes the parser can reach past the body: zeroing the
+        // whole buffer costs more than the rest of a small request.
+        memset(requestBody + got, 0, sizeof requestBody - MAX_CONTENT_LENGTH);
         parseXML(requestBody);
         if (G_httpAck == 200) {
             checkSecurity();

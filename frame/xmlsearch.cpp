@@ -73,12 +73,10 @@ void clearElementTables()
 
 // Cuts a prefixed name to its local part inside the document's own string:
 // the part after the first colon, ended at a second colon.
-static char* localNameInPlace(const std::string& constName)
+// TIXML_STRING: std::string with Debian's TinyXML, its own string without STL.
+static char* localNameInPlace(const TIXML_STRING& name)
 {
-    std::string& name = const_cast<std::string&>(constName);
-    if (name.empty())
-        return &name[0];
-    char* s = &name[0];
+    char* s = const_cast<char*>(name.c_str());
     char* colon = strchr(s, ':');
     if (!colon)
         return s;

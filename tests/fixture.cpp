@@ -118,10 +118,21 @@ CgiResult CameraTest::run(const std::string& body, const std::string& contentLen
     posix_spawn_file_actions_addopen(&actions, 1, out.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
     // A command that ran by mistake writes its canary where the checks look.
     posix_spawn_file_actions_addchdir_np(&actions, root.c_str());
-    char* argv[] = {const_cast<char*>(ONVIF_SERVICE_BIN), nullptr};
+    // A cross build's program runs under the emulator; its words come first.
+    std::vector<std::string> words;
+#ifdef ONVIF_EMULATOR
+    std::istringstream emulator(ONVIF_EMULATOR);
+    for (std::string w; emulator >> w;)
+        words.push_back(w);
+#endif
+    words.push_back(ONVIF_SERVICE_BIN);
+    std::vector<char*> argv;
+    for (auto& w : words)
+        argv.push_back(const_cast<char*>(w.c_str()));
+    argv.push_back(nullptr);
     pid_t pid;
     CgiResult r;
-    int rc = posix_spawn(&pid, ONVIF_SERVICE_BIN, &actions, nullptr, argv, envp.data());
+    int rc = posix_spawn(&pid, argv[0], &actions, nullptr, argv.data(), envp.data());
     posix_spawn_file_actions_destroy(&actions);
     EXPECT_EQ(rc, 0);
     if (rc != 0)

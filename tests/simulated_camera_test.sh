@@ -7,6 +7,7 @@ top=$(cd "$(dirname "$0")/.." && pwd)
 work=$(mktemp -d /tmp/onvif-sim-XXXXXX)
 . "$top/tests/ports.sh"
 camera_ports
+shm="${ONVIF_EMULATOR:-} ${ONVIF_BUILD:-$top/build}/onvif-shm"
 CAMERA_ROOT="$work/root" ONVIF_PORT=$port ONVIF_RTSP_PORT=$rtsp_port ONVIF_DISCOVERY_PORT=$discovery_port SKIP_SETUP=1 "$top/tools/simulated-camera.sh" > "$work/log" 2>&1 &
 sim=$!
 fail() { echo "FAIL: $*"; cat "$work/log"; kill -TERM $sim 2>/dev/null; rm -rf "$work"; exit 1; }
@@ -16,11 +17,11 @@ for i in $(seq 1 150); do
     sleep 0.2
 done
 echo "$answer" | grep -q "<tds:Manufacturer>Camera</tds:Manufacturer>" || fail "no device information: $answer"
-key=$(ONVIF_ROOT="$work/root" "$top/build/onvif-shm" get 1)
+key=$(ONVIF_ROOT="$work/root" $shm get 1)
 [ "$key" = "1" ] || fail "segment word 1 is '$key'"
 kill -TERM $sim  # a background job ignores SIGINT; TERM takes the same way out
 wait $sim
-ONVIF_ROOT="$work/root" "$top/build/onvif-shm" get 1 2>/dev/null && fail "segment left behind"
+ONVIF_ROOT="$work/root" $shm get 1 2>/dev/null && fail "segment left behind"
 grep -q "simulated camera stopped" "$work/log" || fail "no clean stop"
 rm -rf "$work"
 echo PASS

@@ -63,22 +63,26 @@ done
 install_program position-query home/aaaserver/viscaClient
 install_program position-query root/testShareMemClient
 
+# ONVIF_BUILD: the build whose programs to run; ONVIF_EMULATOR: the command
+# that runs them when they are built for another processor (qemu-arm -L ...).
+build="${ONVIF_BUILD:-$top/build}"
+emulator="${ONVIF_EMULATOR:-}"
 export ONVIF_ROOT="$root"
-shm="$top/build/onvif-shm"
-"$shm" create >/dev/null
+shm="$emulator $build/onvif-shm"
+$shm create >/dev/null
 cleanup() {
     trap - INT TERM EXIT
     [ -n "${server:-}" ] && kill "$server" 2>/dev/null || true
     for process in ${head:-} ${stream:-} ${discovery:-}; do
         kill "$process" 2>/dev/null && wait "$process" 2>/dev/null || true
     done
-    "$shm" remove || true
+    $shm remove || true
     echo "simulated camera stopped"
 }
 trap cleanup INT TERM EXIT
 # The words of a typical camera; see README.md for their meaning.
-"$shm" set $(grep -v '^#' tools/sim/camera-words | tr '\n' ' ')
-"$top/build/ptz-head" &
+$shm set $(grep -v '^#' tools/sim/camera-words | tr '\n' ' ')
+$emulator "$build/ptz-head" &
 head=$!
 
 mkdir -p "$root/www"
@@ -99,6 +103,12 @@ fi
 ONVIF_DISCOVERY_PORT="$discovery_port" tools/sim/discovery "$port" &
 discovery=$!
 
+cgi_runner=""
+if [ -n "$emulator" ]; then
+    cgi_runner="$root/run-emulated"
+    printf '#!/bin/sh\nexec %s "$@"\n' "$emulator" > "$cgi_runner"
+    chmod +x "$cgi_runner"
+fi
 cat > "$root/lighttpd.conf" <<CONF
 server.modules = ("mod_alias", "mod_cgi", "mod_setenv")
 server.bind = "127.0.0.1"
@@ -106,8 +116,8 @@ server.port = $port
 server.document-root = "$root/www"
 server.errorlog = "$root/lighttpd-error.log"
 mimetype.assign = (".jpg" => "image/jpeg")
-alias.url = ("/onvif/device_service" => "$top/build/device_service")
-cgi.assign = ("/device_service" => "")
+alias.url = ("/onvif/device_service" => "$build/device_service")
+cgi.assign = ("/device_service" => "$cgi_runner")
 setenv.add-environment = ("ONVIF_ROOT" => "$root", "SIM_TOOLS" => "$top/tools/sim")
 CONF
 echo "simulated camera: http://127.0.0.1:$port/onvif/device_service (root $root)"
