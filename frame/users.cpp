@@ -9,6 +9,7 @@
 #include "state/paths.h"
 
 #include <stdio.h>
+#include <stdlib.h>
 #include <string.h>
 
 #define MAX_NAME_LENGTH 16
@@ -95,6 +96,76 @@ static int refuseUnsafeAccountText(const char* name, const char* password)
     return 1;
 }
 
+// The web accounts' rights, read once per listing: the privacy file's
+// lines by name (the first line of a name decides, as a lookup would).
+struct PrivacyEntry {
+    const char* name;
+    const char* rights;
+    int order;
+};
+static char privacyText[65536];
+static PrivacyEntry privacy[2048];
+static int privacyCount = -1;  // -1: the file is missing
+
+static int comparePrivacy(const void* a, const void* b)
+{
+    const PrivacyEntry* x = (const PrivacyEntry*)a;
+    const PrivacyEntry* y = (const PrivacyEntry*)b;
+    int c = strcmp(x->name, y->name);
+    return c ? c : x->order - y->order;
+}
+
+// 0 when the file does not fit the table: the caller then looks each name up.
+static int loadPrivacy()
+{
+    privacyCount = -1;
+    FILE* f = fopenRoot(SYSTEM_APPWEB_PRIVACY, "r");
+    if (!f)
+        return 1;
+    size_t used = fread(privacyText, 1, sizeof privacyText - 1, f);
+    int whole = feof(f) && !ferror(f);
+    fclose(f);
+    if (!whole)
+        return 0;
+    privacyText[used] = 0;
+    privacyCount = 0;
+    for (char* line = privacyText; line && *line;) {
+        char* next = strchr(line, '\n');
+        if (next)
+            *next++ = 0;
+        char* fields[2] = {0, 0};
+        if (splitFields(line, ':', fields, 2) == 2) {
+            if (privacyCount == (int)(sizeof privacy / sizeof *privacy))
+                return 0;
+            privacy[privacyCount] = {fields[0], fields[1], privacyCount};
+            ++privacyCount;
+        }
+        line = next;
+    }
+    qsort(privacy, (size_t)privacyCount, sizeof *privacy, comparePrivacy);
+    return 1;
+}
+
+// The rights of a web account; "" when none. FILE_MISSING when the file is.
+static int privacyRights(const char* name, char* rights, size_t n, int loaded)
+{
+    if (!loaded)
+        return findAccount(SYSTEM_APPWEB_PRIVACY, name, 1, rights, n);
+    if (privacyCount < 0)
+        return FILE_MISSING;
+    int lo = 0, hi = privacyCount;
+    while (lo < hi) {
+        int mid = (lo + hi) / 2;
+        if (strcmp(privacy[mid].name, name) < 0)
+            lo = mid + 1;
+        else
+            hi = mid;
+    }
+    if (lo < privacyCount && strcmp(privacy[lo].name, name) == 0)
+        snprintf(rights, n, "%s", privacy[lo].rights);
+    return 1;
+}
+
 void GetUsers()
 {
     setResponse("<tds:GetUsersResponse>");
@@ -102,6 +173,7 @@ void GetUsers()
     if (!pass) {
         log_message_to_onvifErrorFile(1, "onvifService::GetUsers:SYSTEM_APPWEB_PASS missing");
     } else {
+        int loaded = loadPrivacy();
         char line[256];
         while (fgets(line, sizeof line, pass)) {
             char* fields[2] = {0, 0};
@@ -109,7 +181,7 @@ void GetUsers()
             if (!fields[0][0])
                 continue;
             char rights[128] = "";
-            int r = findAccount(SYSTEM_APPWEB_PRIVACY, fields[0], 1, rights, sizeof rights);
+            int r = privacyRights(fields[0], rights, sizeof rights, loaded);
             if (r == FILE_MISSING)
                 log_message_to_onvifErrorFile(1, "onvifService::GetUsers:SYSTEM_APPWEB_PRIVACY missing");
             appendResponse("<tds:User><tt:Username>%s</tt:Username><tt:UserLevel>%s</tt:UserLevel></tds:User>",

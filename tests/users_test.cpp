@@ -101,3 +101,15 @@ TEST_F(Users, SetUserChangesAnOnvifUserOnly)
 }
 
 }  // namespace
+
+TEST_F(Users, WebAccountRightsComeFromTheFirstPrivacyLineOfTheirName)
+{
+    writeFile("etc/appWeb/appweb.pass", "zed:1\nadmin:admin\nbob:2\n");
+    writeFile("etc/appWeb/appweb.privacy", "bob:0:0:0:0\nzed:1:1:1:1\nbob:1:1:1:1\nadmin:1:1:1:1\n");
+    CgiResult r = call("<tds:GetUsers/>");
+    ASSERT_EQ(r.status, 200);
+    for (const char* user : {"<tt:Username>zed</tt:Username><tt:UserLevel>Administrator</tt:UserLevel>",
+                             "<tt:Username>admin</tt:Username><tt:UserLevel>Administrator</tt:UserLevel>",
+                             "<tt:Username>bob</tt:Username><tt:UserLevel>User</tt:UserLevel>"})
+        EXPECT_NE(r.envelopeBody.find(user), std::string::npos) << user;
+}
