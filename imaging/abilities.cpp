@@ -110,6 +110,8 @@ static void readTableLine(const char* line, ImagingAbilities* a, char* focusLens
         if (strcspn(line + keyLength, "\r\n") >= sizeof value)
             return;
         scanSettingLine(line, LINES[i].key, value, (int)sizeof value, 1);
+        for (size_t end = strlen(value); end > 0 && (value[end - 1] == ' ' || value[end - 1] == '\r'); --end)
+            value[end - 1] = 0;
         v->isRange = LINES[i].isRange;
         if (v->isRange)
             v->present = parseRange(value, &v->min, &v->max);

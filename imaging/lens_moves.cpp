@@ -1,6 +1,8 @@
 // Focus and iris moves: checked against the device's imaging description and
 // sent to the camera's PTZ program the way zoom moves are (a position, a
 // number of steps, or a speed in percent that "continuous...move=0" stops).
+// Positions have verbs of their own: a "move" without pan and tilt could
+// send the head somewhere.
 #include "frame/frame.h"
 #include "frame/handlers.h"
 #include "frame/request_values.h"
@@ -22,24 +24,21 @@ struct LensMotor {
     const char* name;                  // for the refusals
     Ability target[MOVE_KINDS];        // position, distance, speed
     Ability speed[MOVE_KINDS];         // the optional speed of the kind, ABILITY_COUNT for none
-    const char* verb[MOVE_KINDS];      // QUERY_STRING
-    const char* argument[MOVE_KINDS];  // the verb's own assignment
+    const char* verb[MOVE_KINDS];      // QUERY_STRING, and the name of the verb's value
 };
 
 static const LensMotor FOCUS_MOTOR = {
     "Focus", "focus",
     {AB_FOCUS_ABSOLUTE_POSITION, AB_FOCUS_RELATIVE_DISTANCE, AB_FOCUS_CONTINUOUS_SPEED},
     {AB_FOCUS_ABSOLUTE_SPEED, AB_FOCUS_RELATIVE_SPEED, ABILITY_COUNT},
-    {"move", "focussteps", "continuousfocusmove"},
-    {"focus", "focussteps", "continuousfocusmove"},
+    {"focusposition", "focussteps", "continuousfocusmove"},
 };
 
 static const LensMotor IRIS_MOTOR = {
     "Iris", "iris",
     {AB_IRIS_ABSOLUTE_POSITION, AB_IRIS_RELATIVE_DISTANCE, AB_IRIS_CONTINUOUS_SPEED},
     {ABILITY_COUNT, ABILITY_COUNT, ABILITY_COUNT},
-    {"move", "irissteps", "continuousirismove"},
-    {"iris", "irissteps", "continuousirismove"},
+    {"irisposition", "irissteps", "continuousirismove"},
 };
 
 static const char* const KIND_ELEMENT[MOVE_KINDS] = {"Absolute", "Relative", "Continuous"};
@@ -127,7 +126,7 @@ static void moveLens(const LensMotor& m, const char* func)
     }
     char value[24];
     snprintf(value, sizeof value, "%ld", commandValue(k, target));
-    const CommandArg args[] = {{"QUERY_STRING", m.verb[k]}, {m.argument[k], value}};
+    const CommandArg args[] = {{"QUERY_STRING", m.verb[k]}, {m.verb[k], value}};
     runCameraProgramWith(PTZ_PROGRAM, args, 2);
     setResponse("<timg:MoveResponse></timg:MoveResponse>");
 }

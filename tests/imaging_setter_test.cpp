@@ -384,9 +384,9 @@ TEST_F(ImagingSetter, FocusMovesReachThePtzProgram)
     struct Case { std::string inner, calls; };
     for (const Case& c : {
              Case{"<tt:Absolute><tt:Position>420.4</tt:Position></tt:Absolute>",
-                  PTZ + "move REMOTE_USER=Admin focus=420\n"},
+                  PTZ + "focusposition REMOTE_USER=Admin focusposition=420\n"},
              Case{"<tt:Absolute><tt:Position>1000</tt:Position><tt:Speed>0.5</tt:Speed></tt:Absolute>",
-                  PTZ + "move REMOTE_USER=Admin focus=1000\n"},
+                  PTZ + "focusposition REMOTE_USER=Admin focusposition=1000\n"},
              Case{"<tt:Relative><tt:Distance>-25</tt:Distance></tt:Relative>",
                   PTZ + "focussteps REMOTE_USER=Admin focussteps=-25\n"},
              Case{"<tt:Continuous><tt:Speed>-0.555</tt:Speed></tt:Continuous>",
@@ -433,7 +433,7 @@ TEST_F(ImagingSetter, IrisMovesNeedAControllableIris)
 {
     struct Case { std::string inner, calls; };
     for (const Case& c : {
-             Case{"<tt:Absolute><tt:Position>4</tt:Position></tt:Absolute>", PTZ + "move REMOTE_USER=Admin iris=4\n"},
+             Case{"<tt:Absolute><tt:Position>4</tt:Position></tt:Absolute>", PTZ + "irisposition REMOTE_USER=Admin irisposition=4\n"},
              Case{"<tt:Relative><tt:Distance>-2</tt:Distance></tt:Relative>",
                   PTZ + "irissteps REMOTE_USER=Admin irissteps=-2\n"},
              Case{"<tt:Continuous><tt:Speed>0.25</tt:Speed></tt:Continuous>",
