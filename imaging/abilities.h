@@ -1,7 +1,5 @@
-// The one description of what a video source's imaging can do: the model's
-// table of ranges and modes, cut down by the lens and presence words. The
-// options are printed from it and every setting and lens move is checked
-// against it, so the two cannot disagree.
+// The one description of what a video source's imaging can do, which the
+// options print and every setting and lens move is checked against.
 #ifndef IMAGING_ABILITIES_H
 #define IMAGING_ABILITIES_H
 
@@ -11,7 +9,9 @@
 #define MODEL_EXPOSURE_AS_STORED 4
 #define IMAGING_TABLE_DIR "/usr/apache/htdocs/onvif/imaging/"
 
-// Each names one line of the model's table (see factory/MEDIA-FILES.md).
+// The model's table of ranges and modes, cut down by the lens and presence
+// words; one printer and all the checks read it, so they cannot disagree.
+// Each names one line of the table (see factory/MEDIA-FILES.md).
 enum Ability {
     AB_BLC_MODE, AB_BLC_LEVEL,
     AB_BRIGHTNESS, AB_COLOR_SATURATION, AB_CONTRAST,

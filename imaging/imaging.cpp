@@ -1,6 +1,5 @@
-// The imaging settings report of a video source: its settings file, with
-// the live gain, iris and exposure of the device state where the file
-// leaves them open.
+// The imaging settings report of a video source: its settings file, with the
+// live gain, iris and exposure of the device state where the file leaves them open.
 #include "frame/frame.h"
 #include "frame/handlers.h"
 #include "imaging/abilities.h"

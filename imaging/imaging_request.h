@@ -1,6 +1,5 @@
-// What every imaging action does first: refuse a model without imaging,
-// find the video source the request names, and read values that lie inside
-// a group of the request (the Mode of Exposure, not of WhiteBalance).
+// What every imaging action does first (refuse a model without imaging, find
+// the source), and reads of values inside one group of a request.
 #ifndef IMAGING_IMAGING_REQUEST_H
 #define IMAGING_IMAGING_REQUEST_H
 
@@ -18,7 +17,8 @@ int readVideoSourceToken(char* token, size_t n);
 // The settings file of a source.
 int videoSourceSettingsPath(const char* token, char* path, size_t n);
 
-// The text of the element name inside the first element group: from the
+// The text of the element name inside the first element group (the Mode of
+// Exposure, not of WhiteBalance): from the
 // group's row up to the next row named by one of boundaries (a 0-ended
 // list). Returns VALUE_ABSENT, VALUE_READ or VALUE_REFUSED like requestText.
 int requestTextInGroup(const char* group, const char* name, const char* const* boundaries, char* buf, size_t n);

@@ -1,8 +1,5 @@
 // Focus and iris moves: checked against the device's imaging description and
-// sent to the camera's PTZ program the way zoom moves are (a position, a
-// number of steps, or a speed in percent that "continuous...move=0" stops).
-// Positions have verbs of their own: a "move" without pan and tilt could
-// send the head somewhere.
+// sent to the camera's PTZ program the way zoom moves are.
 #include "frame/frame.h"
 #include "frame/handlers.h"
 #include "frame/request_values.h"
@@ -18,7 +15,10 @@
 
 enum MoveKind { ABSOLUTE_MOVE, RELATIVE_MOVE, CONTINUOUS_MOVE, MOVE_KINDS };
 
-// What one motor (focus or iris) offers and how the PTZ program takes it.
+// What one motor (focus or iris) offers and how the PTZ program takes it: a
+// position, a number of steps, or a speed in percent that "continuous...move=0"
+// stops. Positions have verbs of their own: a "move" without pan and tilt
+// could send the head somewhere.
 struct LensMotor {
     const char* group;                 // the request element holding the move
     const char* name;                  // for the refusals

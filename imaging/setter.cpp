@@ -1,7 +1,5 @@
-// The imaging setter: one rule per setting says where it lies in the
-// request, how it is checked, which line of the settings file keeps it and
-// which camera parameter carries it; one pass checks all, then the file is
-// rewritten once and the camera told once.
+// The imaging setter: every setting of the request checked against the
+// description, then one rewrite of the source's settings file and one call.
 #include "frame/frame.h"
 #include "frame/handlers.h"
 #include "frame/request_values.h"
@@ -24,6 +22,8 @@ static int checkExactWord(char*) { return 0; }
 
 enum Unit { AS_GIVEN, EXPOSURE_TIME_UNIT };
 
+// One rule per setting: where it lies in the request, how it is checked,
+// which line of the settings file keeps it and which camera parameter carries it.
 struct SettingRule {
     const char* group;      // element group in the request, 0 at the top
     const char* element;
@@ -236,6 +236,9 @@ void SetImagingSettings()
         G_httpAck = 500;
         return;
     }
+    char ignored[4];
+    if (requestText("timg:ImagingSettings", ignored, sizeof ignored) == VALUE_ABSENT)
+        return refuseSettings("ImagingSettings is missing.");
     int persist;
     if (requestBool("timg:ForcePersistence", &persist) == VALUE_REFUSED)
         return refuseSettings("ForcePersistence is not a boolean.");

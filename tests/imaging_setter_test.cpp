@@ -323,6 +323,7 @@ TEST_F(ImagingSetter, ValuesOutsideTheOptionsAndHostileValuesChangeNothing)
         EXPECT_EQ(readFile(SOURCE_FILE), factorySettings) << settings;
         EXPECT_FALSE(exists("camera_calls.log")) << settings;
     }
+    EXPECT_EQ(imagingCall("SetImagingSettings", "<tt:Brightness>1</tt:Brightness>").status, 400);
     CgiResult persistence = imagingCall("SetImagingSettings", "<timg:ImagingSettings><tt:Brightness>1</tt:Brightness>"
                                         "</timg:ImagingSettings><timg:ForcePersistence>yes</timg:ForcePersistence>");
     EXPECT_EQ(persistence.status, 400);
