@@ -149,7 +149,7 @@ static int acceptValue(const SettingRule& r, const AbilityValue& bounds, char* t
         return 0;
     c->rule = &r;
     if (!bounds.isRange)
-        return wordListed(bounds.words, text) && snprintf(c->value, sizeof c->value, "%s", text) > 0;
+        return wordListed(bounds.words, text) && (size_t)snprintf(c->value, sizeof c->value, "%s", text) < sizeof c->value;
     if (!parseDecimal(text, bounds.min, bounds.max, &c->number))
         return 0;
     double stored = r.unit == EXPOSURE_TIME_UNIT ? exposureTimeForFile(c->number) : c->number;
