@@ -9,16 +9,8 @@ packages="g++ cmake ninja-build pkg-config libtinyxml-dev libgtest-dev lighttpd 
 # The simulated camera's stream and snapshots, and ffprobe for their tests.
 packages="$packages libgstrtspserver-1.0-dev gstreamer1.0-plugins-base gstreamer1.0-plugins-good"
 packages="$packages gstreamer1.0-plugins-ugly ffmpeg"
-missing=""
-for p in $packages; do
-    dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing="$missing $p"
-done
-if [ -n "$missing" ]; then
-    sudo=""
-    [ "$(id -u)" -eq 0 ] || sudo="sudo"
-    $sudo apt-get update -qq
-    DEBIAN_FRONTEND=noninteractive $sudo apt-get install -y -qq $missing
-fi
+. tools/packages.sh
+install_missing $packages
 
 # Once configured, ninja itself re-runs cmake when a CMakeLists.txt changes;
 # newly installed packages need a new look for the optional parts.
