@@ -46,7 +46,8 @@ void writeAudioNotSupportedFault();
 
 struct SettingContext;
 // Refuses (returns 1) a value the camera cannot take; may normalise the value
-// in place (lower case, unit). option is the rule's options entry text.
+// in place (lower case, unit) within its CONFIG_VALUE_SIZE buffer. option is
+// the text of the rule's options entry.
 typedef int (*SettingCheck)(char* value, const SettingContext* ctx, const char* option);
 
 struct SettingRule {
