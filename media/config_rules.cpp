@@ -82,6 +82,67 @@ int requestListedConfiguration(const ConfigKind* kind, const char* key, char* to
     return 1;
 }
 
+int requestOptionalConfiguration(const ConfigKind* kind, char* token, size_t tokenSize, char* fileName,
+                                 size_t fileSize, const char* handler)
+{
+    if (requestText("trt:ConfigurationToken", token, tokenSize) == VALUE_ABSENT) {
+        token[0] = 0;
+        fileName[0] = 0;
+        return 1;
+    }
+    return requestListedConfiguration(kind, "trt:ConfigurationToken", token, tokenSize, fileName, fileSize, handler);
+}
+
+int requestProfile(char* fileName, size_t n)
+{
+    char token[PROFILE_TOKEN_MAX + 1];
+    if (requestToken("trt:ProfileToken", token, sizeof token) == VALUE_READ &&
+        findProfile(token, fileName, n) == PROFILE_FOUND)
+        return 1;
+    writeNoProfileFault();
+    return 0;
+}
+
+int requestOptionalProfile(char* fileName, size_t n)
+{
+    char token[PROFILE_TOKEN_MAX + 1];
+    if (requestText("trt:ProfileToken", token, sizeof token) == VALUE_ABSENT) {
+        fileName[0] = 0;
+        return 1;
+    }
+    return requestProfile(fileName, n);
+}
+
+void answerConfigurationList(const ConfigKind* kind, const char* action, int listed)
+{
+    setResponse("<trt:%sResponse>", action);
+    if (listed)
+        appendConfigurationList(kind, "trt:Configurations");
+    appendResponse("</trt:%sResponse>", action);
+}
+
+void answerOneConfiguration(const ConfigKind* kind, const char* action)
+{
+    char token[CONFIG_TOKEN_MAX + 1], fileName[CONFIG_TOKEN_MAX + 16];
+    if (!requestListedConfiguration(kind, "trt:ConfigurationToken", token, sizeof token, fileName,
+                                    sizeof fileName, action))
+        return;
+    setResponse("<trt:%sResponse><trt:Configuration token=\"%s\">", action, token);
+    kind->printBody(fileName);
+    appendResponse("</trt:Configuration></trt:%sResponse>", action);
+}
+
+void appendOptionRange(const char* element, const char* range)
+{
+    long min = 0, max = 0;
+    parseOptionRange(range, &min, &max);
+    char numbers[80];
+    snprintf(numbers, sizeof numbers, "<tt:Min>%ld</tt:Min><tt:Max>%ld</tt:Max>", min, max);
+    appendResponse("<tt:%s>", element);
+    appendMarkup(numbers);
+    appendResponse("</tt:%s>", element);
+}
+
 int collectSourceTokens(const ConfigKind* kind, char (*tokens)[CONFIG_TOKEN_MAX + 1], int max)
 {
     FILE* list = fopenRoot(kind->listFile, "r");

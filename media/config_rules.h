@@ -32,6 +32,27 @@ int requestListedConfiguration(const ConfigKind* kind, const char* key, char* to
                                char* fileName, size_t fileSize, const char* handler);
 void writeNoConfigFault(const ConfigKind* kind);
 
+// An optional token: 1 when the request leaves it out (the token is then
+// empty) or it names a configuration of the kind; 0 after the NoConfig fault.
+int requestOptionalConfiguration(const ConfigKind* kind, char* token, size_t tokenSize, char* fileName,
+                                 size_t fileSize, const char* handler);
+
+// trt:ProfileToken names a profile (fileName gets its file); 0 after the
+// NoProfile fault. The optional form also accepts a request without one
+// (fileName is then empty).
+int requestProfile(char* fileName, size_t n);
+int requestOptionalProfile(char* fileName, size_t n);
+
+// The answers of the listing actions: <trt:<action>Response> with every
+// configuration of the kind (none when listed is 0), or the one the request's
+// trt:ConfigurationToken names.
+void answerConfigurationList(const ConfigKind* kind, const char* action, int listed);
+void answerOneConfiguration(const ConfigKind* kind, const char* action);
+
+// <tt:element><tt:Min>..</tt:Min><tt:Max>..</tt:Max></tt:element> of a
+// "min-max" options text.
+void appendOptionRange(const char* element, const char* range);
+
 // The distinct SourceToken values of the kind's configurations, in list order.
 #define MAX_SOURCES 8
 int collectSourceTokens(const ConfigKind* kind, char (*tokens)[CONFIG_TOKEN_MAX + 1], int max);

@@ -16,52 +16,23 @@
 
 #define COUNT(a) (int)(sizeof(a) / sizeof((a)[0]))
 
-static int requiredProfile(char* fileName, size_t n)
-{
-    char token[PROFILE_TOKEN_MAX + 1];
-    if (requestToken("trt:ProfileToken", token, sizeof token) == VALUE_READ &&
-        findProfile(token, fileName, n) == PROFILE_FOUND)
-        return 1;
-    writeNoProfileFault();
-    return 0;
-}
-
-static void answerList(const ConfigKind* kind, const char* action, int listed)
-{
-    setResponse("<trt:%sResponse>", action);
-    if (listed)
-        appendConfigurationList(kind, "trt:Configurations");
-    appendResponse("</trt:%sResponse>", action);
-}
-
-static void answerOne(const ConfigKind* kind, const char* action)
-{
-    char token[CONFIG_TOKEN_MAX + 1], fileName[CONFIG_TOKEN_MAX + 16];
-    if (!requestListedConfiguration(kind, "trt:ConfigurationToken", token, sizeof token, fileName,
-                                    sizeof fileName, action))
-        return;
-    setResponse("<trt:%sResponse><trt:Configuration token=\"%s\">", action, token);
-    kind->printBody(fileName);
-    appendResponse("</trt:Configuration></trt:%sResponse>", action);
-}
-
 // --- Video encoders ---
 
 void GetVideoEncoderConfigurations()
 {
-    answerList(&VIDEO_ENCODER_KIND, "GetVideoEncoderConfigurations", 1);
+    answerConfigurationList(&VIDEO_ENCODER_KIND, "GetVideoEncoderConfigurations", 1);
 }
 
 void GetVideoEncoderConfiguration()
 {
-    answerOne(&VIDEO_ENCODER_KIND, "GetVideoEncoderConfiguration");
+    answerOneConfiguration(&VIDEO_ENCODER_KIND, "GetVideoEncoderConfiguration");
 }
 
 void GetCompatibleVideoEncoderConfigurations()
 {
     char fileName[PROFILE_TOKEN_MAX + 16];
-    if (requiredProfile(fileName, sizeof fileName))
-        answerList(&VIDEO_ENCODER_KIND, "GetCompatibleVideoEncoderConfigurations", 1);
+    if (requestProfile(fileName, sizeof fileName))
+        answerConfigurationList(&VIDEO_ENCODER_KIND, "GetCompatibleVideoEncoderConfigurations", 1);
 }
 
 // What one encoder channel offers, as the options file states it.
@@ -86,15 +57,6 @@ static int readChannelOptions(int channel, ChannelOptions* o)
            parseOptionRange(o->quality, &min, &max) && parseOptionRange(o->frameRate, &min, &max) &&
            parseOptionRange(o->interval, &min, &max) && parseOptionRange(o->bitrate, &min, &max) &&
            parseOptionRange(o->govLength, &min, &max);
-}
-
-static void appendRange(const char* element, const char* range)
-{
-    long min = 0, max = 0;
-    parseOptionRange(range, &min, &max);
-    char text[160];
-    snprintf(text, sizeof text, "<tt:%s><tt:Min>%ld</tt:Min><tt:Max>%ld</tt:Max></tt:%s>", element, min, max, element);
-    appendMarkup(text);
 }
 
 static void appendResolutions(const char* list)
@@ -127,32 +89,32 @@ static void appendEncodingBlocks(const ChannelOptions* o, int withBitrate)
     if (optionListHas(o->encodings, "JPEG")) {
         appendMarkup("<tt:JPEG>");
         appendResolutions(o->resolutions);
-        appendRange("FrameRateRange", o->frameRate);
-        appendRange("EncodingIntervalRange", o->interval);
+        appendOptionRange("FrameRateRange", o->frameRate);
+        appendOptionRange("EncodingIntervalRange", o->interval);
         if (withBitrate)
-            appendRange("BitrateRange", o->bitrate);
+            appendOptionRange("BitrateRange", o->bitrate);
         appendMarkup("</tt:JPEG>");
     }
     if (optionListHas(o->encodings, "MPEG4")) {
         appendMarkup("<tt:MPEG4>");
         appendResolutions(o->resolutions);
-        appendRange("GovLengthRange", o->govLength);
-        appendRange("FrameRateRange", o->frameRate);
-        appendRange("EncodingIntervalRange", o->interval);
+        appendOptionRange("GovLengthRange", o->govLength);
+        appendOptionRange("FrameRateRange", o->frameRate);
+        appendOptionRange("EncodingIntervalRange", o->interval);
         appendListItems("tt:Mpeg4ProfilesSupported", o->mpeg4Profiles);
         if (withBitrate)
-            appendRange("BitrateRange", o->bitrate);
+            appendOptionRange("BitrateRange", o->bitrate);
         appendMarkup("</tt:MPEG4>");
     }
     if (optionListHas(o->encodings, "H264")) {
         appendMarkup("<tt:H264>");
         appendResolutions(o->resolutions);
-        appendRange("GovLengthRange", o->govLength);
-        appendRange("FrameRateRange", o->frameRate);
-        appendRange("EncodingIntervalRange", o->interval);
+        appendOptionRange("GovLengthRange", o->govLength);
+        appendOptionRange("FrameRateRange", o->frameRate);
+        appendOptionRange("EncodingIntervalRange", o->interval);
         appendListItems("tt:H264ProfilesSupported", o->h264Profiles);
         if (withBitrate)
-            appendRange("BitrateRange", o->bitrate);
+            appendOptionRange("BitrateRange", o->bitrate);
         appendMarkup("</tt:H264>");
     }
 }
@@ -161,25 +123,17 @@ static void appendEncodingBlocks(const ChannelOptions* o, int withBitrate)
 // profile binds, else the main channel. 0 after a fault.
 static int requestedChannel()
 {
-    char token[CONFIG_TOKEN_MAX + 1], fileName[CONFIG_TOKEN_MAX + 16];
-    int channel = 1;
-    if (requestText("trt:ConfigurationToken", token, sizeof token) != VALUE_ABSENT) {
-        if (!requestListedConfiguration(&VIDEO_ENCODER_KIND, "trt:ConfigurationToken", token, sizeof token,
-                                        fileName, sizeof fileName, "GetVideoEncoderConfigurationOptions"))
-            return 0;
+    char token[CONFIG_TOKEN_MAX + 1], fileName[CONFIG_TOKEN_MAX + 16], profileFile[PROFILE_TOKEN_MAX + 16];
+    char encoder[CONFIG_TOKEN_MAX + 1];
+    if (!requestOptionalConfiguration(&VIDEO_ENCODER_KIND, token, sizeof token, fileName, sizeof fileName,
+                                      "GetVideoEncoderConfigurationOptions") ||
+        !requestOptionalProfile(profileFile, sizeof profileFile))
+        return 0;
+    int channel = 0;
+    if (token[0])
         channel = encoderChannel(token);
-    }
-    char profile[PROFILE_TOKEN_MAX + 1], profileFile[PROFILE_TOKEN_MAX + 16], encoder[CONFIG_TOKEN_MAX + 1];
-    int read = requestToken("trt:ProfileToken", profile, sizeof profile);
-    if (read != VALUE_ABSENT) {
-        if (read != VALUE_READ || findProfile(profile, profileFile, sizeof profileFile) != PROFILE_FOUND) {
-            writeNoProfileFault();
-            return 0;
-        }
-        if (requestText("trt:ConfigurationToken", token, sizeof token) == VALUE_ABSENT &&
-            readProfileField(profileFile, "VideoEncoder=", encoder, sizeof encoder) && strcmp(encoder, "NONE") != 0)
-            channel = encoderChannel(encoder);
-    }
+    else if (profileFile[0] && readProfileField(profileFile, "VideoEncoder=", encoder, sizeof encoder))
+        channel = encoderChannel(encoder);
     return channel > 0 ? channel : 1;
 }
 
@@ -195,7 +149,7 @@ void GetVideoEncoderConfigurationOptions()
         return;
     }
     setResponse("<trt:GetVideoEncoderConfigurationOptionsResponse><trt:Options>");
-    appendRange("QualityRange", o.quality);
+    appendOptionRange("QualityRange", o.quality);
     appendEncodingBlocks(&o, 0);
     appendMarkup("<tt:Extension>");
     appendEncodingBlocks(&o, 1);
@@ -339,7 +293,7 @@ void SetVideoEncoderConfiguration()
 
 void GetAudioEncoderConfigurations()
 {
-    answerList(&AUDIO_ENCODER_KIND, "GetAudioEncoderConfigurations", cameraHasAudio());
+    answerConfigurationList(&AUDIO_ENCODER_KIND, "GetAudioEncoderConfigurations", cameraHasAudio());
 }
 
 void GetAudioEncoderConfiguration()
@@ -348,14 +302,14 @@ void GetAudioEncoderConfiguration()
         writeAudioNotSupportedFault();
         return;
     }
-    answerOne(&AUDIO_ENCODER_KIND, "GetAudioEncoderConfiguration");
+    answerOneConfiguration(&AUDIO_ENCODER_KIND, "GetAudioEncoderConfiguration");
 }
 
 void GetCompatibleAudioEncoder()
 {
     char fileName[PROFILE_TOKEN_MAX + 16];
-    if (requiredProfile(fileName, sizeof fileName))
-        answerList(&AUDIO_ENCODER_KIND, "GetCompatibleAudioEncoderConfigurations", cameraHasAudio());
+    if (requestProfile(fileName, sizeof fileName))
+        answerConfigurationList(&AUDIO_ENCODER_KIND, "GetCompatibleAudioEncoderConfigurations", cameraHasAudio());
 }
 
 void GetAudioEncoderConfigurationOptions()
@@ -364,17 +318,11 @@ void GetAudioEncoderConfigurationOptions()
         writeAudioNotSupportedFault();
         return;
     }
-    char token[CONFIG_TOKEN_MAX + 1], fileName[CONFIG_TOKEN_MAX + 16];
-    if (requestText("trt:ConfigurationToken", token, sizeof token) != VALUE_ABSENT &&
-        !requestListedConfiguration(&AUDIO_ENCODER_KIND, "trt:ConfigurationToken", token, sizeof token, fileName,
-                                    sizeof fileName, "GetAudioEncoderConfigurationOptions"))
+    char token[CONFIG_TOKEN_MAX + 1], fileName[CONFIG_TOKEN_MAX + 16], profileFile[PROFILE_TOKEN_MAX + 16];
+    if (!requestOptionalConfiguration(&AUDIO_ENCODER_KIND, token, sizeof token, fileName, sizeof fileName,
+                                      "GetAudioEncoderConfigurationOptions") ||
+        !requestOptionalProfile(profileFile, sizeof profileFile))
         return;
-    char profile[PROFILE_TOKEN_MAX + 1], profileFile[PROFILE_TOKEN_MAX + 16];
-    int read = requestToken("trt:ProfileToken", profile, sizeof profile);
-    if (read != VALUE_ABSENT && (read != VALUE_READ || findProfile(profile, profileFile, sizeof profileFile) != PROFILE_FOUND)) {
-        writeNoProfileFault();
-        return;
-    }
     char encodings[OPTION_TEXT_SIZE], encoding[32], entry[64], list[OPTION_TEXT_SIZE];
     readMediaOption(AUDIO_OPTIONS, "Encodings", encodings, sizeof encodings);
     setResponse("<trt:GetAudioEncoderConfigurationOptionsResponse><trt:Options>");

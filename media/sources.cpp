@@ -13,58 +13,6 @@
 
 #define COUNT(a) (int)(sizeof(a) / sizeof((a)[0]))
 
-// An optional ProfileToken must name a profile; 0 after writing the fault.
-static int optionalProfileExists()
-{
-    char token[PROFILE_TOKEN_MAX + 1], fileName[PROFILE_TOKEN_MAX + 16];
-    int read = requestToken("trt:ProfileToken", token, sizeof token);
-    if (read == VALUE_ABSENT)
-        return 1;
-    if (read == VALUE_READ && findProfile(token, fileName, sizeof fileName) == PROFILE_FOUND)
-        return 1;
-    writeNoProfileFault();
-    return 0;
-}
-
-// An optional ConfigurationToken must name a configuration of the kind.
-static int optionalConfigurationListed(const ConfigKind* kind, const char* handler)
-{
-    char token[CONFIG_TOKEN_MAX + 1], fileName[CONFIG_TOKEN_MAX + 16];
-    if (requestText("trt:ConfigurationToken", token, sizeof token) == VALUE_ABSENT)
-        return 1;
-    return requestListedConfiguration(kind, "trt:ConfigurationToken", token, sizeof token, fileName,
-                                      sizeof fileName, handler);
-}
-
-static int requiredProfileExists()
-{
-    char token[PROFILE_TOKEN_MAX + 1], fileName[PROFILE_TOKEN_MAX + 16];
-    if (requestToken("trt:ProfileToken", token, sizeof token) == VALUE_READ &&
-        findProfile(token, fileName, sizeof fileName) == PROFILE_FOUND)
-        return 1;
-    writeNoProfileFault();
-    return 0;
-}
-
-static void answerOneConfiguration(const ConfigKind* kind, const char* action, const char* handler)
-{
-    char token[CONFIG_TOKEN_MAX + 1], fileName[CONFIG_TOKEN_MAX + 16];
-    if (!requestListedConfiguration(kind, "trt:ConfigurationToken", token, sizeof token, fileName,
-                                    sizeof fileName, handler))
-        return;
-    setResponse("<trt:%sResponse><trt:Configuration token=\"%s\">", action, token);
-    kind->printBody(fileName);
-    appendResponse("</trt:Configuration></trt:%sResponse>", action);
-}
-
-static void answerConfigurationList(const ConfigKind* kind, const char* action, int listed)
-{
-    setResponse("<trt:%sResponse>", action);
-    if (listed)
-        appendConfigurationList(kind, "trt:Configurations");
-    appendResponse("</trt:%sResponse>", action);
-}
-
 // --- Video sources ---
 
 // The imaging settings a version 1.0 source carries; only well-formed values
@@ -124,30 +72,22 @@ void GetVideoSourceConfigurations()
 
 void GetVideoSourceConfiguration()
 {
-    answerOneConfiguration(&VIDEO_SOURCE_KIND, "GetVideoSourceConfiguration", "GetVideoSourceConfiguration");
+    answerOneConfiguration(&VIDEO_SOURCE_KIND, "GetVideoSourceConfiguration");
 }
 
 void GetCompatibleVideoSourceConfigurations()
 {
-    if (requiredProfileExists())
+    char profileFile[PROFILE_TOKEN_MAX + 16];
+    if (requestProfile(profileFile, sizeof profileFile))
         answerConfigurationList(&VIDEO_SOURCE_KIND, "GetCompatibleVideoSourceConfigurations", 1);
-}
-
-static void appendRange(const char* element, const char* range)
-{
-    long min = 0, max = 0;
-    parseOptionRange(range, &min, &max);
-    char text[64];
-    snprintf(text, sizeof text, "<tt:Min>%ld</tt:Min><tt:Max>%ld</tt:Max>", min, max);
-    appendResponse("<tt:%s>", element);
-    appendMarkup(text);
-    appendResponse("</tt:%s>", element);
 }
 
 void GetVideoSourceConfigurationOptions()
 {
-    if (!optionalConfigurationListed(&VIDEO_SOURCE_KIND, "GetVideoSourceConfigurationOptions") ||
-        !optionalProfileExists())
+    char token[CONFIG_TOKEN_MAX + 1], fileName[CONFIG_TOKEN_MAX + 16], profileFile[PROFILE_TOKEN_MAX + 16];
+    if (!requestOptionalConfiguration(&VIDEO_SOURCE_KIND, token, sizeof token, fileName, sizeof fileName,
+                                      "GetVideoSourceConfigurationOptions") ||
+        !requestOptionalProfile(profileFile, sizeof profileFile))
         return;
     static const char* const ranges[] = {"XRange", "YRange", "WidthRange", "HeightRange"};
     char text[COUNT(ranges)][OPTION_TEXT_SIZE], entry[64];
@@ -161,7 +101,7 @@ void GetVideoSourceConfigurationOptions()
     }
     setResponse("<trt:GetVideoSourceConfigurationOptionsResponse><trt:Options><tt:BoundsRange>");
     for (int i = 0; i < COUNT(ranges); ++i)
-        appendRange(ranges[i], text[i]);
+        appendOptionRange(ranges[i], text[i]);
     appendMarkup("</tt:BoundsRange>");
     char tokens[MAX_SOURCES][CONFIG_TOKEN_MAX + 1];
     int count = collectSourceTokens(&VIDEO_SOURCE_KIND, tokens, MAX_SOURCES);
@@ -270,12 +210,13 @@ void GetAudioSourceConfiguration()
         writeAudioNotSupportedFault();
         return;
     }
-    answerOneConfiguration(&AUDIO_SOURCE_KIND, "GetAudioSourceConfiguration", "GetAudioSourceConfiguration");
+    answerOneConfiguration(&AUDIO_SOURCE_KIND, "GetAudioSourceConfiguration");
 }
 
 void GetCompatibleAudioSource()
 {
-    if (requiredProfileExists())
+    char profileFile[PROFILE_TOKEN_MAX + 16];
+    if (requestProfile(profileFile, sizeof profileFile))
         answerConfigurationList(&AUDIO_SOURCE_KIND, "GetCompatibleAudioSourceConfigurations", cameraHasAudio());
 }
 
@@ -285,8 +226,10 @@ void GetAudioSourceConfigurationOptions()
         writeAudioNotSupportedFault();
         return;
     }
-    if (!optionalConfigurationListed(&AUDIO_SOURCE_KIND, "GetAudioSourceConfigurationOptions") ||
-        !optionalProfileExists())
+    char token[CONFIG_TOKEN_MAX + 1], fileName[CONFIG_TOKEN_MAX + 16], profileFile[PROFILE_TOKEN_MAX + 16];
+    if (!requestOptionalConfiguration(&AUDIO_SOURCE_KIND, token, sizeof token, fileName, sizeof fileName,
+                                      "GetAudioSourceConfigurationOptions") ||
+        !requestOptionalProfile(profileFile, sizeof profileFile))
         return;
     char tokens[MAX_SOURCES][CONFIG_TOKEN_MAX + 1];
     int count = collectSourceTokens(&AUDIO_SOURCE_KIND, tokens, MAX_SOURCES);
