@@ -1,6 +1,5 @@
-// Media configuration kinds, their listings and token lookups, and the one
-// generic setter: every rule's value is read and checked before the file is
-// rewritten once and the camera's programs run once.
+// Media configuration kinds, listings, token lookups and the one generic setter
+// (all values checked before the file is rewritten and the programs run once).
 #include "media/config_rules.h"
 #include "frame/frame.h"
 #include "frame/request_values.h"

@@ -1,6 +1,5 @@
-// Video and audio encoder configurations: listings, the options of each
-// encoder channel as the model's options file gives them, the guaranteed
-// instances, and the setters' rule tables.
+// Video and audio encoder configurations: listings, each channel's options from
+// the model's options file, guaranteed instances, and the setters' rule tables.
 #include "frame/frame.h"
 #include "frame/handlers.h"
 #include "frame/request_values.h"

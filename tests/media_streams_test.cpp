@@ -1,7 +1,5 @@
-// Media streaming end to end: sources, encoder configurations and their
-// options by model, the generic setters and what they refuse, stream and
-// snapshot addresses from the client's Host, and multicast start and stop.
-// Every answer is checked against the ONVIF schema.
+// Media streaming end to end (sources, encoders and options by model, setters, addresses
+// from the client's Host, multicast), every answer checked against the ONVIF schema.
 #include "tests/fixture.h"
 
 #include <unistd.h>
