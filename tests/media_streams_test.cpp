@@ -254,6 +254,40 @@ TEST_F(MediaStreams, EncoderChangeRewritesExactlyItsKeysAndRestartsOnce)
               "/usr/apache/htdocs/cgi-bin/admin/param.cgi QUERY_STRING=action=update&Video.Ch2.Multicast.IPv4Address="
               "239.1.2.3&Video.Ch2.Multicast.Port=6000&Video.Ch2.Multicast.TTL=4&Video.Ch2.Multicast.AutoStart=true "
               "REMOTE_USER=Admin isOnvif=1\n");
+    // The programs run where and as whom the stream restart of the media service runs them.
+    writeFile("camera_calls.log", "");
+    word(2) = 16;
+    word(66) = 2;
+    EXPECT_EQ(ask(encoderSet("VideoEncoder3", "<tt:RateControl><tt:FrameRateLimit>10</tt:FrameRateLimit>"
+                                              "</tt:RateControl>")).status, 200);
+    EXPECT_EQ(cameraCalls(),
+              "/usr/apache/htdocs/vantor-cgi/admin/param.cgi QUERY_STRING=action=update&Video.Ch3.FrameRate=10 "
+              "REMOTE_USER=root isOnvif=1\n"
+              "/usr/apache/htdocs/vantor-cgi/h264/restart_stream.cgi REMOTE_USER=root\n");
+}
+
+TEST_F(MediaStreams, WhatAGetReportsCanBeSetBackUnchanged)
+{
+    // Clients edit the configuration they were given and send all of it back.
+    word(76) = 1;
+    word(2) = 11;  // the variant whose sample rates are given in kHz, as the files keep them
+    struct Case { const char* kind; const char* token; };
+    for (const Case& c : {Case{"VideoEncoder", "VideoEncoder1"}, Case{"VideoEncoder", "VideoEncoder2"},
+                          Case{"VideoEncoder", "VideoEncoder3"}, Case{"VideoEncoder", "VideoEncoder4"},
+                          Case{"VideoSource", "VideoSrcConfig1"}, Case{"AudioSource", "AudioSrcConfig1"},
+                          Case{"AudioEncoder", "AudioEncoder1"}}) {
+        std::string kind = c.kind;
+        CgiResult got = ask(withToken("Get" + kind + "Configuration", "ConfigurationToken", c.token));
+        size_t begin = got.envelopeBody.find("<trt:Configuration ");
+        size_t end = got.envelopeBody.find("</trt:Configuration>");
+        ASSERT_NE(begin, std::string::npos) << c.token;
+        ASSERT_NE(end, std::string::npos) << c.token;
+        std::string configuration = got.envelopeBody.substr(begin, end + 20 - begin);
+        CgiResult set = ask("<trt:Set" + kind + "Configuration>" + configuration +
+                            "<trt:ForcePersistence>true</trt:ForcePersistence></trt:Set" + kind + "Configuration>");
+        EXPECT_EQ(set.status, 200) << c.token << set.envelopeBody;
+    }
+    EXPECT_EQ(cameraCalls(), "");
 }
 
 TEST_F(MediaStreams, EncoderChangeToAnotherEncodingOfTheChannel)
