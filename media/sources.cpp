@@ -99,12 +99,16 @@ void GetVideoSourceConfigurationOptions()
             return;
         }
     }
+    char tokens[MAX_SOURCES][CONFIG_TOKEN_MAX + 1];
+    int count = collectSourceTokens(&VIDEO_SOURCE_KIND, tokens, MAX_SOURCES);
+    if (count == 0) {
+        actionNotServed();  // options name at least one source
+        return;
+    }
     setResponse("<trt:GetVideoSourceConfigurationOptionsResponse><trt:Options><tt:BoundsRange>");
     for (int i = 0; i < COUNT(ranges); ++i)
         appendOptionRange(ranges[i], text[i]);
     appendMarkup("</tt:BoundsRange>");
-    char tokens[MAX_SOURCES][CONFIG_TOKEN_MAX + 1];
-    int count = collectSourceTokens(&VIDEO_SOURCE_KIND, tokens, MAX_SOURCES);
     for (int i = 0; i < count; ++i)
         appendElement("tt:VideoSourceTokensAvailable", tokens[i]);
     appendMarkup("</trt:Options></trt:GetVideoSourceConfigurationOptionsResponse>");
