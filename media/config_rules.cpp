@@ -243,9 +243,13 @@ static int readRule(SettingContext* ctx, int i)
     ctx->given[i] = 1;
     if (!rule->key)
         return 1;
-    for (int j = 0; j < ctx->count; ++j)
-        if (ctx->rules[j].key && strcmp(ctx->rules[j].key, rule->key) == 0)
+    // Every rule of the key carries the value, so the first of them can speak for it.
+    for (int j = 0; j < ctx->count; ++j) {
+        if (ctx->rules[j].key && strcmp(ctx->rules[j].key, rule->key) == 0) {
             snprintf(ctx->value[j], CONFIG_VALUE_SIZE, "%s", text);
+            ctx->given[j] = 1;
+        }
+    }
     return 1;
 }
 

@@ -297,6 +297,12 @@ TEST_F(MediaStreams, EncoderChangeToAnotherEncodingOfTheChannel)
     EXPECT_EQ(r.status, 200) << r.envelopeBody;
     CgiResult after = ask(withToken("GetVideoEncoderConfiguration", "ConfigurationToken", "VideoEncoder2"));
     EXPECT_EQ(has(after, "<tt:MPEG4><tt:GovLength>25</tt:GovLength><tt:Mpeg4Profile>ASP</tt:Mpeg4Profile></tt:MPEG4>"), "");
+    EXPECT_EQ(cameraCalls(),
+              "/usr/apache/htdocs/cgi-bin/admin/param.cgi QUERY_STRING=action=update&Video.Ch2.Encoding=MPEG4"
+              "&Video.Ch2.GovLength=25&Video.Ch2.Profile=ASP REMOTE_USER=Admin isOnvif=1\n"
+              "/usr/apache/htdocs/cgi-bin/h264/restart_stream.cgi REMOTE_USER=Admin\n");
+    EXPECT_NE(readFile(VENC2).find("Encoding=MPEG4\n"), std::string::npos);
+    EXPECT_NE(readFile(VENC2).find("GovLength=25\nProfile=ASP\n"), std::string::npos);
     // MPEG-4 without a profile of its own would keep the H.264 one: refused.
     EXPECT_EQ(ask(encoderSet("VideoEncoder3", "<tt:Encoding>MPEG4</tt:Encoding>")).status, 400);
     EXPECT_EQ(ask(encoderSet("VideoEncoder2", "<tt:Encoding>H264</tt:Encoding>")).status, 400);
