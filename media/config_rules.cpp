@@ -324,7 +324,7 @@ int applySettingRules(SettingContext* ctx)
     if (parameters)
         runSettingsProgram(query);
     if (restart)
-        runCameraProgram("", "h264/restart_stream.cgi");
+        runCameraProgramWith("h264/restart_stream.cgi", 0, 0);
     return SETTING_DONE;
 }
 

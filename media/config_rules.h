@@ -5,7 +5,7 @@
 
 #include <stddef.h>
 
-#include "media/profiles.h"
+#include "state/profiles.h"
 
 struct ConfigKind {
     const char* listFile;       // names one configuration file per line

@@ -5,7 +5,7 @@
 #include "frame/request_values.h"
 #include "media/config_rules.h"
 #include "media/media_options.h"
-#include "media/profiles.h"
+#include "state/profiles.h"
 #include "state/checkers.h"
 #include "state/config.h"
 #include "state/shm.h"

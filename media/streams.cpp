@@ -3,7 +3,7 @@
 #include "frame/frame.h"
 #include "frame/handlers.h"
 #include "frame/request_values.h"
-#include "media/profiles.h"
+#include "state/profiles.h"
 #include "state/checkers.h"
 #include "state/command.h"
 #include "state/config.h"
