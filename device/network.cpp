@@ -439,7 +439,6 @@ static int applyNetworkRules(const NetworkSetter* setter, int* restartNeeded)
     static PendingValues pending;
     memset(&pending, 0, sizeof pending);
     *restartNeeded = 0;
-    readNetworkSettings(&pending.stored, setter->action);
     for (const NetworkRule& rule : NETWORK_RULES) {
         if (strcmp(rule.action, setter->action) != 0)
             continue;
@@ -459,6 +458,8 @@ static int applyNetworkRules(const NetworkSetter* setter, int* restartNeeded)
         v->rule = &rule;
         ++pending.count;
     }
+    // Read only now: a refused request costs no wait on the settings file.
+    readNetworkSettings(&pending.stored, setter->action);
     if (setter->agree && !setter->agree(&pending))
         return 0;
 
