@@ -508,9 +508,9 @@ static int agreeNtpServer(const PendingValues* p)
     if (type && strcmp(type, "DNS") == 0 && name && !ipv4)
         return 1;
     if (type && strcmp(type, "DNS") == 0)
-        refuseRequestValue("InvalidDnsName", "Invalid data", "The NTP server's DNSname does not match its Type");
+        refuseRequestValue("InvalidDnsName", "Invalid data", "The NTP server's name does not match its Type");
     else
-        refuseRequestValue("InvalidIPv4Address", "Invalid data", "The NTP server's IPv4Address does not match its Type");
+        refuseRequestValue("InvalidIPv4Address", "Invalid data", "The NTP server's address does not match its Type");
     return 0;
 }
 
