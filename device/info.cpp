@@ -124,7 +124,7 @@ void GetCapabilityResponse()
 {
     char service[96], xaddr[128];
     if (!deviceServiceAddress(service, sizeof service) ||
-        (size_t)snprintf(xaddr, sizeof xaddr, "%s/onvif/device_service", service) >= sizeof xaddr) {
+        !formatChecked(xaddr, sizeof xaddr, "%s/onvif/device_service", service)) {
         G_httpAck = 500;
         return;
     }

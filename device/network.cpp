@@ -8,6 +8,7 @@
 #include "state/command.h"
 #include "state/config.h"
 #include "state/netaddr.h"
+#include "state/paths.h"
 
 #include <stdio.h>
 #include <stdlib.h>
@@ -60,13 +61,12 @@ struct NetworkSettings {
 static void readNetworkSettings(NetworkSettings* s, const char* func)
 {
     memset(s, 0, sizeof *s);
-    FILE* f = openSettingsFile(ONVIF_CONF_FILE, "ONVIF_CONF_FILE", func, 1);
-    char line[512];
-    while (fgets(line, sizeof line, f))
+    forEachLine(openSettingsFile(ONVIF_CONF_FILE, "ONVIF_CONF_FILE", func, 1), [&](const char* line) {
         for (size_t i = 0; i < NETWORK_KEY_COUNT; ++i)
             if (strncmp(line, NETWORK_KEYS[i], strlen(NETWORK_KEYS[i])) == 0)
                 scanSettingLine(line, NETWORK_KEYS[i], s->values[i], NETWORK_VALUE_SIZE, 0);
-    fclose(f);
+        return true;
+    });
 }
 
 static const char* setting(const NetworkSettings* s, const char* key)
@@ -98,9 +98,8 @@ static long numberOr(const char* text, long min, long max, long fallback)
 static int prefixToMask(long prefix, char* out, size_t n)
 {
     unsigned long mask = prefix <= 0 ? 0 : (0xFFFFFFFFUL << (32 - prefix)) & 0xFFFFFFFFUL;
-    int written = snprintf(out, n, "%lu.%lu.%lu.%lu", (mask >> 24) & 255, (mask >> 16) & 255, (mask >> 8) & 255,
-                           mask & 255);
-    return written > 0 && (size_t)written < n;
+    return formatChecked(out, n, "%lu.%lu.%lu.%lu", (mask >> 24) & 255, (mask >> 16) & 255, (mask >> 8) & 255,
+                         mask & 255);
 }
 
 // The prefix length of a dotted mask of contiguous ones; -1 for anything else.
@@ -308,18 +307,11 @@ struct Span {
     int from, to;  // rows [from, to)
 };
 
-static int rowOf(const char* element, int from)
-{
-    char probe[8];
-    int row = -1;
-    return requestTextFrom(element, from, &row, probe, sizeof probe) == VALUE_ABSENT ? -1 : row;
-}
-
 static int nextSectionRow(const NetworkSetter* setter, int from)
 {
-    int first = XML_TABLE_ROWS;
+    int first = requestRows();
     for (const char* const* s = setter->sections; *s; ++s) {
-        int row = rowOf(*s, from);
+        int row = requestRowOf(*s, from);
         if (row >= 0 && row < first)
             first = row;
     }
@@ -346,7 +338,7 @@ static int sectionSpan(const NetworkSetter* setter, const NetworkRule* rule, Spa
         return 1;
     }
     for (int from = 1;;) {
-        int row = rowOf(rule->section, from);
+        int row = requestRowOf(rule->section, from);
         if (row < 0)
             return 0;
         span->from = row + 1;
@@ -363,7 +355,7 @@ static int sectionSpan(const NetworkSetter* setter, const NetworkRule* rule, Spa
 static int checkEveryOccurrence(const NetworkSetter* setter, const NetworkRule* rule)
 {
     for (int from = 1;;) {
-        int row = rowOf(rule->section, from);
+        int row = requestRowOf(rule->section, from);
         if (row < 0)
             return 1;
         Span span = {row + 1, nextSectionRow(setter, row + 1)};
@@ -419,16 +411,14 @@ static int parameterText(const PendingValue* v, char* out, size_t n)
 {
     switch (v->rule->form) {
     case YES_NO:
-        return snprintf(out, n, "%s", strcmp(v->value, "true") == 0 ? "yes" : "no") > 0;
+        return formatChecked(out, n, "%s", strcmp(v->value, "true") == 0 ? "yes" : "no");
     case BOOT_PROTOCOL:
-        return snprintf(out, n, "%s", strcmp(v->value, "true") == 0 ? "dhcp" : "none") > 0;
+        return formatChecked(out, n, "%s", strcmp(v->value, "true") == 0 ? "dhcp" : "none");
     case PREFIX_AS_MASK:
         return prefixToMask(atol(v->value), out, n);
     case AS_GIVEN:
-    default: {
-        int written = snprintf(out, n, "%s", v->value);
-        return written >= 0 && (size_t)written < n;
-    }
+    default:
+        return formatChecked(out, n, "%s", v->value);
     }
 }
 

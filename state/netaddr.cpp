@@ -75,13 +75,7 @@ int serviceAddressFor(const char* ip, char* out, size_t n)
 {
     int port = deviceHttpPort();
     // Port 80 keeps the address texts clients have always been given.
-    int written = port == 80 ? snprintf(out, n, "http://%s", ip) : snprintf(out, n, "http://%s:%d", ip, port);
-    if (written < 0 || (size_t)written >= n) {
-        if (n)
-            out[0] = 0;
-        return 0;
-    }
-    return 1;
+    return port == 80 ? formatChecked(out, n, "http://%s", ip) : formatChecked(out, n, "http://%s:%d", ip, port);
 }
 
 int deviceServiceAddress(char* out, size_t n)
