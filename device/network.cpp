@@ -97,8 +97,9 @@ static long numberOr(const char* text, long min, long max, long fallback)
 
 static int prefixToMask(long prefix, char* out, size_t n)
 {
-    unsigned long mask = prefix <= 0 ? 0 : (0xFFFFFFFFUL << (32 - prefix)) & 0xFFFFFFFFUL;
-    return formatChecked(out, n, "%lu.%lu.%lu.%lu", (mask >> 24) & 255, (mask >> 16) & 255, (mask >> 8) & 255,
+    // 64 bits wide: the camera's long is 32, and a shift by 32 is undefined there.
+    unsigned long long mask = prefix <= 0 ? 0 : (0xFFFFFFFFULL << (32 - prefix)) & 0xFFFFFFFFULL;
+    return formatChecked(out, n, "%llu.%llu.%llu.%llu", (mask >> 24) & 255, (mask >> 16) & 255, (mask >> 8) & 255,
                          mask & 255);
 }
 
@@ -110,11 +111,11 @@ static long maskToPrefix(const char* mask)
     unsigned a, b, c, d;
     if (sscanf(mask, "%u.%u.%u.%u", &a, &b, &c, &d) != 4)
         return -1;
-    unsigned long bits = ((unsigned long)a << 24) | (b << 16) | (c << 8) | d;
+    unsigned long long bits = ((unsigned long long)a << 24) | (b << 16) | (c << 8) | d;
     long prefix = 0;
-    while (prefix < 32 && (bits & (0x80000000UL >> prefix)))
+    while (prefix < 32 && (bits & (0x80000000ULL >> prefix)))
         ++prefix;
-    return (bits & (0xFFFFFFFFUL >> prefix)) ? -1 : prefix;
+    return (bits & (0xFFFFFFFFULL >> prefix)) ? -1 : prefix;
 }
 
 // ---------------------------------------------------------------------------
