@@ -464,6 +464,7 @@ static int applyNetworkRules(const NetworkSetter* setter, int* restartNeeded)
             continue;
         char text[NETWORK_VALUE_SIZE];
         if (!parameterText(v, text, sizeof text) || !appendQueryParam(query, sizeof query, v->rule->parameter, text)) {
+            logServiceError(setter->action, "%s", "settings query too long");
             G_httpAck = 500;
             return 0;
         }
