@@ -242,8 +242,32 @@ static int replaceKeyLine(const char* line, FILE* out, void* ctx)
     return 1;
 }
 
+int namesKeyOfFile(const char* path, const char* text)
+{
+    FILE* f = fopenRoot(path, "r");
+    if (!f)
+        return 0;
+    char line[1024], key[1024];
+    int named = 0, continuation = 0;
+    while (!named && fgets(line, sizeof line, f)) {
+        const char* equals = continuation ? 0 : strchr(line, '=');
+        size_t len = strlen(line);
+        continuation = len > 0 && line[len - 1] != '\n';
+        if (!equals || equals == line)
+            continue;
+        size_t keyLength = (size_t)(equals - line) + 1;  // with its '='
+        memcpy(key, line, keyLength);
+        key[keyLength] = 0;
+        named = strstr(text, key) != 0;
+    }
+    fclose(f);
+    return named;
+}
+
 int rewriteKeyInFile(const char* path, const char* key, const char* value)
 {
+    if (namesKeyOfFile(path, value))
+        return -3;
     KeyEdit e = {key, value};
     return rewriteFileThroughWorkCopy(path, replaceKeyLine, &e);
 }

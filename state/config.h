@@ -57,7 +57,13 @@ int copyFileThroughWorkCopy(const char* source, const char* target);
 // Replaces the whole content of a file the same safe way (creates it if needed).
 int replaceFileContent(const char* path, const char* content);
 
+// 1 when text holds a key of the key=value file at path followed by "=":
+// readers find keys anywhere in a line, so such a stored value would read
+// back as that other setting.
+int namesKeyOfFile(const char* path, const char* text);
+
 // Replaces every line of path that contains key (with its '=') by key+value.
+// -3, with nothing written, when the value names a key of the file (above).
 int rewriteKeyInFile(const char* path, const char* key, const char* value);
 
 // rewriteKeyInFile on ONVIF_CONF_FILE.
