@@ -204,6 +204,27 @@ int replaceFileContent(const char* path, const char* content)
     return commitWorkCopy(work, workName, real);
 }
 
+int keepFileTail(const char* path, long offset)
+{
+    char real[512], workName[600];
+    FILE* src = fopen(resolvePath(path, real, sizeof real), "r");
+    if (!src)
+        return -1;
+    struct stat st;
+    mode_t mode = fstat(fileno(src), &st) == 0 ? (st.st_mode & 07777) : 0644;
+    FILE* work = fseek(src, offset, SEEK_SET) == 0 ? openWorkCopy(real, workName, sizeof workName, mode) : 0;
+    if (!work) {
+        fclose(src);
+        return -1;
+    }
+    char buffer[4096];
+    size_t n;
+    while ((n = fread(buffer, 1, sizeof buffer, src)) > 0)
+        fwrite(buffer, 1, n, work);
+    fclose(src);
+    return commitWorkCopy(work, workName, real);
+}
+
 int copyFileThroughWorkCopy(const char* source, const char* target)
 {
     char realSource[512], realTarget[512], workName[600];

@@ -54,6 +54,10 @@ int rewriteFileThroughWorkCopy(const char* path, LineEditor edit, void* ctx);
 // Replaces target with a copy of source, the same safe way. Returns 0 or -1.
 int copyFileThroughWorkCopy(const char* source, const char* target);
 
+// Replaces a file with its own bytes from offset on, the same safe way.
+// Returns 0 or -1 (the file is then unchanged).
+int keepFileTail(const char* path, long offset);
+
 // Replaces the whole content of a file the same safe way (creates it if needed).
 int replaceFileContent(const char* path, const char* content);
 
