@@ -1,5 +1,6 @@
 // Settings files: the reading pattern, the line reader and safe rewrites.
 #include "state/config.h"
+#include "state/command.h"
 #include "state/paths.h"
 #include "state/shm.h"
 
@@ -13,8 +14,12 @@
 #include <time.h>
 #include <unistd.h>
 
+void (*G_sleepHook)(int ms);
+
 void sleepMs(int ms)
 {
+    if (G_sleepHook)
+        return G_sleepHook(ms);
     struct timespec ts;
     ts.tv_sec = ms / 1000;
     ts.tv_nsec = (long)(ms % 1000) * 1000000L;
@@ -301,6 +306,7 @@ int Update_ONVIF_CONF_FILE(const char* key, const char* value)
 // Appends one line to a log file by running /bin/echo through the shell, as
 // the camera's other tools expect; the message is single-quoted and line
 // breaks become spaces, so it lands as one line and nothing in it runs.
+__attribute__((format(printf, 2, 0)))
 static void echoToLog(const char* logPath, const char* fmt, va_list ap)
 {
     char msg[512];
@@ -313,7 +319,7 @@ static void echoToLog(const char* logPath, const char* fmt, va_list ap)
         !shellQuotedPath(logPath, quotedLog, sizeof quotedLog))
         return;
     snprintf(cmd, sizeof cmd, "/bin/echo %s >> %s", quotedMsg, quotedLog);
-    if (system(cmd)) {}
+    runShellCommand(cmd);
 }
 
 int log_message_to_onvifErrorFile(int flag, const char* fmt, ...)

@@ -85,6 +85,9 @@ void logServiceError(const char* func, const char* fmt, ...)
 
 // Sleeps for the given milliseconds.
 void sleepMs(int ms);
+// When set, sleepMs calls it instead of sleeping: the fuzz target runs
+// thousands of requests a second through handlers that wait. 0 in the program.
+extern void (*G_sleepHook)(int ms);
 
 int getch();
 
