@@ -18,6 +18,14 @@ for body in build-fuzz/bodies/*; do
     seed="build-fuzz/seeds/$(basename "$body")"
     [ -f "$seed" ] || { printf '\000'; cat "$body"; } > "$seed"
 done
-exec build-fuzz/request_fuzzer -max_total_time="$seconds" -max_len=65537 -timeout=30 -rss_limit_mb=2048 \
+# The target's sandbox roots live here, so that none outlives a finding.
+TMPDIR="$PWD/build-fuzz/tmp"
+export TMPDIR
+rm -rf "$TMPDIR"
+mkdir -p "$TMPDIR"
+status=0
+build-fuzz/request_fuzzer -max_total_time="$seconds" -max_len=65537 -timeout=30 -rss_limit_mb=2048 \
     -dict=tests/fuzz/onvif.dict -artifact_prefix=build-fuzz/ -print_final_stats=1 \
-    build-fuzz/corpus build-fuzz/seeds
+    build-fuzz/corpus build-fuzz/seeds || status=$?
+rm -rf "$TMPDIR"
+exit $status

@@ -246,8 +246,11 @@ void removeSandbox()
 
 extern "C" int LLVMFuzzerInitialize(int*, char***)
 {
-    char tmpl[] = "/tmp/onvif-fuzz-XXXXXX";
-    if (!mkdtemp(tmpl))
+    // Under TMPDIR, which tools/fuzz.sh points into build-fuzz/: a finding
+    // aborts before the sandbox can be removed, and the script removes it.
+    const char* tmp = getenv("TMPDIR");
+    std::string tmpl = std::string(tmp && *tmp ? tmp : "/tmp") + "/onvif-fuzz-XXXXXX";
+    if (!mkdtemp(&tmpl[0]))
         abort();
     sandbox = tmpl;
     root = sandbox + "/root";
