@@ -124,21 +124,26 @@ TEST_F(HostileInput, ListsPastTheElementTablesChangeNothing)
 TEST_F(HostileInput, StoredValuesNeverNameAnotherSetting)
 {
     const std::string conf = readFile(CONF), mirror = readFile(CONF_MIRROR);
-    for (const std::string& request : {
-             std::string("<tds:AddScopes><tds:ScopeItem>onvif://www.onvif.org/name/Brand=&lt;b&gt;Evil"
-                         "</tds:ScopeItem></tds:AddScopes>"),
-             std::string("<tds:AddScopes><tds:ScopeItem>onvif://www.onvif.org/name/a</tds:ScopeItem>"
-                         "<tds:ScopeItem>onvif://x/FixedScopes=onvif://www.onvif.org/type/ptz</tds:ScopeItem>"
-                         "</tds:AddScopes>"),
-             std::string("<tds:SetScopes><tds:Scopes>onvif://www.onvif.org/name/Model%3DEvil</tds:Scopes>"
-                         "</tds:SetScopes>"),
-             std::string("<tds:SetDiscoveryMode><tds:DiscoveryMode>MAC=evil</tds:DiscoveryMode>"
-                         "</tds:SetDiscoveryMode>"),
+    const char KEY_FAULT[] = "A value may not hold the name of a setting";
+    struct Case { std::string request; const char* fault; };
+    for (const Case& c : {
+             Case{"<tds:AddScopes><tds:ScopeItem>onvif://www.onvif.org/name/Brand=&lt;b&gt;Evil"
+                  "</tds:ScopeItem></tds:AddScopes>", KEY_FAULT},
+             Case{"<tds:AddScopes><tds:ScopeItem>onvif://www.onvif.org/name/a</tds:ScopeItem>"
+                  "<tds:ScopeItem>onvif://x/FixedScopes=onvif://www.onvif.org/type/ptz</tds:ScopeItem>"
+                  "</tds:AddScopes>", KEY_FAULT},
+             Case{"<tds:SetScopes><tds:Scopes>onvif://www.onvif.org/name/Model%3DEvil</tds:Scopes>"
+                  "</tds:SetScopes>", KEY_FAULT},
+             Case{"<tds:SetDiscoveryMode><tds:DiscoveryMode>MAC=evil</tds:DiscoveryMode></tds:SetDiscoveryMode>",
+                  KEY_FAULT},
+             // A zone name is any text before its offset.
+             Case{"<tds:SetSystemDateAndTime><tds:DateTimeType>NTP</tds:DateTimeType>"
+                  "<tds:TimeZone><tt:TZ>Brand=Evil-1</tt:TZ></tds:TimeZone></tds:SetSystemDateAndTime>",
+                  "ter:InvalidTimeZone"},
          }) {
-        CgiResult r = call(request);
-        EXPECT_EQ(r.status, 400) << request;
-        EXPECT_NE(r.envelopeBody.find("A value may not hold the name of a setting"), std::string::npos)
-            << r.envelopeBody;
+        CgiResult r = call(c.request);
+        EXPECT_EQ(r.status, 400) << c.request;
+        EXPECT_NE(r.envelopeBody.find(c.fault), std::string::npos) << r.envelopeBody;
         EXPECT_EQ(readFile(CONF), conf);
         EXPECT_EQ(readFile(CONF_MIRROR), mirror);
     }
