@@ -84,7 +84,8 @@ static void writeValueNamesKeyFault()
 }
 
 // The settings file is read by finding keys anywhere in a line, so a scope
-// that holds "Brand=" would later read back as the brand.
+// that holds "Brand=" would later read back as the brand; the scope listing
+// tells its kinds apart by the bare key words.
 static int refuseScopesNamingKeys(const char* plainName, int storedDecoded)
 {
     for (int row = 1; row < G_xmlElementNum && row < XML_TABLE_ROWS; ++row) {
@@ -93,7 +94,9 @@ static int refuseScopesNamingKeys(const char* plainName, int storedDecoded)
         char decoded[SCOPE_SIZE];
         if (storedDecoded)
             url_decode(ElementBuffer2[row], decoded, sizeof decoded);
-        if (namesKeyOfFile(ONVIF_CONF_FILE, storedDecoded ? decoded : ElementBuffer2[row])) {
+        const char* stored = storedDecoded ? decoded : ElementBuffer2[row];
+        if (namesKeyOfFile(ONVIF_CONF_FILE, stored) || strstr(stored, "FixedScopes") ||
+            strstr(stored, "ConfigurableScopes")) {
             writeValueNamesKeyFault();
             return 1;
         }

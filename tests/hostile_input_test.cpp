@@ -1,6 +1,6 @@
 // Requests an attacker would send: bodies shaped to make parsing costly,
 // lists longer than the element tables, values that would read back as other
-// settings, and malformed event filters.
+// settings, malformed event filters; and an event backlog larger than an answer.
 #include "frame/prescan.h"
 #include "tests/fixture.h"
 
@@ -134,6 +134,9 @@ TEST_F(HostileInput, StoredValuesNeverNameAnotherSetting)
                   "</tds:AddScopes>", KEY_FAULT},
              Case{"<tds:SetScopes><tds:Scopes>onvif://www.onvif.org/name/Model%3DEvil</tds:Scopes>"
                   "</tds:SetScopes>", KEY_FAULT},
+             // The scope listing tells fixed from configurable by the bare word.
+             Case{"<tds:AddScopes><tds:ScopeItem>onvif://www.onvif.org/name/FixedScopes</tds:ScopeItem>"
+                  "</tds:AddScopes>", KEY_FAULT},
              Case{"<tds:SetDiscoveryMode><tds:DiscoveryMode>MAC=evil</tds:DiscoveryMode></tds:SetDiscoveryMode>",
                   KEY_FAULT},
              // A zone name is any text before its offset.
