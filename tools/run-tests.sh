@@ -1,11 +1,12 @@
 #!/bin/sh
 # Sets up, builds and runs every test: a normal build, a build with
 # AddressSanitizer and UndefinedBehaviorSanitizer, and the camera build for
-# armel (32-bit ARM) under qemu-arm (ONVIF_SKIP_ARMEL=1 leaves it out). When
-# clang is installed (tools/setup.sh --fuzz), the request fuzz target then
-# runs for 60 seconds on the tests' own request bodies.
+# armel (32-bit ARM) under qemu-arm (ONVIF_SKIP_ARMEL=1 leaves it out), and
+# the request fuzz target for 60 seconds on the tests' own request bodies.
 set -eu
 cd "$(dirname "$0")/.."
+. tools/packages.sh
+install_missing clang libclang-rt-14-dev
 tools/setup.sh --asan
 # A whole run: every expected schema exception must still be seen.
 export ONVIF_SCHEMA_ALL=1
