@@ -1,0 +1,70 @@
+#!/bin/sh
+# One real client library's flow against its own simulated camera on free
+# loopback ports: starts the camera, runs tests/clients/FLOW (a node or
+# python script), stops everything it started. usage: client_flow_test.sh FLOW
+set -u
+top=$(cd "$(dirname "$0")/.." && pwd)
+flow="$1"
+work=$(mktemp -d /tmp/onvif-client-XXXXXX)
+root="$work/root"
+sim=""
+client=""
+
+. "$top/tests/ports.sh"
+camera_ports
+
+cleanup() {
+    trap - EXIT INT TERM
+    [ -n "$client" ] && kill "$client" 2>/dev/null
+    if [ -n "$sim" ]; then
+        kill -TERM "$sim" 2>/dev/null
+        wait "$sim" 2>/dev/null
+    fi
+    rm -rf "$work"
+}
+trap cleanup EXIT INT TERM
+fail() { echo "FAIL: $*"; cat "$work/log"; exit 1; }
+
+case "$flow" in
+    *.js)
+        command -v node >/dev/null || fail "node missing (Debian package nodejs; tools/setup.sh installs it)"
+        [ -d "$top/tests/clients/node_modules" ] || fail "tests/clients/node_modules missing: run 'npm ci' there (tools/setup.sh does)"
+        runner=node ;;
+    *.py)
+        python3 -c 'import zeep' 2>/dev/null || fail "zeep missing (Debian package python3-zeep; tools/setup.sh installs it)"
+        # Debian's python3 with Debian's zeep, whatever python3 is first on the path.
+        runner=/usr/bin/python3 ;;
+    *) fail "unknown flow $flow" ;;
+esac
+
+CAMERA_ROOT="$root" ONVIF_PORT=$port ONVIF_RTSP_PORT=$rtsp_port ONVIF_DISCOVERY_PORT=$discovery_port SKIP_SETUP=1 \
+    "$top/tools/simulated-camera.sh" > "$work/log" 2>&1 &
+sim=$!
+url="http://127.0.0.1:$port/onvif/device_service"
+answer=""
+for i in $(seq 1 100); do
+    answer=$(curl -s --max-time 10 -d @"$top/tools/sim/GetDeviceInformation.xml" "$url") && [ -n "$answer" ] && break
+    sleep 0.2
+done
+echo "$answer" | grep -q "GetDeviceInformationResponse" || fail "the simulated camera did not answer: $answer"
+
+# The flow gets five minutes; each of its steps bounds itself more tightly.
+(cd "$top/tests/clients" && exec env ONVIF_PORT=$port ONVIF_RTSP_PORT=$rtsp_port CAMERA_ROOT="$root" ONVIF_TOP="$top" \
+    timeout 300 $runner "$flow") &
+client=$!
+wait "$client"
+status=$?
+client=""
+
+kill -TERM "$sim"
+wait "$sim"
+sim=""
+ONVIF_ROOT="$root" "$top/build/onvif-shm" get 1 2>/dev/null && fail "segment left behind"
+grep -q "simulated camera stopped" "$work/log" || fail "no clean stop"
+if [ "$status" -ne 0 ]; then
+    echo "--- simulated camera log"
+    cat "$work/log"
+    [ -f "$root/tmp/onvif_error" ] && { echo "--- service error log"; tail -20 "$root/tmp/onvif_error"; }
+    exit 1
+fi
+echo PASS

@@ -1,0 +1,85 @@
+// The step runner the node client flows share: each step is bounded in time,
+// its outcome is one row of the closing table (pass, fail, or divergence: the
+// camera's known behaviour and the client's reaction, both as asserted), and
+// the process exits 1 when a step failed or an address left the loopback range.
+'use strict';
+const { refused } = require('./loopback');
+const { execFile } = require('child_process');
+const path = require('path');
+
+const rows = [];
+
+function within(seconds, promise, what) {
+    let timer;
+    return Promise.race([
+        promise,
+        new Promise((_, reject) => {
+            timer = setTimeout(() => reject(new Error(`${what}: no answer within ${seconds} s`)), seconds * 1000);
+        }),
+    ]).finally(() => clearTimeout(timer));
+}
+
+// step(name, fn, note): runs fn (which may return a promise) and records it.
+// With a note the step is a known divergence; fn asserts the camera's
+// behaviour and what the client makes of it, so passing means "as documented".
+async function step(name, fn, note) {
+    const before = refused.length;
+    try {
+        await within(90, Promise.resolve().then(fn), name);
+        if (refused.length > before) throw new Error(`connections refused: ${refused.slice(before).join(', ')}`);
+        rows.push({ name, result: note ? 'divergence' : 'pass', detail: note || '' });
+        console.log(`${note ? 'DIVERGENCE' : 'PASS'} ${name}${note ? ` (${note})` : ''}`);
+        return true;
+    } catch (e) {
+        rows.push({ name, result: 'fail', detail: e && e.message ? e.message : String(e) });
+        console.log(`FAIL ${name}: ${e && e.stack ? e.stack : e}`);
+        return false;
+    }
+}
+
+function assert(condition, message) {
+    if (!condition) throw new Error(message);
+}
+
+// call(fn): a node-style callback API as a promise of [result, xml]. A
+// callback the library runs twice (an exception thrown inside it is handed
+// back to it) counts once.
+function call(fn) {
+    return new Promise((resolve, reject) => {
+        let done = false;
+        fn((err, result, xml) => {
+            if (done) return;
+            done = true;
+            if (err) {
+                err.xml = xml;
+                reject(err);
+            } else {
+                resolve([result, xml]);
+            }
+        });
+    });
+}
+
+// event(args): plays the camera's event process in the flow's camera root.
+function event(...args) {
+    const top = process.env.ONVIF_TOP;
+    return new Promise((resolve, reject) => {
+        execFile(path.join(top, 'tools/sim/event'), args,
+            { env: { ...process.env, ONVIF_ROOT: process.env.CAMERA_ROOT }, timeout: 20000 },
+            (err, stdout, stderr) => (err ? reject(new Error(`event ${args.join(' ')}: ${stderr || err.message}`)) : resolve()));
+    });
+}
+
+function finish(flow) {
+    const failed = rows.filter((r) => r.result === 'fail').length;
+    console.log(`\n${flow}: client operations`);
+    console.log('| Operation | Result | Note |');
+    console.log('|---|---|---|');
+    for (const r of rows) console.log(`| ${r.name} | ${r.result} | ${r.detail.replace(/\|/g, '/').replace(/\n/g, ' ')} |`);
+    if (refused.length) console.log(`connections refused outside the loopback range: ${refused.join(', ')}`);
+    const passed = rows.length - failed;
+    console.log(`${flow}: ${passed} passed, ${failed} failed`);
+    process.exit(failed || refused.length ? 1 : 0);
+}
+
+module.exports = { step, assert, call, event, within, finish };
