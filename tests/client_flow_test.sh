@@ -7,6 +7,7 @@ top=$(cd "$(dirname "$0")/.." && pwd)
 flow="$1"
 work=$(mktemp -d /tmp/onvif-client-XXXXXX)
 root="$work/root"
+build="${ONVIF_BUILD:-$top/build}"
 sim=""
 client=""
 
@@ -37,7 +38,7 @@ case "$flow" in
     *) fail "unknown flow $flow" ;;
 esac
 
-CAMERA_ROOT="$root" ONVIF_PORT=$port ONVIF_RTSP_PORT=$rtsp_port ONVIF_DISCOVERY_PORT=$discovery_port SKIP_SETUP=1 \
+ONVIF_BUILD="$build" CAMERA_ROOT="$root" ONVIF_PORT=$port ONVIF_RTSP_PORT=$rtsp_port ONVIF_DISCOVERY_PORT=$discovery_port SKIP_SETUP=1 \
     "$top/tools/simulated-camera.sh" > "$work/log" 2>&1 &
 sim=$!
 url="http://127.0.0.1:$port/onvif/device_service"
@@ -59,7 +60,7 @@ client=""
 kill -TERM "$sim"
 wait "$sim"
 sim=""
-ONVIF_ROOT="$root" "$top/build/onvif-shm" get 1 2>/dev/null && fail "segment left behind"
+ONVIF_ROOT="$root" "$build/onvif-shm" get 1 2>/dev/null && fail "segment left behind"
 grep -q "simulated camera stopped" "$work/log" || fail "no clean stop"
 if [ "$status" -ne 0 ]; then
     echo "--- simulated camera log"

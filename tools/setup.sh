@@ -1,7 +1,8 @@
 #!/bin/sh
 # Installs the Debian packages the build, the tests and the simulated camera
-# need (when missing), then configures and builds into build/ (and, with
-# --asan, build-asan/ with AddressSanitizer and UndefinedBehaviorSanitizer).
+# need (when missing) and the npm client libraries of tests/clients, then
+# configures and builds into build/ (and, with --asan, build-asan/ with
+# AddressSanitizer and UndefinedBehaviorSanitizer).
 set -eu
 cd "$(dirname "$0")/.."
 
@@ -9,6 +10,11 @@ packages="g++ cmake ninja-build pkg-config libtinyxml-dev libgtest-dev lighttpd 
 # The simulated camera's stream and snapshots, and ffprobe for their tests.
 packages="$packages libgstrtspserver-1.0-dev gstreamer1.0-plugins-base gstreamer1.0-plugins-good"
 packages="$packages gstreamer1.0-plugins-ugly ffmpeg"
+# The client flows: zeep and the schema validator, and node with npm for the
+# npm clients (a node that came without Debian's package is kept as it is).
+packages="$packages python3-zeep python3-lxml"
+command -v node >/dev/null || packages="$packages nodejs"
+command -v npm >/dev/null || packages="$packages npm"
 missing=""
 for p in $packages; do
     dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing="$missing $p"
@@ -24,6 +30,9 @@ fi
 # newly installed packages need a new look for the optional parts.
 [ -f build/build.ninja ] && [ -z "$missing" ] || cmake -S . -B build -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
 ninja -C build
+# The npm clients at the versions the lockfile pins, again when it changed.
+[ tests/clients/node_modules/.package-lock.json -nt tests/clients/package-lock.json ] \
+    || (cd tests/clients && npm ci --no-audit --no-fund)
 if [ "${1:-}" = "--asan" ]; then
     cmake -S . -B build-asan -G Ninja -DCMAKE_BUILD_TYPE=Debug -DONVIF_SANITIZE=ON >/dev/null
     ninja -C build-asan
