@@ -24,7 +24,7 @@ cleanup() {
     rm -rf "$work"
 }
 trap cleanup EXIT INT TERM
-fail() { echo "FAIL: $*"; cat "$work/log"; exit 1; }
+fail() { echo "FAIL: $*"; cat "$work/log" 2>/dev/null; exit 1; }
 
 case "$flow" in
     *.js)
@@ -32,7 +32,7 @@ case "$flow" in
         [ -d "$top/tests/clients/node_modules" ] || fail "tests/clients/node_modules missing: run 'npm ci' there (tools/setup.sh does)"
         runner=node ;;
     *.py)
-        python3 -c 'import zeep' 2>/dev/null || fail "zeep missing (Debian package python3-zeep; tools/setup.sh installs it)"
+        /usr/bin/python3 -c 'import zeep' 2>/dev/null || fail "zeep missing (Debian package python3-zeep; tools/setup.sh installs it)"
         # Debian's python3 with Debian's zeep, whatever python3 is first on the path.
         runner=/usr/bin/python3 ;;
     *) fail "unknown flow $flow" ;;
