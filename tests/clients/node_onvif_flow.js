@@ -156,6 +156,25 @@ async function main() {
         assert(!presets.some((p) => p.Name === 'ViewerSpot'), 'preset still listed');
     });
 
+    // A wrong password: init() asks only actions the camera leaves open.
+    const wrong = new onvif.OnvifDevice({ xaddr: `http://127.0.0.1:${port}/onvif/device_service`, user: 'admin', pass: 'wrong' });
+    await step('wrong password: init()', async () => {
+        await wrong.init();
+        assert(wrong.getProfileList().length > 0, 'no profiles');
+    }, 'every request of init() is open on this camera: it succeeds with a wrong password');
+
+    await step('wrong password: PTZ getPresets refused', async () => {
+        assert(wrong.services.ptz, 'no PTZ service');
+        let failure;
+        try {
+            await wrong.services.ptz.getPresets({ ProfileToken: token });
+        } catch (e) {
+            failure = e;
+        }
+        // The library keeps only the status line and the fault's reason text.
+        assert(failure && /^400 .*could not be authenticated or authorized/.test(failure.message), `getPresets with a wrong password: ${failure}`);
+    });
+
     finish('node_onvif_flow');
 }
 

@@ -349,9 +349,14 @@ async function main() {
         assert(failure && /ter:NotAuthorized/.test(failure.xml || ''), `getUsers without credentials: ${failure}`);
     });
 
+    const wrong = camera({ username: 'onvifuser', password: 'wrong' });
+    await step('wrong password: connect()', async () => {
+        await call((cb) => wrong.connect(cb));
+        assert(wrong.profiles && wrong.profiles.length > 0 && wrong.activeSource, 'connect() kept no profile');
+    }, 'every request of connect() is open on this camera: it succeeds with a wrong password');
+
     await step('wrong password: getUsers refused', async () => {
-        const wrong = camera({ username: 'onvifuser', password: 'wrong' });
-        wrong.uri = cam.uri;
+        wrong.uri = wrong.uri || cam.uri;
         let failure;
         try {
             await call((cb) => wrong.getUsers(cb));
