@@ -10,16 +10,8 @@ rounds="${BENCH_ROUNDS:-3}"
 seconds="${BENCH_SECONDS:-2}"
 
 packages="g++ gcc cmake ninja-build pkg-config libgtest-dev dpkg-dev patch lighttpd curl python3 wrk valgrind strace time"
-missing=""
-for p in $packages; do
-    dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing="$missing $p"
-done
-if [ -n "$missing" ]; then
-    sudo=""
-    [ "$(id -u)" -eq 0 ] || sudo="sudo"
-    $sudo apt-get update -qq || true
-    DEBIAN_FRONTEND=noninteractive $sudo apt-get install -o DPkg::Lock::Timeout=900 -y -qq $missing
-fi
+. tools/packages.sh
+install_missing $packages
 
 tinyxml=$(tools/tinyxml-source.sh build-deps/tinyxml)
 cmake -S . -B build-camera-x86 -G Ninja -DONVIF_CAMERA_RELEASE=ON -DONVIF_FULLY_STATIC=ON -DONVIF_TESTS=OFF \

@@ -191,45 +191,48 @@ static void copyText(const char* text, char* dest, int length, int nullWhole)
     if (length <= 0)
         return;
     if (!text) {
-        strncpy(dest, NULL_TEXT, (size_t)((nullWhole && length >= 7) ? 7 : length));
+        // strncpy's bytes: as much of "(null)" and its terminator as length allows.
+        size_t n = (size_t)((nullWhole && length >= 7) ? 7 : length);
+        memcpy(dest, NULL_TEXT, n < sizeof NULL_TEXT ? n : sizeof NULL_TEXT);
         return;
     }
     strncpy(dest, text, (size_t)length);
 }
 
-static int searchData(const Tables& t, const char* key, char* dest, int length, int start, int nullWhole)
+// The row at or after start whose element name the key matches, or -1.
+static int findDataRow(const Tables& t, const char* key, int start)
 {
     char tailBuf[KEY_LIMIT_DATA + 1];
     if (strlen(key) > KEY_LIMIT_DATA || start < 0)
-        return 0;
+        return -1;
     const char* tail = keyTail(key, tailBuf, sizeof tailBuf);
     for (int i = start; i <= lastRow(*t.elementNum); ++i) {
         if (!t.names[i])
-            return 0;
-        if (keyMatches(t.names[i], key, tail)) {
-            copyText(t.texts[i], dest, length, nullWhole);
-            return 1;
-        }
+            return -1;
+        if (keyMatches(t.names[i], key, tail))
+            return i;
     }
-    return 0;
+    return -1;
+}
+
+static int searchData(const Tables& t, const char* key, char* dest, int length, int start, int nullWhole)
+{
+    int row = findDataRow(t, key, start);
+    if (row < 0)
+        return 0;
+    copyText(t.texts[row], dest, length, nullWhole);
+    return 1;
 }
 
 const char* elementText(const char* key, int startRow, int* foundRow)
 {
-    char tailBuf[KEY_LIMIT_DATA + 1];
-    if (strlen(key) > KEY_LIMIT_DATA || startRow < 0)
+    Tables t = bodyTables();
+    int row = findDataRow(t, key, startRow);
+    if (row < 0)
         return 0;
-    const char* tail = keyTail(key, tailBuf, sizeof tailBuf);
-    for (int i = startRow; i <= lastRow(G_xmlElementNum); ++i) {
-        if (!ElementBuffer1[i])
-            return 0;
-        if (keyMatches(ElementBuffer1[i], key, tail)) {
-            if (foundRow)
-                *foundRow = i;
-            return ElementBuffer2[i] ? ElementBuffer2[i] : NULL_TEXT;
-        }
-    }
-    return 0;
+    if (foundRow)
+        *foundRow = row;
+    return t.texts[row] ? t.texts[row] : NULL_TEXT;
 }
 
 const char* attributeText(const char* key, int occurrence)

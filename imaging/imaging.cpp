@@ -1,11 +1,11 @@
-// The imaging settings report of a video source: its settings file, with
-// the live gain, iris and exposure of the device state where the file
-// leaves them open.
+// The imaging settings report of a video source: its settings file, with the
+// live gain, iris and exposure of the device state where the file leaves them open.
 #include "frame/frame.h"
 #include "frame/request_values.h"
 #include "state/shm_words.h"
 #include "frame/handlers.h"
-#include "frame/xmlsearch.h"
+#include "imaging/abilities.h"
+#include "imaging/imaging_request.h"
 #include "state/paths.h"
 #include "state/shm.h"
 
@@ -14,10 +14,7 @@
 #include <string.h>
 
 // The image process publishes the shutter time it runs at, in units of
-// 100 microseconds: the unit the settings file stores exposure times in.
-#define MODEL_NO_IMAGING 3
-#define MODEL_EXPOSURE_AS_STORED 4
-
+// 100 microseconds.
 float sync_exposure_time()
 {
     return (float)shmWord(SHUTTER_WORD) / 10000.0f;
@@ -82,11 +79,7 @@ static const ReportRow ROWS[] = {
 
 static void printExposureTime(const char* value)
 {
-    int model = shmWord(MODEL_CODE_WORD);
-    int dome = shmWord(PAN_TILT_WORD) == 2 && shmWord(ZOOM_WORD) == 6;
-    float stored = fileNumber(value);
-    float seconds = model == MODEL_EXPOSURE_AS_STORED || dome ? stored : (float)(stored / 10000.0);
-    appendResponse("%.6f", seconds);
+    appendResponse("%.6f", (float)exposureTimeFromFile(fileNumber(value)));
 }
 
 static void printRow(const ReportRow& row, const char* value, int* focusOpen)
@@ -145,21 +138,13 @@ static void printRow(const ReportRow& row, const char* value, int* focusOpen)
 
 void GetImagingSettings()
 {
-    if (shmWord(MODEL_CODE_WORD) == MODEL_NO_IMAGING) {
-        writeReceiverFault2("ActionNotSupported ", "NoImagingForSource",
-                            "The requested VideoSource does not support imaging settings.",
-                            "The requested VideoSource does not support imaging settings.");
-        return;
-    }
     char token[65], path[128];
-    FILE* f = 0;
-    if (requestText("timg:VideoSourceToken", token, 65) && isSafeFileToken(token)) {
-        formatChecked(path, sizeof path, "/tmp/onvif/%s.VSource", token);
-        f = fopenRoot(path, "r");
-    }
+    if (refuseWithoutImaging() || !readVideoSourceToken(token, sizeof token) ||
+        !videoSourceSettingsPath(token, path, sizeof path))
+        return;
+    FILE* f = fopenRoot(path, "r");
     if (!f) {
-        writeSenderFault2("InvalidArgVal", "NoSource", "The requested VideoSource does not exist.",
-                          "The requested VideoSource does not exist.");
+        G_httpAck = 500;  // gone since it was found: no answer to give
         return;
     }
     setResponse("<timg:GetImagingSettingsResponse><timg:ImagingSettings>");

@@ -353,8 +353,10 @@ void GetConfiguration()
 
 static void optionSpace(const char* element, const char* uri, const char* xMin, const char* yRange)
 {
-    appendResponse("<tt:%s><tt:URI>%s</tt:URI><tt:XRange><tt:Min>%s</tt:Min><tt:Max>1.00</tt:Max></tt:XRange>%s</tt:%s>",
-                   element, uri, xMin, yRange, element);
+    appendResponse("<tt:%s><tt:URI>%s</tt:URI><tt:XRange><tt:Min>%s</tt:Min><tt:Max>1.00</tt:Max></tt:XRange>",
+                   element, uri, xMin);
+    appendMarkup(yRange);
+    appendResponse("</tt:%s>", element);
 }
 
 static void Read_Print_ConfigurationOptions()

@@ -2,6 +2,7 @@
 #include "state/checkers.h"
 #include "state/shm.h"
 
+#include <arpa/inet.h>
 #include <stdlib.h>
 #include <string.h>
 
@@ -193,4 +194,81 @@ int hasLineBreak(const char* text)
         if (*p == '\n' || *p == '\r')
             return 1;
     return 0;
+}
+
+// --- Strict forms for values that reach URIs, the stream server and files ---
+
+int isStrictIPv4(const char* text)
+{
+    const char* p = text;
+    for (int part = 0; part < 4; ++part) {
+        if (part > 0 && *p++ != '.')
+            return 0;
+        int digits = 0, value = 0;
+        while (isDigit(*p) && digits < 4) {
+            value = value * 10 + (*p++ - '0');
+            ++digits;
+        }
+        if (digits == 0 || digits > 3 || value > 255)
+            return 0;
+    }
+    return *p == 0;
+}
+
+int isIPv6Literal(const char* text)
+{
+    struct in6_addr address;
+    if (strlen(text) > 45)
+        return 0;
+    for (const char* p = text; *p; ++p)
+        if (!(isDigit(*p) || (*p >= 'a' && *p <= 'f') || (*p >= 'A' && *p <= 'F') || *p == ':' || *p == '.'))
+            return 0;
+    return inet_pton(AF_INET6, text, &address) == 1;
+}
+
+// Reads "<digits><letter>" parts in the order the letters allow; the seconds
+// may carry a fraction.
+static const char* durationParts(const char* p, const char* letters, int* parts)
+{
+    while (*p && *p != 'T') {
+        const char* start = p;
+        while (isDigit(*p))
+            ++p;
+        int fraction = 0;
+        if (*p == '.' && strchr(letters, 'S')) {
+            const char* fractionStart = ++p;
+            while (isDigit(*p))
+                ++p;
+            if (p == fractionStart)
+                return 0;
+            fraction = 1;
+        }
+        if (p == start || !*p)
+            return 0;
+        const char* at = strchr(letters, *p);
+        if (!at || (fraction && *p != 'S'))
+            return 0;
+        letters = at + 1;  // each letter once, in order
+        ++p;
+        ++*parts;
+    }
+    return p;
+}
+
+int isXmlDuration(const char* text)
+{
+    if (strlen(text) > 32 || text[0] != 'P')
+        return 0;
+    int parts = 0;
+    const char* p = durationParts(text + 1, "YMD", &parts);
+    if (!p)
+        return 0;
+    if (*p == 'T') {
+        int timeParts = 0;
+        p = durationParts(p + 1, "HMS", &timeParts);
+        if (!p || timeParts == 0)
+            return 0;
+        parts += timeParts;
+    }
+    return *p == 0 && parts > 0;
 }

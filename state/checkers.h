@@ -31,4 +31,16 @@ int CheckMPEG4Profile(const char* text);
 // that would break a key=value line.
 int hasLineBreak(const char* text);
 
+// --- Strict forms for values that reach URIs, the stream server and files ---
+// Return 1 when the text is of the form (unlike the Check* rows above).
+
+// Exactly four dot-separated decimal parts of one to three digits, each at
+// most 255, and nothing else.
+int isStrictIPv4(const char* text);
+// An IPv6 address literal (without brackets or zone), at most 45 characters.
+int isIPv6Literal(const char* text);
+// An xs:duration such as "PT60S", "PT1M30.5S" or "P1DT2H": at least one
+// part, digits only, a fraction on the seconds only, at most 32 characters.
+int isXmlDuration(const char* text);
+
 #endif

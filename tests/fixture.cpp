@@ -90,6 +90,24 @@ void CameraTest::TearDown()
         shell("rm -rf '" + root + "'");
 }
 
+// Every answer of the suite is checked against the ONVIF schema in one batch
+// after the last test: each is kept in ONVIF_ANSWER_DIR under its test's name.
+static void keepAnswerForSchemaCheck(const std::string& raw)
+{
+    const char* dir = getenv("ONVIF_ANSWER_DIR");
+    const ::testing::TestInfo* test = ::testing::UnitTest::GetInstance()->current_test_info();
+    if (!dir || !*dir || !test)
+        return;
+    static int count = 0;
+    std::string name = std::string(dir) + "/" + test->test_suite_name() + "." + test->name() + "." +
+                       std::to_string(getpid()) + "." + std::to_string(++count) + ".http";
+    for (char& c : name)
+        if (c == '/' && &c > &name[strlen(dir)])
+            c = '_';
+    std::ofstream o(name, std::ios::binary);
+    o << raw;
+}
+
 CgiResult CameraTest::run(const std::string& body, const std::string& contentLength,
                           const std::map<std::string, std::string>& extraEnv)
 {
@@ -141,6 +159,7 @@ CgiResult CameraTest::run(const std::string& body, const std::string& contentLen
     waitpid(pid, &wstatus, 0);
     EXPECT_TRUE(WIFEXITED(wstatus) && WEXITSTATUS(wstatus) == 0) << "device_service crashed or failed";
     r.raw = slurp(out);
+    keepAnswerForSchemaCheck(r.raw);
     size_t blank = r.raw.find("\r\n\r\n");
     r.headers = r.raw.substr(0, blank == std::string::npos ? r.raw.size() : blank);
     r.body = blank == std::string::npos ? "" : r.raw.substr(blank + 4);

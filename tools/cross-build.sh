@@ -25,21 +25,10 @@ for a in "$@"; do
     esac
 done
 
-sudo=""
-[ "$(id -u)" -eq 0 ] || sudo="sudo"
 packages="g++-$triplet qemu-user cmake ninja-build pkg-config dpkg-dev patch libtinyxml-dev:$arch"
 [ -z "$tests" ] || packages="$packages libgtest-dev:$arch lighttpd curl python3"
-missing=""
-for p in $packages; do
-    dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing="$missing $p"
-done
-if [ -n "$missing" ]; then
-    dpkg --print-foreign-architectures | grep -qx "$arch" || $sudo dpkg --add-architecture "$arch"
-    # The foreign architecture's security index is sometimes caught mid-sync;
-    # what is needed comes from the main archive all the same.
-    $sudo apt-get update -qq || true
-    DEBIAN_FRONTEND=noninteractive $sudo apt-get install -o DPkg::Lock::Timeout=900 -y -qq $missing
-fi
+. tools/packages.sh
+install_missing $packages
 
 tinyxml=""
 [ -n "${ONVIF_DEBIAN_TINYXML:-}" ] || tinyxml=$(tools/tinyxml-source.sh build-deps/tinyxml)

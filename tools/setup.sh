@@ -6,25 +6,17 @@
 set -eu
 cd "$(dirname "$0")/.."
 
-packages="g++ cmake ninja-build pkg-config libtinyxml-dev libgtest-dev lighttpd python3 curl"
+packages="g++ cmake ninja-build pkg-config libtinyxml-dev libgtest-dev lighttpd python3 python3-lxml curl"
 # The simulated camera's stream and snapshots, and ffprobe for their tests.
 packages="$packages libgstrtspserver-1.0-dev gstreamer1.0-plugins-base gstreamer1.0-plugins-good"
 packages="$packages gstreamer1.0-plugins-ugly ffmpeg"
-# The client flows: zeep and the schema validator, and node with npm for the
-# npm clients (a node that came without Debian's package is kept as it is).
-packages="$packages python3-zeep python3-lxml"
+# The client flows: zeep, and node with npm for the npm clients (a node that
+# came without Debian's package is kept as it is).
+packages="$packages python3-zeep"
 command -v node >/dev/null || packages="$packages nodejs"
 command -v npm >/dev/null || packages="$packages npm"
-missing=""
-for p in $packages; do
-    dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing="$missing $p"
-done
-if [ -n "$missing" ]; then
-    sudo=""
-    [ "$(id -u)" -eq 0 ] || sudo="sudo"
-    $sudo apt-get update -qq
-    DEBIAN_FRONTEND=noninteractive $sudo apt-get install -y -qq $missing
-fi
+. tools/packages.sh
+install_missing $packages
 
 # Once configured, ninja itself re-runs cmake when a CMakeLists.txt changes;
 # newly installed packages need a new look for the optional parts.
