@@ -28,6 +28,7 @@ WSDLS = {
     "media": ("onvif/ver10/media/wsdl/media.wsdl", "{http://www.onvif.org/ver10/media/wsdl}MediaBinding"),
     "ptz": ("onvif/ver20/ptz/wsdl/ptz.wsdl", "{http://www.onvif.org/ver20/ptz/wsdl}PTZBinding"),
     "imaging": ("onvif/ver20/imaging/wsdl/imaging.wsdl", "{http://www.onvif.org/ver20/imaging/wsdl}ImagingBinding"),
+    "deviceio": ("onvif/ver10/deviceio.wsdl", "{http://www.onvif.org/ver10/deviceIO/wsdl}DeviceIOBinding"),
     "events": ("onvif/ver10/events/wsdl/event.wsdl", "{http://www.onvif.org/ver10/events/wsdl}EventBinding"),
     "pullpoint": ("onvif/ver10/events/wsdl/event.wsdl", "{http://www.onvif.org/ver10/events/wsdl}PullPointSubscriptionBinding"),
     "subscription": ("onvif/ver10/events/wsdl/event.wsdl", "{http://www.onvif.org/ver10/events/wsdl}SubscriptionManagerBinding"),
@@ -366,6 +367,44 @@ def main():
     step("two pull points at once", lambda: two_pull_points(cam),
          "pulls, renewals and unsubscriptions at any subscription address reach the first pull point (Idx=0); "
          "the second one's messages are never delivered, and unsubscribing it ends the first")
+
+    # The relays through the device IO service's own description.
+    def device_io():
+        deviceio = cam.service("deviceio")
+        options = deviceio.GetRelayOutputOptions(RelayOutputToken="IO_Output1")
+        check(options and options[0].token == "IO_Output1", "options %s" % options)
+        for state_ in ("active", "inactive"):
+            deviceio.SetRelayOutputState(RelayOutputToken="IO_Output1", LogicalState=state_)
+    step("device IO GetRelayOutputOptions, SetRelayOutputState", device_io)
+
+    # Answers outside the ONVIF schema, which strict parsing refuses.
+    def imaging_settings():
+        try:
+            cam.service("imaging").GetImagingSettings(VideoSourceToken="VideoSource1")
+        except zeep.exceptions.XMLParseError as e:
+            check("ExposurePriority" in str(e), "parse error %s" % e)
+            return
+        raise AssertionError("GetImagingSettings parsed")
+    step("imaging GetImagingSettings", imaging_settings,
+         "the exposure section names tt:ExposurePriority where the schema has tt:Priority and gives tt:Window its edges "
+         "as child elements; strict zeep raises XMLParseError, lenient zeep leaves every exposure value from there on None")
+
+    def long_pull():
+        events = cam.service("events")
+        address = events.CreatePullPointSubscription(InitialTerminationTime="PT60S").SubscriptionReference.Address._value_1
+        problem = address_problem("subscription", address, "http", PORT)
+        check(not problem, problem)
+        try:
+            try:
+                cam.service("pullpoint", address).PullMessages(Timeout=datetime.timedelta(seconds=61), MessageLimit=10)
+            except zeep.exceptions.XMLParseError as e:
+                check("MaxTimeout" in str(e), "parse error %s" % e)
+                return
+            raise AssertionError("PullMessages with PT61S parsed")
+        finally:
+            cam.service("subscription", address).Unsubscribe()
+    step("PullMessages with a timeout over 60 s", long_pull,
+         "answered with tev:MaxTimeout and tev:MaxMessageLimit instead of a fault; strict zeep raises XMLParseError")
 
     # A wrong password: refused where the camera asks for credentials; the
     # actions it leaves open answer anyway.
