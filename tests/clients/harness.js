@@ -2,9 +2,11 @@
 // its outcome is one row of the closing table (pass, fail, or divergence: the
 // camera's known behaviour and the client's reaction, both as asserted), and
 // the process exits 1 when a step failed or an address left the loopback range.
+// It also keeps the flows' answers for the suite's schema check.
 'use strict';
 const { refused } = require('./loopback');
 const { execFile } = require('child_process');
+const fs = require('fs');
 const path = require('path');
 
 const rows = [];
@@ -70,6 +72,15 @@ function event(...args) {
     });
 }
 
+// keep(flow, xml): leaves one SOAP answer for the suite's schema check, which
+// validates every answer kept in ONVIF_ANSWER_DIR after the last test.
+let kept = 0;
+function keep(flow, xml) {
+    const dir = process.env.ONVIF_ANSWER_DIR;
+    if (!dir || typeof xml !== 'string' || !/<SOAP-ENV:Envelope/.test(xml)) return;
+    fs.writeFileSync(path.join(dir, `ClientFlow.${flow}.${process.pid}.${++kept}.xml`), xml);
+}
+
 function finish(flow) {
     const failed = rows.filter((r) => r.result === 'fail').length;
     console.log(`\n${flow}: client operations`);
@@ -82,4 +93,4 @@ function finish(flow) {
     process.exit(failed || refused.length ? 1 : 0);
 }
 
-module.exports = { step, assert, call, event, within, finish };
+module.exports = { step, assert, call, event, within, keep, finish };

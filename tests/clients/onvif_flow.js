@@ -3,7 +3,7 @@
 // ONVIF_PORT, ONVIF_RTSP_PORT, CAMERA_ROOT and ONVIF_TOP (tests/client_flow_test.sh sets them).
 'use strict';
 const { checkAddress } = require('./loopback');
-const { step, assert, call, event, finish } = require('./harness');
+const { step, assert, call, event, keep, finish } = require('./harness');
 const { Cam } = require('onvif');
 const fs = require('fs');
 const http = require('http');
@@ -16,7 +16,11 @@ const account = { username: 'onvifuser', password: 'onvif1234' };
 const callLog = path.join(process.env.CAMERA_ROOT, 'camera_calls.log');
 
 function camera(credentials) {
-    return new Cam({ hostname: '127.0.0.1', port, ...credentials, autoconnect: false, timeout: 30000 });
+    const cam = new Cam({ hostname: '127.0.0.1', port, ...credentials, autoconnect: false, timeout: 30000 });
+    if (credentials.username !== account.username || credentials.password !== account.password) {
+        cam.on('rawResponse', (xml) => keep('onvif_flow', xml));
+    }
+    return cam;
 }
 
 // The exchanges of a client, in order, for the checks on the wire; only
@@ -28,6 +32,7 @@ function recordExchanges(cam) {
         exchanges.push({ action: m ? m[2] : '' });
     });
     cam.on('rawResponse', (xml, status) => {
+        keep('onvif_flow', xml);
         const open = exchanges.find((e) => e.xml === undefined);
         if (open) Object.assign(open, { xml, status });
     });
