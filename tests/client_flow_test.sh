@@ -1,7 +1,6 @@
 #!/bin/sh
-# One real client library's flow against its own simulated camera on free
-# loopback ports: starts the camera, runs tests/clients/FLOW (a node or
-# python script), stops everything it started. usage: client_flow_test.sh FLOW
+# One client flow (tests/clients/FLOW, node or python) against its own simulated camera on free
+# loopback ports, started and stopped here. usage: client_flow_test.sh FLOW
 set -u
 top=$(cd "$(dirname "$0")/.." && pwd)
 flow="$1"

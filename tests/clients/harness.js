@@ -1,8 +1,5 @@
-// The step runner the node client flows share: each step is bounded in time,
-// its outcome is one row of the closing table (pass, fail, or divergence: the
-// camera's known behaviour and the client's reaction, both as asserted), and
-// the process exits 1 when a step failed or an address left the loopback range.
-// It also keeps the flows' answers for the suite's schema check.
+// The node client flows' step runner: bounded steps, one table row each (pass, fail, divergence),
+// exit 1 on a failed step or a refused connection; also keeps the answers for the schema check.
 'use strict';
 const { refused } = require('./loopback');
 const { execFile } = require('child_process');

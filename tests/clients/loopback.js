@@ -1,6 +1,5 @@
-// Keeps a client flow on this machine: every TCP connection and UDP datagram
-// the process starts is checked before it leaves, and the address checks the
-// flows apply to what the camera hands out. Load it before any client library.
+// Keeps a node client flow on 127/8: every TCP connection and UDP datagram is checked before it
+// leaves, plus the check of each address the camera hands out. Load it before any client library.
 'use strict';
 const net = require('net');
 const dgram = require('dgram');

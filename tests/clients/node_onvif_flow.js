@@ -1,6 +1,5 @@
-// The npm node-onvif client (0.1.7) against the simulated camera: init() as
-// a viewer program starts it, then PTZ moves, stop and presets. Needs
-// ONVIF_PORT and ONVIF_RTSP_PORT (tests/client_flow_test.sh sets them).
+// The npm node-onvif client (0.1.7) against the simulated camera: init(), PTZ moves, stop and
+// presets; run by tests/client_flow_test.sh, which sets ONVIF_PORT and ONVIF_RTSP_PORT.
 'use strict';
 const { checkAddress } = require('./loopback');
 const { step, assert, keep, finish } = require('./harness');

@@ -1,6 +1,5 @@
-// The npm onvif client (0.8.3) against the simulated camera: what a program
-// built on it does from connect() to a pull-point subscription. Needs
-// ONVIF_PORT, ONVIF_RTSP_PORT, CAMERA_ROOT and ONVIF_TOP (tests/client_flow_test.sh sets them).
+// The npm onvif client (0.8.3) against the simulated camera, from connect() to a pull-point
+// subscription; run by tests/client_flow_test.sh, which sets ONVIF_PORT and the rest.
 'use strict';
 const { checkAddress } = require('./loopback');
 const { step, assert, call, event, keep, finish } = require('./harness');

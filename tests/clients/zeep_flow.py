@@ -1,12 +1,9 @@
-"""Debian's zeep with the ONVIF WSDLs of ../shared/onvif-schema, strict parsing,
-driving the simulated camera the way Home Assistant's ONVIF integration does
-when a user adds the camera and uses it. Needs ONVIF_PORT, ONVIF_RTSP_PORT,
-CAMERA_ROOT and ONVIF_TOP (tests/client_flow_test.sh sets them)."""
+"""Debian's zeep, strict, with the WSDLs of ../shared/onvif-schema, making Home Assistant's ONVIF
+requests to the simulated camera; run by tests/client_flow_test.sh, which sets ONVIF_PORT and the rest."""
 import datetime
 import os
 import subprocess
 import sys
-import time
 import traceback
 from urllib.parse import urlparse
 
