@@ -61,6 +61,14 @@ wait "$sim"
 sim=""
 ONVIF_ROOT="$root" "$build/onvif-shm" get 1 2>/dev/null && fail "segment left behind"
 grep -q "simulated camera stopped" "$work/log" || fail "no clean stop"
+# device_service's standard error lands in the web server's logs: a sanitizer
+# build's report there fails the flow even when the client got its answer.
+for log in "$root/lighttpd-error.log" "$work/log"; do
+    if grep -q "Sanitizer\|runtime error:" "$log" 2>/dev/null; then
+        grep -A20 "Sanitizer\|runtime error:" "$log" | head -60
+        fail "device_service reported a sanitizer error"
+    fi
+done
 if [ "$status" -ne 0 ]; then
     echo "--- simulated camera log"
     cat "$work/log"
