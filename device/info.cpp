@@ -122,9 +122,12 @@ static void closeCapabilities()
 
 void GetCapabilityResponse()
 {
-    char address[64], xaddr[128];
-    getDeviceIPv4(address, sizeof address);
-    snprintf(xaddr, sizeof xaddr, "http://%s/onvif/device_service", address);
+    char service[96], xaddr[128];
+    if (!deviceServiceAddress(service, sizeof service) ||
+        !formatChecked(xaddr, sizeof xaddr, "%s/onvif/device_service", service)) {
+        G_httpAck = 500;
+        return;
+    }
     setResponse("<tds:GetCapabilitiesResponse><tds:Capabilities>");
     if (requestRows() == 1) {
         writeAllSections(xaddr);

@@ -311,13 +311,14 @@ static void claimSlot(int state, const int address[4], int filterCode, const cha
 static int writeSubscriptionReference(const char* openTag, const char* referenceTag, char* termination, size_t n,
                                       int* number)
 {
-    char camera[64] = "";
+    char camera[64] = "", service[96];
     addressFromNetworkFile(camera, sizeof camera);
+    serviceAddressFor(camera, service, sizeof service);
     int k = firstFreeSlot();
     int idx = k < 0 ? 0 : k;
     *number = idx + 1;
-    setResponse("<%s><%s><wsa5:Address>http://%s/onvif/device_service?Idx=%d</wsa5:Address></%s>", openTag,
-                referenceTag, camera, idx, referenceTag);
+    setResponse("<%s><%s><wsa5:Address>%s/onvif/device_service?Idx=%d</wsa5:Address></%s>", openTag,
+                referenceTag, service, idx, referenceTag);
     char initial[33];
     int hasInitial = requestText("tet:InitialTerminationTime", initial, 33);
     struct tm now;

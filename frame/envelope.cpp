@@ -108,9 +108,9 @@ static void printHeader(const char* action, int withDeviceAddress)
     fputs(action, stdout);
     fputs("</wsa5:Action>", stdout);
     if (withDeviceAddress) {
-        char address[64];
-        getDeviceIPv4(address, sizeof address);
-        printf("<wsa5:To>http://%s/onvif/device_service</wsa5:To>", address);
+        char service[96];
+        deviceServiceAddress(service, sizeof service);
+        printf("<wsa5:To>%s/onvif/device_service</wsa5:To>", service);
     }
     fputs("</SOAP-ENV:Header>", stdout);
 }

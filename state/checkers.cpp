@@ -272,3 +272,48 @@ int isXmlDuration(const char* text)
     }
     return *p == 0 && parts > 0;
 }
+
+static int isLetterOrDigit(char c)
+{
+    return isDigit(c) || (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z');
+}
+
+int isHostName(const char* text)
+{
+    size_t total = strlen(text);
+    if (total == 0 || total > 253)
+        return 0;
+    size_t label = 0;
+    char previous = '.';
+    for (const char* p = text; *p; ++p) {
+        if (*p == '.') {
+            if (label == 0 || previous == '-')
+                return 0;
+            label = 0;
+        } else if (isLetterOrDigit(*p) || (*p == '-' && label > 0)) {
+            if (++label > 63)
+                return 0;
+        } else {
+            return 0;
+        }
+        previous = *p;
+    }
+    return label > 0 && previous != '-';
+}
+
+int isDomainName(const char* text)
+{
+    if (!isHostName(text))
+        return 0;
+    const char* last = strrchr(text, '.');
+    last = last ? last + 1 : text;
+    for (const char* p = last; *p; ++p)
+        if (!isDigit(*p))
+            return 1;
+    return 0;
+}
+
+int isServerPort(const char* text)
+{
+    return checkDecimalRange(text, 1, 65535) == 0;
+}

@@ -31,7 +31,7 @@ int CheckMPEG4Profile(const char* text);
 // that would break a key=value line.
 int hasLineBreak(const char* text);
 
-// --- Strict forms for values that reach URIs, the stream server and files ---
+// --- Strict forms for values that reach URIs, commands, the stream server and files ---
 // Return 1 when the text is of the form (unlike the Check* rows above).
 
 // Exactly four dot-separated decimal parts of one to three digits, each at
@@ -42,5 +42,12 @@ int isIPv6Literal(const char* text);
 // An xs:duration such as "PT60S", "PT1M30.5S" or "P1DT2H": at least one
 // part, digits only, a fraction on the seconds only, at most 32 characters.
 int isXmlDuration(const char* text);
+// RFC 1123: labels of letters, digits and inner hyphens, 1 to 63 characters,
+// joined by single dots, at most 253 characters in all.
+int isHostName(const char* text);
+// A host name whose last label is not all digits (so no address passes as a name).
+int isDomainName(const char* text);
+// A port a server can listen on: decimal 1 to 65535.
+int isServerPort(const char* text);
 
 #endif

@@ -1,8 +1,10 @@
 // The device's IPv4 address: from its network interface, or from the
-// network settings file when the interface has none. A simulated camera
+// network settings file when the interface has none; and the HTTP port the
+// service addresses carry. A simulated camera
 // (ONVIF_ROOT set) has no interface of its own and uses the file only, so
 // no client is ever sent to the host machine's addresses.
 #include "state/netaddr.h"
+#include "state/checkers.h"
 #include "state/config.h"
 #include "state/paths.h"
 
@@ -59,4 +61,26 @@ void getDeviceIPv4(char* out, size_t n)
     if ((!simulated && addressFromInterface(out, n)) || addressFromNetworkFile(out, n))
         return;
     snprintf(out, n, "0.0.0.0");
+}
+
+int deviceHttpPort()
+{
+    char port[16];
+    if (!readSettingValue(ONVIF_CONF_FILE, "Network.Protocols.HTTP.Port=", port, sizeof port) || !isServerPort(port))
+        return 80;
+    return atoi(port);
+}
+
+int serviceAddressFor(const char* ip, char* out, size_t n)
+{
+    int port = deviceHttpPort();
+    // Port 80 keeps the address texts clients have always been given.
+    return port == 80 ? formatChecked(out, n, "http://%s", ip) : formatChecked(out, n, "http://%s:%d", ip, port);
+}
+
+int deviceServiceAddress(char* out, size_t n)
+{
+    char ip[64];
+    getDeviceIPv4(ip, sizeof ip);
+    return serviceAddressFor(ip, out, n);
 }
