@@ -111,11 +111,21 @@ async function main() {
         assert(caps.device.IO.relayOutputs === 1, `relay outputs ${caps.device.IO.relayOutputs}`);
     });
 
-    await step('getCapabilities: device IO address', () => {
-        assert(cam.uri.deviceIO, 'no device IO address in the capabilities (Extension/DeviceIO/XAddr)');
-        const problem = checkAddress('device IO', cam.uri.deviceIO.href, 'http', port);
-        assert(!problem, problem);
-    });
+    // The library learns the device IO address from GetServices or from the
+    // capabilities' extension; the camera gives neither, and the library then
+    // posts the device IO requests, systemReboot() among them, to the bare
+    // path "deviceIO", which the web server refuses.
+    await step('device IO address: systemReboot()', async () => {
+        assert(!cam.uri.deviceIO, `the camera hands out a device IO address now (${cam.uri.deviceIO && cam.uri.deviceIO.href})`);
+        let failure;
+        try {
+            await call((cb) => cam.systemReboot(cb));
+        } catch (e) {
+            failure = e;
+        }
+        assert(failure && /Wrong ONVIF SOAP response/.test(failure.message), `systemReboot(): ${failure}`);
+    }, 'no device IO address (GetServices answers the generic fault, GetCapabilities has no DeviceIO extension); '
+        + 'the library posts device IO requests to the path "deviceIO": systemReboot() fails with "Wrong ONVIF SOAP response"');
 
     await step('getProfiles', async () => {
         const [profiles] = await call((cb) => cam.getProfiles(cb));
@@ -233,16 +243,14 @@ async function main() {
         assert(settings.brightness === 60 && settings.contrast === 40, `brightness ${settings.brightness}, contrast ${settings.contrast}`);
     });
 
-    // The library has no relay calls: a program sends them itself through
-    // the client's request to the device IO address from the capabilities.
-    // Without that address the library would post to the path "deviceIO";
-    // the relays are then tried at the device address, so that the missing
-    // address is the only failure.
+    // The library has no relay calls: a program sends them itself through the
+    // client's request, to the device address since there is no device IO one
+    // (every service of the camera answers at the one address).
     const deviceIO = (body) => call((cb) => cam._request({
-        service: cam.uri && cam.uri.deviceIO ? 'deviceIO' : 'device',
+        service: 'device',
         body: cam._envelopeHeader() + body + cam._envelopeFooter(),
     }, cb));
-    await step('relay outputs (GetRelayOutputs, SetRelayOutputState)', async () => {
+    await step('relay outputs at the device address (GetRelayOutputs, SetRelayOutputState)', async () => {
         const [data] = await deviceIO('<GetRelayOutputs xmlns="http://www.onvif.org/ver10/deviceIO/wsdl"/>');
         const relays = data[0].getRelayOutputsResponse[0].relayOutputs;
         assert(relays && relays.length === 1, 'no relay output');
