@@ -254,6 +254,7 @@ def home_assistant(cam, who):
                 event("motion", "on" if round_ % 2 else "off")
             answer = pullpoint.PullMessages(Timeout=datetime.timedelta(seconds=60), MessageLimit=100)
             check(answer.CurrentTime is not None and answer.TerminationTime is not None, "no times")
+            state["pull time"] = answer.CurrentTime
             for message in answer.NotificationMessage:
                 inner = message.Message._value_1
                 operations.append(inner.get("PropertyOperation") if hasattr(inner, "get") else inner.PropertyOperation)
@@ -265,7 +266,15 @@ def home_assistant(cam, who):
         check(state.get("subscription"), "no subscription")
         answer = cam.service("subscription", state["subscription"]).Renew(TerminationTime="PT600S")
         check(answer.TerminationTime is not None, "no termination time")
+        state["renew time"] = answer.TerminationTime
     step("%s: Renew" % who, renew)
+
+    def times():
+        check("pull time" in state and "renew time" in state, "no pull or renewal")
+        check(state["pull time"].tzinfo is None, "the pull time has a zone: %r" % state["pull time"])
+        check(state["renew time"].tzinfo is not None, "the renewal time has no zone: %r" % state["renew time"])
+    step("%s: event times" % who, times,
+         "pull times carry no zone letter and come as naive datetimes, Renew's as UTC ones")
 
     def unsubscribe():
         check(state.get("subscription"), "no subscription")
