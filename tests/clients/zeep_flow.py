@@ -7,6 +7,9 @@ import sys
 import traceback
 from urllib.parse import urlparse
 
+import requests
+import requests.adapters
+import requests.exceptions
 import zeep
 import zeep.exceptions
 import zeep.transports
@@ -49,9 +52,24 @@ def loopback(url):
     return len(parts) == 4 and parts[0] == "127" and all(p.isdigit() for p in parts)
 
 
+class LoopbackAdapter(requests.adapters.HTTPAdapter):
+    """Sends nothing outside 127/8, redirects included."""
+
+    def send(self, request, *args, **kwargs):
+        if not loopback(request.url):
+            refused.append("request " + request.url)
+            raise requests.exceptions.ConnectionError("refused outside the loopback range: %s" % request.url)
+        return super().send(request, *args, **kwargs)
+
+
 class LoopbackTransport(zeep.transports.Transport):
     """Loads schemas only from the local copies and posts only to 127/8;
     keeps every answer for the suite's schema check."""
+
+    def __init__(self, **kwargs):
+        super().__init__(**kwargs)
+        for scheme in ("http://", "https://"):
+            self.session.mount(scheme, LoopbackAdapter())
 
     def load(self, url):
         parsed = urlparse(url)
@@ -226,7 +244,7 @@ def home_assistant(cam, who):
             uri = media.GetSnapshotUri(ProfileToken=p.token).Uri
             problem = address_problem("snapshot of %s" % p.token, uri, "http", PORT)
             check(not problem, problem)
-            response = cam.transport.session.get(uri, timeout=30)
+            response = cam.transport.session.get(uri, timeout=30, allow_redirects=False)
             check(response.status_code == 200 and response.content[:2] == b"\xff\xd8", "snapshot %s: %s" % (uri, response.status_code))
     step("%s: GetSnapshotUri (every profile)" % who, snapshot_uris)
 
