@@ -204,7 +204,7 @@ def home_assistant(cam, who):
             problem = address_problem(name, section.XAddr, "http", PORT)
             check(not problem, problem)
         state.update(device=caps.Device.XAddr, media=caps.Media.XAddr, events=caps.Events.XAddr,
-                     imaging=caps.Imaging.XAddr, ptz=caps.PTZ.XAddr)
+                     imaging=caps.Imaging.XAddr, ptz=caps.PTZ.XAddr, pull_point_flag=caps.Events.WSPullPointSupport)
     step("%s: GetCapabilities" % who, capabilities)
 
     def information():
@@ -291,6 +291,12 @@ def home_assistant(cam, who):
         check("pull time" in state and "renew time" in state, "no pull or renewal")
         check(state["pull time"].tzinfo is None, "the pull time has a zone: %r" % state["pull time"])
         check(state["renew time"].tzinfo is not None, "the renewal time has no zone: %r" % state["renew time"])
+    def pull_point_flag():
+        check(state.get("pull_point_flag") is False, "WSPullPointSupport %r" % state.get("pull_point_flag"))
+        check("subscription" in state and "pull time" in state, "no pull point served")
+    step("%s: capabilities' WSPullPointSupport" % who, pull_point_flag,
+         "the events capabilities say False while pull points are served")
+
     step("%s: event times" % who, times,
          "pull times carry no zone letter and come as naive datetimes, Renew's as UTC ones")
 
@@ -407,6 +413,16 @@ def main():
     step("two pull points at once", lambda: two_pull_points(cam),
          "pulls, renewals and unsubscriptions at any subscription address reach the first pull point (Idx=0); "
          "the second one's messages are never delivered, and unsubscribing it ends the first")
+
+    def users():
+        device = cam.service("device")
+        device.CreateUsers(User=[{"Username": "zeepuser", "Password": "zeep1234", "UserLevel": "User"}])
+        device.SetUser(User=[{"Username": "zeepuser", "Password": "zeep5678", "UserLevel": "Operator"}])
+        levels = {u.Username: u.UserLevel for u in device.GetUsers()}
+        check(levels.get("zeepuser") == "Operator", "users %s" % levels)
+        device.DeleteUsers(Username=["zeepuser"])
+        check("zeepuser" not in {u.Username for u in device.GetUsers()}, "deleted user still listed")
+    step("users: CreateUsers, SetUser, DeleteUsers", users)
 
     # The relays through the device IO service's own description.
     def device_io():
