@@ -218,8 +218,9 @@ void SetSystemDateAndTimeResponse()
     int hasTz = requestText("tt:TZ", tz, 65);
     snprintf(zoneText, sizeof zoneText, "%s", hasTz ? tz : "GMT+0:00:00");
     if (hasTz) {
-        // The text goes into the settings file as it is: never a second line.
-        if (hasLineBreak(tz) || CheckTimeZone(tz)) {
+        // The text goes into the settings file as it is: never a second line,
+        // never a text that reads back as another setting.
+        if (hasLineBreak(tz) || namesKeyOfFile(ONVIF_CONF_FILE, tz) || CheckTimeZone(tz)) {
             writeInvalidTimeZoneFault();
             return;
         }

@@ -78,6 +78,33 @@ static int refuseBadScopes(const char* plainName)
     return 0;
 }
 
+static void writeValueNamesKeyFault()
+{
+    writeSenderFault2("InvalidArgVal", "InvalidArgs", "The value is not valid",
+                      "A value may not hold the name of a setting followed by \"=\".");
+}
+
+// The settings file is read by finding keys anywhere in a line, so a scope
+// that holds "Brand=" would later read back as the brand; the scope listing
+// tells its kinds apart by the bare key words.
+static int refuseScopesNamingKeys(const char* plainName, int storedDecoded)
+{
+    for (int row = 1; row < G_xmlElementNum && row < XML_TABLE_ROWS; ++row) {
+        if (!isScopeRow(row, plainName))
+            continue;
+        char decoded[SCOPE_SIZE];
+        if (storedDecoded)
+            url_decode(ElementBuffer2[row], decoded, sizeof decoded);
+        const char* stored = storedDecoded ? decoded : ElementBuffer2[row];
+        if (namesKeyOfFile(ONVIF_CONF_FILE, stored) || strstr(stored, "FixedScopes") ||
+            strstr(stored, "ConfigurableScopes")) {
+            writeValueNamesKeyFault();
+            return 1;
+        }
+    }
+    return 0;
+}
+
 void GetScopes()
 {
     if (shmWord(WS_MSG_NUM) != 0)
@@ -156,7 +183,7 @@ static int keepUpToCountryLine(const char* line, FILE* out, void* ctx)
 
 void SetScopes()
 {
-    if (refuseBadScopes("Scopes"))
+    if (refuseBadScopes("Scopes") || refuseScopesNamingKeys("Scopes", 1))
         return;
     for (int row = 1; row < requestRows(); ++row) {
         if (isScopeRow(row, "Scopes") && isFixedScope(requestRowText(row), "SetScopes")) {
@@ -200,7 +227,7 @@ static int dropLinesWithItem(const char* line, FILE* out, void* ctx)
 
 void AddScopes()
 {
-    if (refuseBadScopes("ScopeItem"))
+    if (refuseBadScopes("ScopeItem") || refuseScopesNamingKeys("ScopeItem", 0))
         return;
     int found = 0;
     for (int row = 1; row < requestRows(); ++row) {
@@ -310,7 +337,10 @@ void SetDiscoveryMode()
                               "A discovery mode may not hold a line break.");
             return;
         }
-        if (rewriteKeyInFile(ONVIF_CONF_FILE, "Discovery_Mode=", mode) == 0)
+        int rewritten = rewriteKeyInFile(ONVIF_CONF_FILE, "Discovery_Mode=", mode);
+        if (rewritten == -3)
+            return writeValueNamesKeyFault();
+        if (rewritten == 0)
             copyToMirror();
         else
             logServiceError("SetDiscoveryMode", "%s", "ONVIF_CONF_FILE missing");

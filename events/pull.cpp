@@ -118,8 +118,17 @@ static void startAnswer(const char* current, const char* termination)
 
 static void endAnswer() { appendResponse("</tev:PullMessagesResponse>"); }
 
+static long endOfFirstLine(FILE* f)
+{
+    rewind(f);
+    int c;
+    while ((c = fgetc(f)) != EOF && c != '\n') {}
+    return ftell(f);
+}
+
 // Hands over what the event process left, then starts the file over: read,
-// delete, create, in that order.
+// delete, create, in that order. Lines that do not fit the answer stay in
+// the file for the next pull.
 static void drainEventFile(const char* path)
 {
     for (int polls = 0; polls < 10000 && shmWord(EVENT_FILE_BUSY_WORD) == 1; ++polls)
@@ -127,8 +136,19 @@ static void drainEventFile(const char* path)
     FILE* f = fopenRoot(path, "r");
     if (!f)
         return;
-    appendFileToResponse(f, sizeof "</tev:PullMessagesResponse>");
+    long taken = appendFileToResponse(f, sizeof "</tev:PullMessagesResponse>");
+    struct stat st;
+    int rest = fstat(fileno(f), &st) == 0 && st.st_size > taken;
+    if (rest && taken == 0) {
+        // Longer than any answer: kept, it would block the file for ever.
+        taken = endOfFirstLine(f);
+        logServiceError("PullMessages", "%s", "an event message longer than an answer was dropped");
+    }
     fclose(f);
+    if (rest) {
+        keepFileTail(path, taken);
+        return;
+    }
     char real[512];
     unlink(resolvePath(path, real, sizeof real));
     FILE* again = fopen(real, "w");

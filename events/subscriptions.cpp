@@ -155,12 +155,14 @@ int check_msg_content(const char* text, int length)
 {
     char term[257], function[257], rest[257];
     memset(function, 0, sizeof function);
+    memset(rest, 0, sizeof rest);
     snprintf(term, sizeof term, "%.*s", length < 0 ? 0 : length, text);
-    if (sscanf(term, "%256[^(](//tt:SimpleItem[%256s", function, rest) < 1)
+    // A term without the item part is no item test at all.
+    if (sscanf(term, "%256[^(](//tt:SimpleItem[%256s", function, rest) != 2)
         return 1;
     if (strcmp(function, "boolean") != 0)
         return 1;
-    char name[257], value[257];
+    char name[257] = "", value[257] = "";
     sscanf(rest, "@Name=\"%256s", name);
     sscanf(rest, "@Value=\"%256s", value);
     return 0;

@@ -178,15 +178,26 @@ int responseOverflowed()
     return responseOverflow;
 }
 
-void appendFileToResponse(FILE* f, size_t reserve)
+long appendFileToResponse(FILE* f, size_t reserve)
 {
     char piece[1024];
+    long start = ftell(f), taken = start;
+    size_t lineStart = responseLength;
     while (fgets(piece, sizeof piece, f)) {
         size_t n = strlen(piece);
-        if (responseLength + n + reserve >= G_RESPONSE_SIZE)
-            break;
+        if (responseOverflow || responseLength + n + reserve >= G_RESPONSE_SIZE) {
+            // The line that does not fit goes whole, not in part.
+            responseLength = lineStart;
+            G_Response[responseLength] = 0;
+            return taken - start;
+        }
         put(piece, n);
+        if (n > 0 && piece[n - 1] == '\n') {
+            taken = ftell(f);
+            lineStart = responseLength;
+        }
     }
+    return ftell(f) - start;  // a last line without its line feed ends the file
 }
 
 const char* xmlEscape(const char* text, char* out, size_t n)

@@ -4,6 +4,7 @@
 #include "frame/frame.h"
 #include "frame/handlers.h"
 #include "frame/xmlsearch.h"
+#include "state/storelock.h"
 
 #include <string.h>
 
@@ -130,7 +131,9 @@ static const ActionRow actionRows[] = {
     {"Subscribe", Subscribe, CRED_AUTH, ENV_SUBSCRIBE, CHANGES_STORE},
     {"Unsubscribe", Unsubscribe, CRED_AUTH, ENV_UNSUBSCRIBE, CHANGES_STORE},
     {"Renew", Renew, CRED_AUTH, ENV_RENEW, CHANGES_STORE},
-    {"PullMessages", PullMessages, CRED_AUTH12, ENV_PULL_MESSAGES, CHANGES_STORE},
+    // A pull waits up to a minute for the event process and writes only its
+    // own event file: it must not hold the store lock.
+    {"PullMessages", PullMessages, CRED_AUTH12, ENV_PULL_MESSAGES, 0},
     // Named only so that its failure is answered in the event envelope.
     {"GetServiceCapabilities", 0, CRED_OPEN, ENV_SERVICE_CAPABILITIES, 0},
 };
@@ -168,5 +171,14 @@ void checkXML()
     }
     if (r->flags & CLOSES_CONNECTION)
         G_connection_close = 1;
+    // Concurrent writers each read, change and rename whole files: without
+    // the lock the last rename would undo the others' changes.
+    int changesStore = (r->flags & CHANGES_STORE) != 0;
+    if (changesStore && lockStore() != 0) {
+        G_httpAck = 500;
+        return;
+    }
     r->handler();
+    if (changesStore)
+        unlockStore();
 }

@@ -45,8 +45,9 @@ void clearResponse();
 int responseOverflowed();
 
 // Appends a file's text as it is to G_Response, leaving room for reserve
-// more bytes (the closing tags); a file too long for the answer is cut at a line.
-void appendFileToResponse(FILE* f, size_t reserve);
+// more bytes (the closing tags); a file too long for the answer is cut after
+// its last whole line that fits. Returns the bytes of the file taken.
+long appendFileToResponse(FILE* f, size_t reserve);
 
 // Escapes text for an XML element or attribute ("<", ">", "&", quotes) into
 // out; cut short rather than past its end. Returns out. Only for texts that

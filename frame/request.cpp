@@ -1,6 +1,7 @@
 // One request: read the body, parse, authenticate, dispatch, print.
 #include "frame/frame.h"
 #include "frame/dispatch.h"
+#include "frame/prescan.h"
 #include "frame/security.h"
 #include "frame/xmlsearch.h"
 #include "state/shm.h"
@@ -53,7 +54,9 @@ int serveRequest()
         // Only the bytes the parser can reach past the body: zeroing the
         // whole buffer costs more than the rest of a small request.
         memset(requestBody + got, 0, sizeof requestBody - MAX_CONTENT_LENGTH);
-        parseXML(requestBody);
+        // A body refused here is answered as one the parser could not read.
+        if (bodyFitsParser(requestBody, got))
+            parseXML(requestBody);
         if (G_httpAck == 200) {
             checkSecurity();
             if (G_httpAck == 200)

@@ -24,6 +24,9 @@ int G_xmlAttributeNum_WSSE;
 const char* PrimaryElementName;
 int G_XML;
 char G_event_service[8];
+// Set when a row did not fit its table: the request is then refused whole,
+// never served from a cut list.
+static int tablesOverflowed;
 
 // Key work-area sizes: keys longer than these never match.
 #define KEY_LIMIT_DATA 131
@@ -69,6 +72,7 @@ void clearElementTables()
     PrimaryElementName = 0;
     G_XML = 0;
     memset(G_event_service, 0, sizeof G_event_service);
+    tablesOverflowed = 0;
 }
 
 // Cuts a prefixed name to its local part inside the document's own string:
@@ -111,39 +115,42 @@ static int keyMatches(const char* name, const char* key, const char* tail)
 
 static void flatten(TiXmlNode* node, const Tables& t, int header)
 {
-    for (TiXmlElement* el = node->FirstChildElement(); el; el = el->NextSiblingElement()) {
+    for (TiXmlElement* el = node->FirstChildElement(); el && !tablesOverflowed; el = el->NextSiblingElement()) {
         if (!header && *t.elementNum == 0) {
             const char* full = el->Value();
             G_XML = strstr(full, "trt:") ? 1 : strstr(full, "tev:") ? 2 : 0;
         }
-        // Rows past the tables are dropped: nothing a handler reads lies so deep.
-        if (*t.elementNum < XML_TABLE_ROWS) {
-            char* name = localNameInPlace(el->ValueTStr());
-            char* text = const_cast<char*>(el->GetText());
-            int row = (*t.elementNum)++;
-            t.names[row] = name;
-            t.texts[row] = text;
-            int variant = shmWord(VARIANT_CODE);
-            if (header && (variant == 32 || variant == 34) && strcmp(name, "To") == 0 && text) {
-                char work[128];
-                memset(work, 0, sizeof work);
-                strncpy(work, text, sizeof work - 1);
-                const char* idx = strstr(work, "device_service?Idx=");
-                if (idx) {
-                    idx += strlen("device_service?Idx=");
-                    size_t i = 0;
-                    memset(G_event_service, 0, sizeof G_event_service);
-                    while (idx[i] && idx[i] != ' ' && idx[i] != '\t' && idx[i] != '\n' && idx[i] != '\r' &&
-                           i < sizeof G_event_service - 1) {
-                        G_event_service[i] = idx[i];
-                        ++i;
-                    }
+        if (*t.elementNum >= XML_TABLE_ROWS) {
+            tablesOverflowed = 1;
+            return;
+        }
+        char* name = localNameInPlace(el->ValueTStr());
+        char* text = const_cast<char*>(el->GetText());
+        int row = (*t.elementNum)++;
+        t.names[row] = name;
+        t.texts[row] = text;
+        int variant = shmWord(VARIANT_CODE);
+        if (header && (variant == 32 || variant == 34) && strcmp(name, "To") == 0 && text) {
+            char work[128];
+            memset(work, 0, sizeof work);
+            strncpy(work, text, sizeof work - 1);
+            const char* idx = strstr(work, "device_service?Idx=");
+            if (idx) {
+                idx += strlen("device_service?Idx=");
+                size_t i = 0;
+                memset(G_event_service, 0, sizeof G_event_service);
+                while (idx[i] && idx[i] != ' ' && idx[i] != '\t' && idx[i] != '\n' && idx[i] != '\r' &&
+                       i < sizeof G_event_service - 1) {
+                    G_event_service[i] = idx[i];
+                    ++i;
                 }
             }
         }
         for (TiXmlAttribute* a = el->FirstAttribute(); a; a = a->Next()) {
-            if (*t.attributeNum >= XML_TABLE_ROWS)
-                break;
+            if (*t.attributeNum >= XML_TABLE_ROWS) {
+                tablesOverflowed = 1;
+                return;
+            }
             int row = (*t.attributeNum)++;
             t.attrNames[row] = localNameInPlace(a->NameTStr());
             t.attrValues[row] = const_cast<char*>(a->Value());
@@ -157,6 +164,7 @@ void ParaseUpdateXml_WSSE(TiXmlNode* node) { flatten(node, headerTables(), 1); }
 
 void parseXML(const char* text)
 {
+    tablesOverflowed = 0;
     G_myDocument->Parse(text);
     // A document that does not parse whole is no request, whatever part of it was read.
     TiXmlElement* envelope = G_myDocument->Error() ? 0 : G_myDocument->FirstChildElement();
@@ -170,11 +178,15 @@ void parseXML(const char* text)
         ParaseUpdateXml_WSSE(first);
         body = first->NextSiblingElement();
     }
-    if (!body) {
+    if (!body || tablesOverflowed) {
         G_httpAck = 400;
         return;
     }
     ParaseUpdateXml(body);
+    if (tablesOverflowed) {
+        G_httpAck = 400;
+        return;
+    }
     PrimaryElementName = ElementBuffer1[0] ? ElementBuffer1[0] : "";
     if (G_xmlAttributeNum > 0) {
         const char* v = ElementBuffer4[0];

@@ -7,6 +7,7 @@
 #include "state/config.h"
 #include "state/paths.h"
 #include "state/shm.h"
+#include "state/storelock.h"
 
 #include <math.h>
 #include <stdio.h>
@@ -114,10 +115,25 @@ static int parseNumber(const char* text, double* out)
     return 1;
 }
 
+// The query programs answer into fixed files that every request shares: a
+// run and its read hold the query lock, or another request's run empties the
+// file between them.
+static FILE* runQueryLocked(const char* program, const char* packet, const char* outputFile, int* lock)
+{
+    *lock = lockFileExclusive(PTZ_QUERY_LOCK_FILE);
+    if (*lock == -1)
+        return 0;
+    runQuery(program, packet, outputFile);
+    FILE* f = fopenRoot(outputFile, "r");
+    if (!f)
+        unlockFile(*lock);
+    return f;
+}
+
 int queryPanTilt(double* pan, double* tilt)
 {
-    runQuery(POSITION_QUERY, "6 81 01 04 07 04 ff", POSITION_FILE);
-    FILE* f = fopenRoot(POSITION_FILE, "r");
+    int lock;
+    FILE* f = runQueryLocked(POSITION_QUERY, "6 81 01 04 07 04 ff", POSITION_FILE, &lock);
     if (!f)
         return 0;
     char line[128];
@@ -129,13 +145,14 @@ int queryPanTilt(double* pan, double* tilt)
             haveTilt = parseNumber(line + 7, tilt);
     }
     fclose(f);
+    unlockFile(lock);
     return havePan && haveTilt && fabs(*pan) <= 360 && fabs(*tilt) <= 360;
 }
 
 int queryZoom(const char* statusFile, int* zoom)
 {
-    runQuery(ZOOM_QUERY, "6 81 01 04 07 06 FF", statusFile);
-    FILE* f = fopenRoot(statusFile, "r");
+    int lock;
+    FILE* f = runQueryLocked(ZOOM_QUERY, "6 81 01 04 07 06 FF", statusFile, &lock);
     if (!f)
         return 0;
     char line[128];
@@ -147,6 +164,7 @@ int queryZoom(const char* statusFile, int* zoom)
         found = parseNumber(text, &value) && value >= 0 && value <= 100000;
     }
     fclose(f);
+    unlockFile(lock);
     if (found)
         *zoom = (int)value;
     return found;

@@ -535,18 +535,7 @@ void SetConfiguration()
     char token[17], fileName[64];
     requestAttribute("token", 0, token, 17);
     formatChecked(fileName, sizeof fileName, "%s.PTZConf", token);
-    FILE* list = fopenRoot(ONVIF_PTZ_CONF, "r");
-    int listed = 0;
-    if (!list) {
-        logServiceError("[SetConfiguration]", "%s", "ONVIF_PTZ_CONF missing");
-    } else {
-        char line[256];
-        while (!listed && fgets(line, sizeof line, list)) {
-            line[strcspn(line, "\r\n")] = 0;
-            listed = strcmp(line, fileName) == 0;
-        }
-        fclose(list);
-    }
+    int listed = isListedConfiguration(ONVIF_PTZ_CONF, fileName, "SetConfiguration", "ONVIF_PTZ_CONF");
     if (!listed || !isSafeFileToken(token)) {
         writeSenderFault2("InvalidArgVal", "NoConfig", "The configuration does not exist.",
                           "The configuration does not exist.");

@@ -14,6 +14,7 @@
 #include "state/config.h"
 #include "state/paths.h"
 #include "state/shm.h"
+#include "state/storelock.h"
 
 #include <math.h>
 #include <stdio.h>

@@ -41,4 +41,9 @@ int appendQueryParam(char* query, size_t n, const char* name, const char* value)
 // Runs a complete command line through the shell.
 int runShellCommand(const char* cmd);
 
+// When set, every command line goes to this function instead of the shell,
+// and its result is the command's status. The fuzz target records and checks
+// the lines this way; the program leaves it 0.
+extern int (*G_shellHook)(const char* cmd);
+
 #endif

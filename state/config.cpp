@@ -1,5 +1,6 @@
 // Settings files: the reading pattern, the line reader and safe rewrites.
 #include "state/config.h"
+#include "state/command.h"
 #include "state/paths.h"
 #include "state/shm.h"
 
@@ -13,8 +14,12 @@
 #include <time.h>
 #include <unistd.h>
 
+void (*G_sleepHook)(int ms);
+
 void sleepMs(int ms)
 {
+    if (G_sleepHook)
+        return G_sleepHook(ms);
     struct timespec ts;
     ts.tv_sec = ms / 1000;
     ts.tv_nsec = (long)(ms % 1000) * 1000000L;
@@ -204,6 +209,27 @@ int replaceFileContent(const char* path, const char* content)
     return commitWorkCopy(work, workName, real);
 }
 
+int keepFileTail(const char* path, long offset)
+{
+    char real[512], workName[600];
+    FILE* src = fopen(resolvePath(path, real, sizeof real), "r");
+    if (!src)
+        return -1;
+    struct stat st;
+    mode_t mode = fstat(fileno(src), &st) == 0 ? (st.st_mode & 07777) : 0644;
+    FILE* work = fseek(src, offset, SEEK_SET) == 0 ? openWorkCopy(real, workName, sizeof workName, mode) : 0;
+    if (!work) {
+        fclose(src);
+        return -1;
+    }
+    char buffer[4096];
+    size_t n;
+    while ((n = fread(buffer, 1, sizeof buffer, src)) > 0)
+        fwrite(buffer, 1, n, work);
+    fclose(src);
+    return commitWorkCopy(work, workName, real);
+}
+
 int copyFileThroughWorkCopy(const char* source, const char* target)
 {
     char realSource[512], realTarget[512], workName[600];
@@ -242,8 +268,32 @@ static int replaceKeyLine(const char* line, FILE* out, void* ctx)
     return 1;
 }
 
+int namesKeyOfFile(const char* path, const char* text)
+{
+    FILE* f = fopenRoot(path, "r");
+    if (!f)
+        return 0;
+    char line[1024], key[1024];
+    int named = 0, continuation = 0;
+    while (!named && fgets(line, sizeof line, f)) {
+        const char* equals = continuation ? 0 : strchr(line, '=');
+        size_t len = strlen(line);
+        continuation = len > 0 && line[len - 1] != '\n';
+        if (!equals || equals == line)
+            continue;
+        size_t keyLength = (size_t)(equals - line) + 1;  // with its '='
+        memcpy(key, line, keyLength);
+        key[keyLength] = 0;
+        named = strstr(text, key) != 0;
+    }
+    fclose(f);
+    return named;
+}
+
 int rewriteKeyInFile(const char* path, const char* key, const char* value)
 {
+    if (namesKeyOfFile(path, value))
+        return -3;
     KeyEdit e = {key, value};
     return rewriteFileThroughWorkCopy(path, replaceKeyLine, &e);
 }
@@ -256,6 +306,7 @@ int Update_ONVIF_CONF_FILE(const char* key, const char* value)
 // Appends one line to a log file by running /bin/echo through the shell, as
 // the camera's other tools expect; the message is single-quoted and line
 // breaks become spaces, so it lands as one line and nothing in it runs.
+__attribute__((format(printf, 2, 0)))
 static void echoToLog(const char* logPath, const char* fmt, va_list ap)
 {
     char msg[512];
@@ -268,7 +319,7 @@ static void echoToLog(const char* logPath, const char* fmt, va_list ap)
         !shellQuotedPath(logPath, quotedLog, sizeof quotedLog))
         return;
     snprintf(cmd, sizeof cmd, "/bin/echo %s >> %s", quotedMsg, quotedLog);
-    if (system(cmd)) {}
+    runShellCommand(cmd);
 }
 
 int log_message_to_onvifErrorFile(int flag, const char* fmt, ...)

@@ -84,10 +84,20 @@ int rewriteFileThroughWorkCopy(const char* path, LineEditor edit, void* ctx);
 // Replaces target with a copy of source, the same safe way. Returns 0 or -1.
 int copyFileThroughWorkCopy(const char* source, const char* target);
 
+// Replaces a file with its own bytes from offset on, the same safe way.
+// Returns 0 or -1 (the file is then unchanged).
+int keepFileTail(const char* path, long offset);
+
 // Replaces the whole content of a file the same safe way (creates it if needed).
 int replaceFileContent(const char* path, const char* content);
 
+// 1 when text holds a key of the key=value file at path followed by "=":
+// readers find keys anywhere in a line, so such a stored value would read
+// back as that other setting.
+int namesKeyOfFile(const char* path, const char* text);
+
 // Replaces every line of path that contains key (with its '=') by key+value.
+// -3, with nothing written, when the value names a key of the file (above).
 int rewriteKeyInFile(const char* path, const char* key, const char* value);
 
 // rewriteKeyInFile on ONVIF_CONF_FILE.
@@ -105,6 +115,9 @@ void logServiceError(const char* func, const char* fmt, ...)
 
 // Sleeps for the given milliseconds.
 void sleepMs(int ms);
+// When set, sleepMs calls it instead of sleeping: the fuzz target runs
+// thousands of requests a second through handlers that wait. 0 in the program.
+extern void (*G_sleepHook)(int ms);
 
 int getch();
 

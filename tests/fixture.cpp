@@ -113,6 +113,11 @@ CgiResult CameraTest::run(const std::string& body, const std::string& contentLen
 {
     std::string in = root + "/request.body", out = root + "/response.out";
     writeFile("request.body", body);
+    // tools/run-tests.sh collects the tests' bodies as the fuzz target's seeds.
+    if (const char* seeds = getenv("ONVIF_FUZZ_SEEDS"))
+        if (*seeds)
+            std::ofstream(std::string(seeds) + "/" + std::to_string(std::hash<std::string>{}(body)), std::ios::binary)
+                << body;
     std::vector<std::string> env = {"PATH=/usr/bin:/bin", "ONVIF_ROOT=" + root, "HOST=192.168.0.100"};
     if (contentLength != "-")
         env.push_back("CONTENT_LENGTH=" + (contentLength.empty() ? std::to_string(body.size()) : contentLength));

@@ -140,18 +140,31 @@ TEST_F(Search, AttributeSearchMatchingRules)
     EXPECT_STREQ(dest, "four");
 }
 
-TEST_F(Search, TablesStopAtSixtyFourRows)
+TEST_F(Search, ARequestPastTheTablesIsRefusedWhole)
 {
-    std::string body = "<A>";
-    for (int i = 0; i < 100; ++i)
-        body += "<I n=\"" + std::to_string(i) + "\">" + std::to_string(i) + "</I>";
-    parse(body + "<Last>end</Last></A>");
-    EXPECT_EQ(G_xmlElementNum, 64);
-    EXPECT_EQ(G_xmlAttributeNum, 64);
-    char dest[16] = {0};
-    EXPECT_EQ(searchDataInElement("Last", dest, sizeof dest - 1), 0);
-    EXPECT_EQ(searchAttriInElementContinous("n", dest, sizeof dest - 1, 64), 1);
-    EXPECT_STREQ(dest, "63");
+    // 64 rows fit; a 65th element or attribute, in the body or the header, does not.
+    struct Case { int elements; int attributes; bool inHeader; int status; };
+    for (const Case& c : {Case{63, 0, false, 200}, Case{64, 0, false, 400}, Case{0, 64, false, 200},
+                          Case{0, 65, false, 400}, Case{100, 100, false, 400}, Case{64, 0, true, 200},
+                          Case{65, 0, true, 400}, Case{0, 65, true, 400}}) {
+        std::string items;
+        for (int i = 0; i < c.elements; ++i)
+            items += "<I>" + std::to_string(i) + "</I>";
+        std::string attributes;
+        for (int i = 0; i < c.attributes; ++i)
+            attributes += " n" + std::to_string(i) + "=\"" + std::to_string(i) + "\"";
+        if (!c.inHeader)
+            parse("<A" + attributes + ">" + items + "</A>");  // A is a row too
+        else if (c.attributes)
+            parse("<A/>", "<L" + attributes + "/>");
+        else
+            parse("<A/>", items);
+        EXPECT_EQ(G_httpAck, c.status) << c.elements << " " << c.attributes << " " << c.inHeader;
+        EXPECT_LE(G_xmlElementNum, 64);
+        EXPECT_LE(G_xmlAttributeNum, 64);
+        EXPECT_LE(G_xmlElementNum_WSSE, 64);
+        EXPECT_LE(G_xmlAttributeNum_WSSE, 64);
+    }
 }
 
 TEST_F(Search, EventIndexIsTakenFromTheHeaderToOnlyForItsVariants)
