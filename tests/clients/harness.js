@@ -1,8 +1,9 @@
 // The node client flows' step runner: bounded steps, one table row each (pass, fail, divergence),
-// exit 1 on a failed step or a refused connection; also keeps the answers for the schema check.
+// exit 1 on a failed step or a refused connection; keeps answers and requests for the schema check and fuzzing.
 'use strict';
 const { refused } = require('./loopback');
 const { execFile } = require('child_process');
+const crypto = require('crypto');
 const fs = require('fs');
 const path = require('path');
 
@@ -78,6 +79,14 @@ function keep(flow, xml) {
     fs.writeFileSync(path.join(dir, `ClientFlow.${flow}.${process.pid}.${++kept}.xml`), xml);
 }
 
+// seed(body): a request the client sent, kept as a seed of the request fuzz
+// target when tools/run-tests.sh collects them in ONVIF_FUZZ_SEEDS.
+function seed(body) {
+    const dir = process.env.ONVIF_FUZZ_SEEDS;
+    if (!dir || typeof body !== 'string') return;
+    fs.writeFileSync(path.join(dir, `client-${crypto.createHash('sha1').update(body).digest('hex')}`), body);
+}
+
 function finish(flow) {
     const failed = rows.filter((r) => r.result === 'fail').length;
     console.log(`\n${flow}: client operations`);
@@ -90,4 +99,4 @@ function finish(flow) {
     process.exit(failed || refused.length ? 1 : 0);
 }
 
-module.exports = { step, assert, call, event, within, keep, finish };
+module.exports = { step, assert, call, event, within, keep, seed, finish };

@@ -2,14 +2,15 @@
 // presets; run by tests/client_flow_test.sh, which sets ONVIF_PORT and ONVIF_RTSP_PORT.
 'use strict';
 const { checkAddress } = require('./loopback');
-const { step, assert, keep, finish } = require('./harness');
+const { step, assert, keep, seed, finish } = require('./harness');
 const onvif = require('node-onvif');
 
-// The library's one HTTP exchange, tapped so that its answers reach the
-// suite's schema check (only status 200 answers come back through it).
+// The library's one HTTP exchange, tapped so that its requests seed the fuzz
+// target and its answers reach the schema check (only status 200 ones do).
 const soap = require('node-onvif/lib/modules/soap.js');
 const request = soap._request;
 soap._request = function (...args) {
+    seed(args[1]);
     return request.apply(this, args).then((xml) => {
         keep('node_onvif_flow', xml);
         return xml;

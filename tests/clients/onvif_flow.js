@@ -2,7 +2,7 @@
 // subscription; run by tests/client_flow_test.sh, which sets ONVIF_PORT and the rest.
 'use strict';
 const { checkAddress } = require('./loopback');
-const { step, assert, call, event, keep, finish } = require('./harness');
+const { step, assert, call, event, keep, seed, finish } = require('./harness');
 const { Cam } = require('onvif');
 const fs = require('fs');
 const http = require('http');
@@ -27,6 +27,7 @@ function camera(credentials) {
 function recordExchanges(cam) {
     const exchanges = [];
     cam.on('rawRequest', (body) => {
+        seed(body);
         const m = /<s:Body[^>]*>\s*<([A-Za-z0-9]+:)?([A-Za-z]+)/.exec(body);
         exchanges.push({ action: m ? m[2] : '' });
     });

@@ -1,6 +1,7 @@
 """Debian's zeep, strict, with the WSDLs of ../shared/onvif-schema, making Home Assistant's ONVIF
 requests to the simulated camera; run by tests/client_flow_test.sh, which sets ONVIF_PORT and the rest."""
 import datetime
+import hashlib
 import os
 import subprocess
 import sys
@@ -64,7 +65,7 @@ class LoopbackAdapter(requests.adapters.HTTPAdapter):
 
 class LoopbackTransport(zeep.transports.Transport):
     """Loads schemas only from the local copies and posts only to 127/8;
-    keeps every answer for the suite's schema check."""
+    keeps every request as a fuzz seed and every answer for the schema check."""
 
     def __init__(self, **kwargs):
         super().__init__(**kwargs)
@@ -85,12 +86,23 @@ class LoopbackTransport(zeep.transports.Transport):
         if not loopback(address):
             refused.append("post " + address)
             raise RuntimeError("refused to post outside the loopback range: %s" % address)
+        seed(message)
         response = super().post(address, message, headers)
         keep(response.content)
         return response
 
 
 kept = [0]
+
+
+def seed(request):
+    """Keeps a request zeep sent as a seed of the request fuzz target, when
+    tools/run-tests.sh collects them in ONVIF_FUZZ_SEEDS."""
+    folder = os.environ.get("ONVIF_FUZZ_SEEDS")
+    if folder:
+        data = request if isinstance(request, bytes) else request.encode()
+        with open(os.path.join(folder, "client-" + hashlib.sha1(data).hexdigest()), "wb") as f:
+            f.write(data)
 
 
 def keep(answer):
