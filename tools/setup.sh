@@ -1,8 +1,9 @@
 #!/bin/sh
 # Installs the Debian packages the build, the tests and the simulated camera
-# need (when missing), then configures and builds into build/ (and, with
-# --asan, build-asan/ with AddressSanitizer and UndefinedBehaviorSanitizer;
-# with --fuzz, also clang and build-fuzz/ with the libFuzzer target).
+# need (when missing) and the npm client libraries of tests/clients, then
+# configures and builds into build/ (and, with --asan, build-asan/ with
+# AddressSanitizer and UndefinedBehaviorSanitizer; with --fuzz, also clang and
+# build-fuzz/ with the libFuzzer target).
 set -eu
 cd "$(dirname "$0")/.."
 
@@ -10,6 +11,11 @@ packages="g++ cmake ninja-build pkg-config libtinyxml-dev libgtest-dev lighttpd 
 # The simulated camera's stream and snapshots, and ffprobe for their tests.
 packages="$packages libgstrtspserver-1.0-dev gstreamer1.0-plugins-base gstreamer1.0-plugins-good"
 packages="$packages gstreamer1.0-plugins-ugly ffmpeg"
+# The client flows: zeep, and node with npm for the npm clients (a node that
+# came without Debian's package is kept as it is).
+packages="$packages python3-zeep"
+command -v node >/dev/null || packages="$packages nodejs"
+command -v npm >/dev/null || packages="$packages npm"
 [ "${1:-}" = "--fuzz" ] && packages="$packages clang libclang-rt-14-dev"
 . tools/packages.sh
 install_missing $packages
@@ -19,6 +25,9 @@ install_missing $packages
 [ -f build/build.ninja ] && [ -z "$missing" ] || cmake -S . -B build -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
 # The build machines are shared: two jobs at most.
 ninja -C build -j2
+# The npm clients at the versions the lockfile pins, again when it changed.
+[ tests/clients/node_modules/.package-lock.json -nt tests/clients/package-lock.json ] \
+    || (cd tests/clients && npm ci --no-audit --no-fund)
 if [ "${1:-}" = "--asan" ]; then
     cmake -S . -B build-asan -G Ninja -DCMAKE_BUILD_TYPE=Debug -DONVIF_SANITIZE=ON >/dev/null
     ninja -C build-asan -j2
