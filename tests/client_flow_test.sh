@@ -32,6 +32,12 @@ case "$flow" in
         runner=node ;;
     *.py)
         /usr/bin/python3 -c 'import zeep' 2>/dev/null || fail "zeep missing (Debian package python3-zeep; tools/setup.sh installs it)"
+        # zeep reads the ONVIF WSDLs beside the project (or where ONVIF_SCHEMA_DIR says).
+        schema="${ONVIF_SCHEMA_DIR:-$top/../shared/onvif-schema}"
+        if [ ! -d "$schema/onvif" ]; then
+            echo "no ONVIF schema at $schema (set ONVIF_SCHEMA_DIR): flow skipped"
+            exit 77
+        fi
         # Debian's python3 with Debian's zeep, whatever python3 is first on the path.
         runner=/usr/bin/python3 ;;
     *) fail "unknown flow $flow" ;;

@@ -20,7 +20,7 @@ from zeep.wsse.username import UsernameToken
 PORT = int(os.environ["ONVIF_PORT"])
 RTSP_PORT = int(os.environ["ONVIF_RTSP_PORT"])
 TOP = os.environ["ONVIF_TOP"]
-SCHEMA = os.path.normpath(os.path.join(TOP, "..", "shared", "onvif-schema"))
+SCHEMA = os.path.normpath(os.environ.get("ONVIF_SCHEMA_DIR") or os.path.join(TOP, "..", "shared", "onvif-schema"))
 DEVICE = "http://127.0.0.1:%d/onvif/device_service" % PORT
 TER = "http://www.onvif.org/ver10/error"
 
