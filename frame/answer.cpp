@@ -61,9 +61,8 @@ static int putEscaped(const char* text)
 static void vappend(const char* fmt, va_list ap)
 {
     const char* run = fmt;
-    for (const char* p = fmt; *p; ++p) {
-        if (*p != '%')
-            continue;
+    // The markup between conversions is long and plain: find each '%' at once.
+    for (const char* p = strchr(fmt, '%'); p; p = strchr(p + 1, '%')) {
         if (!put(run, (size_t)(p - run)))
             return;
         const char* start = p++;

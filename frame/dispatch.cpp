@@ -148,12 +148,25 @@ const ActionRow* actionTable(int* rows)
 
 const ActionRow* actionRow(const char* action)
 {
+    // Authentication, dispatch and the envelope each ask for the request's
+    // row: the table is walked once per name.
+    static char lastAction[128];
+    static const ActionRow* lastRow;
     if (!action)
         return 0;
+    if (lastAction[0] && strcmp(action, lastAction) == 0)
+        return lastRow;
+    const ActionRow* found = 0;
     for (const ActionRow& r : actionRows)
-        if ((r.flags & EXACT_NAME) ? strcmp(action, r.name) == 0 : strstr(action, r.name) != 0)
-            return &r;
-    return 0;
+        if ((r.flags & EXACT_NAME) ? strcmp(action, r.name) == 0 : strstr(action, r.name) != 0) {
+            found = &r;
+            break;
+        }
+    if (strlen(action) < sizeof lastAction) {
+        memcpy(lastAction, action, strlen(action) + 1);
+        lastRow = found;
+    }
+    return found;
 }
 
 int dispatchRow(const char* action)
