@@ -12,3 +12,12 @@ int main()
     (void)segmentAttached;
     return serveRequest();
 }
+
+#if !defined(__cpp_exceptions)
+#include <stdlib.h>
+// Built without exceptions (the camera release), nothing can throw: a
+// terminate handler that only aborts keeps the runtime's name demangler out.
+namespace __gnu_cxx {
+void __verbose_terminate_handler() { abort(); }
+}
+#endif

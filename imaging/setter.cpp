@@ -24,7 +24,7 @@ enum Unit { AS_GIVEN, EXPOSURE_TIME_UNIT };
 
 // One rule per setting: where it lies in the request, how it is checked,
 // which line of the settings file keeps it and which camera parameter carries it.
-struct SettingRule {
+struct ImagingRule {
     const char* group;      // element group in the request, 0 at the top
     const char* element;
     const char* attribute;  // read from the element's attribute, 0 for its text
@@ -35,7 +35,7 @@ struct SettingRule {
     const char* parameter;  // the camera's settings program's name
 };
 
-static const SettingRule RULES[] = {
+static const ImagingRule RULES[] = {
     {"BacklightCompensation", "Mode", 0, Check_ON_OFF, AB_BLC_MODE, "BacklightCompensation.Mode=", AS_GIVEN,
      "Image.BacklightCompensation"},
     {"BacklightCompensation", "Level", 0, checkNumber, AB_BLC_LEVEL, "BacklightCompensation.Level=", AS_GIVEN,
@@ -106,7 +106,7 @@ static const char* const ORDERED_PAIRS[][2] = {
 #define VALUE_TEXT_SIZE 64
 
 struct Change {
-    const SettingRule* rule;
+    const ImagingRule* rule;
     double number;
     char value[VALUE_TEXT_SIZE];  // as the file and the camera get it
 };
@@ -132,7 +132,7 @@ static int formatFileNumber(double v, char* out, size_t n)
     return 1;
 }
 
-static int readRuleText(const SettingRule& r, char* text, size_t n)
+static int readRuleText(const ImagingRule& r, char* text, size_t n)
 {
     if (!r.attribute)
         return r.group ? requestTextInGroup(r.group, r.element, SETTING_BOUNDARIES, text, n) : requestText(r.element, text, n);
@@ -143,7 +143,7 @@ static int readRuleText(const SettingRule& r, char* text, size_t n)
 }
 
 // Checks one present value against its rule and the description.
-static int acceptValue(const SettingRule& r, const AbilityValue& bounds, char* text, Change* c)
+static int acceptValue(const ImagingRule& r, const AbilityValue& bounds, char* text, Change* c)
 {
     if (!bounds.present || r.check(text) != 0)
         return 0;
@@ -165,7 +165,7 @@ static const Change* changeOf(const ChangeSet& set, const char* key)
 }
 
 // "Exposure/Window/@bottom": the setting as the refusal names it.
-static void settingName(const SettingRule& r, char* out, size_t n)
+static void settingName(const ImagingRule& r, char* out, size_t n)
 {
     snprintf(out, n, "%s%s%s%s%s", r.group ? r.group : "", r.group ? "/" : "", r.element, r.attribute ? "/@" : "",
              r.attribute ? r.attribute : "");
@@ -176,7 +176,7 @@ static int collectChanges(const ImagingAbilities& a, ChangeSet* set)
 {
     char text[VALUE_TEXT_SIZE], name[64], detail[160];
     set->count = 0;
-    for (const SettingRule& r : RULES) {
+    for (const ImagingRule& r : RULES) {
         int got = readRuleText(r, text, sizeof text);
         if (got == VALUE_ABSENT)
             continue;
