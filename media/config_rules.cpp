@@ -180,6 +180,14 @@ int cameraHasAudio()
     return shmWord(AUDIO_INPUTS_WORD) > 0;
 }
 
+int refuseWithoutAudio()
+{
+    if (cameraHasAudio())
+        return 0;
+    writeAudioNotSupportedFault();
+    return 1;
+}
+
 void writeAudioNotSupportedFault()
 {
     writeReceiverFault2("ActionNotSupported", "AudioNotSupported", "Audio is not supported",

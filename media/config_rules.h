@@ -62,6 +62,8 @@ int isKnownSourceToken(const ConfigKind* kind, const char* token);
 // it the audio setters and single reads answer this fault.
 int cameraHasAudio();
 void writeAudioNotSupportedFault();
+// A camera without audio: writes that fault and returns 1.
+int refuseWithoutAudio();
 
 // --- The generic setter ---
 

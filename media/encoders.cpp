@@ -297,10 +297,8 @@ void GetAudioEncoderConfigurations()
 
 void GetAudioEncoderConfiguration()
 {
-    if (!cameraHasAudio()) {
-        writeAudioNotSupportedFault();
+    if (refuseWithoutAudio())
         return;
-    }
     answerOneConfiguration(&AUDIO_ENCODER_KIND, "GetAudioEncoderConfiguration");
 }
 
@@ -313,10 +311,8 @@ void GetCompatibleAudioEncoder()
 
 void GetAudioEncoderConfigurationOptions()
 {
-    if (!cameraHasAudio()) {
-        writeAudioNotSupportedFault();
+    if (refuseWithoutAudio())
         return;
-    }
     char token[CONFIG_TOKEN_MAX + 1], fileName[CONFIG_TOKEN_MAX + 16], profileFile[PROFILE_TOKEN_MAX + 16];
     if (!requestOptionalConfiguration(&AUDIO_ENCODER_KIND, token, sizeof token, fileName, sizeof fileName,
                                       "GetAudioEncoderConfigurationOptions") ||
@@ -391,10 +387,8 @@ static const SettingRule AUDIO_ENCODER_RULES[] = {
 
 void SetAudioEncoderConfiguration()
 {
-    if (!cameraHasAudio()) {
-        writeAudioNotSupportedFault();
+    if (refuseWithoutAudio())
         return;
-    }
     char token[CONFIG_TOKEN_MAX + 1], fileName[CONFIG_TOKEN_MAX + 16], path[320];
     if (!requestListedConfiguration(&AUDIO_ENCODER_KIND, "@token", token, sizeof token, fileName, sizeof fileName,
                                     "SetAudioEncoderConfiguration"))

@@ -210,10 +210,8 @@ void GetAudioSourceConfigurations()
 
 void GetAudioSourceConfiguration()
 {
-    if (!cameraHasAudio()) {
-        writeAudioNotSupportedFault();
+    if (refuseWithoutAudio())
         return;
-    }
     answerOneConfiguration(&AUDIO_SOURCE_KIND, "GetAudioSourceConfiguration");
 }
 
@@ -226,10 +224,8 @@ void GetCompatibleAudioSource()
 
 void GetAudioSourceConfigurationOptions()
 {
-    if (!cameraHasAudio()) {
-        writeAudioNotSupportedFault();
+    if (refuseWithoutAudio())
         return;
-    }
     char token[CONFIG_TOKEN_MAX + 1], fileName[CONFIG_TOKEN_MAX + 16], profileFile[PROFILE_TOKEN_MAX + 16];
     if (!requestOptionalConfiguration(&AUDIO_SOURCE_KIND, token, sizeof token, fileName, sizeof fileName,
                                       "GetAudioSourceConfigurationOptions") ||
@@ -249,10 +245,8 @@ void GetAudioSourceConfigurationOptions()
 
 void SetAudioSourceConfiguration()
 {
-    if (!cameraHasAudio()) {
-        writeAudioNotSupportedFault();
+    if (refuseWithoutAudio())
         return;
-    }
     setSourceConfiguration(&AUDIO_SOURCE_KIND, AUDIO_SOURCE_RULES, COUNT(AUDIO_SOURCE_RULES),
                            "SetAudioSourceConfiguration", 0);
 }

@@ -209,36 +209,11 @@ int replaceFileContent(const char* path, const char* content)
     return commitWorkCopy(work, workName, real);
 }
 
-int keepFileTail(const char* path, long offset)
+// Copies the rest of src into a new work copy of target (resolved) with the
+// given mode and renames it over target; src is closed. -1 when it cannot.
+static int replaceWithRestOf(FILE* src, const char* realTarget, mode_t mode)
 {
-    char real[512], workName[600];
-    FILE* src = fopen(resolvePath(path, real, sizeof real), "r");
-    if (!src)
-        return -1;
-    struct stat st;
-    mode_t mode = fstat(fileno(src), &st) == 0 ? (st.st_mode & 07777) : 0644;
-    FILE* work = fseek(src, offset, SEEK_SET) == 0 ? openWorkCopy(real, workName, sizeof workName, mode) : 0;
-    if (!work) {
-        fclose(src);
-        return -1;
-    }
-    char buffer[4096];
-    size_t n;
-    while ((n = fread(buffer, 1, sizeof buffer, src)) > 0)
-        fwrite(buffer, 1, n, work);
-    fclose(src);
-    return commitWorkCopy(work, workName, real);
-}
-
-int copyFileThroughWorkCopy(const char* source, const char* target)
-{
-    char realSource[512], realTarget[512], workName[600];
-    FILE* src = fopen(resolvePath(source, realSource, sizeof realSource), "r");
-    if (!src)
-        return -1;
-    resolvePath(target, realTarget, sizeof realTarget);
-    struct stat st;
-    mode_t mode = stat(realTarget, &st) == 0 ? (st.st_mode & 07777) : 0644;
+    char workName[600];
     FILE* work = openWorkCopy(realTarget, workName, sizeof workName, mode);
     if (!work) {
         fclose(src);
@@ -250,6 +225,33 @@ int copyFileThroughWorkCopy(const char* source, const char* target)
         fwrite(buffer, 1, n, work);
     fclose(src);
     return commitWorkCopy(work, workName, realTarget);
+}
+
+int keepFileTail(const char* path, long offset)
+{
+    char real[512];
+    FILE* src = fopen(resolvePath(path, real, sizeof real), "r");
+    if (!src)
+        return -1;
+    struct stat st;
+    mode_t mode = fstat(fileno(src), &st) == 0 ? (st.st_mode & 07777) : 0644;
+    if (fseek(src, offset, SEEK_SET) != 0) {
+        fclose(src);
+        return -1;
+    }
+    return replaceWithRestOf(src, real, mode);
+}
+
+int copyFileThroughWorkCopy(const char* source, const char* target)
+{
+    char realSource[512], realTarget[512];
+    FILE* src = fopen(resolvePath(source, realSource, sizeof realSource), "r");
+    if (!src)
+        return -1;
+    resolvePath(target, realTarget, sizeof realTarget);
+    struct stat st;
+    mode_t mode = stat(realTarget, &st) == 0 ? (st.st_mode & 07777) : 0644;
+    return replaceWithRestOf(src, realTarget, mode);
 }
 
 struct KeyEdit {
