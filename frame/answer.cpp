@@ -52,7 +52,7 @@ static int putEscaped(const char* text)
     return put(run, strlen(run));
 }
 
-// The conversion specs below are copied out of the caller's literal format,
+// The conversions below are copied out of the caller's literal format,
 // which the compiler has checked against the arguments.
 #pragma GCC diagnostic ignored "-Wformat-nonliteral"
 
@@ -83,14 +83,14 @@ static void vappend(const char* fmt, va_list ap)
             if (*p == 'z') longs = 3;
             ++p;
         }
-        char spec[32];
-        size_t specLength = (size_t)(p - start) + 1;
-        if (!*p || specLength >= sizeof spec) {
+        char conversion[32];
+        size_t conversionLength = (size_t)(p - start) + 1;
+        if (!*p || conversionLength >= sizeof conversion) {
             responseOverflow = 1;  // a format this writer does not know: refuse, never guess
             return;
         }
-        memcpy(spec, start, specLength);
-        spec[specLength] = 0;
+        memcpy(conversion, start, conversionLength);
+        conversion[conversionLength] = 0;
         char piece[512];
         int n = 0;
         switch (*p) {
@@ -103,16 +103,16 @@ static void vappend(const char* fmt, va_list ap)
         }
         case 'd': case 'i': case 'u': case 'x': case 'X': case 'c':
             if (longs == 3)
-                n = snprintf(piece, sizeof piece, spec, va_arg(ap, size_t));
+                n = snprintf(piece, sizeof piece, conversion, va_arg(ap, size_t));
             else if (longs == 2)
-                n = snprintf(piece, sizeof piece, spec, va_arg(ap, long long));
+                n = snprintf(piece, sizeof piece, conversion, va_arg(ap, long long));
             else if (longs == 1)
-                n = snprintf(piece, sizeof piece, spec, va_arg(ap, long));
+                n = snprintf(piece, sizeof piece, conversion, va_arg(ap, long));
             else
-                n = snprintf(piece, sizeof piece, spec, va_arg(ap, int));
+                n = snprintf(piece, sizeof piece, conversion, va_arg(ap, int));
             break;
         case 'f': case 'g': case 'e': case 'G': case 'E':
-            n = snprintf(piece, sizeof piece, spec, va_arg(ap, double));
+            n = snprintf(piece, sizeof piece, conversion, va_arg(ap, double));
             break;
         default:
             responseOverflow = 1;

@@ -37,24 +37,8 @@ protected:
         const std::string body = soap(bodyXml);
         const std::string in = path("req-" + tag), out = path("resp-" + tag);
         writeFile("req-" + tag, body);
-        std::vector<std::string> env = {"PATH=/usr/bin:/bin", "ONVIF_ROOT=" + root, "HOST=192.168.0.100",
-                                        "CONTENT_LENGTH=" + std::to_string(body.size())};
-        for (const char* inherited : {"ASAN_OPTIONS", "UBSAN_OPTIONS"})
-            if (getenv(inherited))
-                env.push_back(std::string(inherited) + "=" + getenv(inherited));
-        std::vector<char*> envp;
-        for (auto& e : env)
-            envp.push_back(const_cast<char*>(e.c_str()));
-        envp.push_back(nullptr);
-        posix_spawn_file_actions_t actions;
-        posix_spawn_file_actions_init(&actions);
-        posix_spawn_file_actions_addopen(&actions, 0, in.c_str(), O_RDONLY, 0);
-        posix_spawn_file_actions_addopen(&actions, 1, out.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-        char* argv[] = {const_cast<char*>(ONVIF_SERVICE_BIN), nullptr};
-        pid_t pid;
-        int rc = posix_spawn(&pid, ONVIF_SERVICE_BIN, &actions, nullptr, argv, envp.data());
-        posix_spawn_file_actions_destroy(&actions);
-        if (rc != 0)
+        pid_t pid = spawnService({"HOST=192.168.0.100", "CONTENT_LENGTH=" + std::to_string(body.size())}, in, out);
+        if (pid < 0)
             return 0;
         int wstatus = 0;
         waitpid(pid, &wstatus, 0);

@@ -108,28 +108,19 @@ static void keepAnswerForSchemaCheck(const std::string& raw)
     o << raw;
 }
 
-CgiResult CameraTest::run(const std::string& body, const std::string& contentLength,
-                          const std::map<std::string, std::string>& extraEnv)
+pid_t CameraTest::spawnService(std::vector<std::string> env, const std::string& in, const std::string& out) const
 {
-    std::string in = root + "/request.body", out = root + "/response.out";
-    writeFile("request.body", body);
-    // tools/run-tests.sh collects the tests' bodies as the fuzz target's seeds.
-    if (const char* seeds = getenv("ONVIF_FUZZ_SEEDS"))
-        if (*seeds)
-            std::ofstream(std::string(seeds) + "/" + std::to_string(std::hash<std::string>{}(body)), std::ios::binary)
-                << body;
-    std::vector<std::string> env = {"PATH=/usr/bin:/bin", "ONVIF_ROOT=" + root, "HOST=192.168.0.100"};
-    if (contentLength != "-")
-        env.push_back("CONTENT_LENGTH=" + (contentLength.empty() ? std::to_string(body.size()) : contentLength));
+    for (const std::string& base : {std::string("PATH=/usr/bin:/bin"), "ONVIF_ROOT=" + root}) {
+        std::string name = base.substr(0, base.find('=') + 1);
+        bool given = false;
+        for (auto& e : env)
+            given = given || e.rfind(name, 0) == 0;
+        if (!given)
+            env.insert(env.begin(), base);
+    }
     for (const char* inherited : {"ASAN_OPTIONS", "UBSAN_OPTIONS"})
         if (getenv(inherited))
             env.push_back(std::string(inherited) + "=" + getenv(inherited));
-    for (auto& kv : extraEnv) {
-        for (auto it = env.begin(); it != env.end();)
-            it = it->rfind(kv.first + "=", 0) == 0 ? env.erase(it) : it + 1;
-        if (kv.second != "-")
-            env.push_back(kv.first + "=" + kv.second);
-    }
     std::vector<char*> envp;
     for (auto& e : env)
         envp.push_back(const_cast<char*>(e.c_str()));
@@ -154,11 +145,34 @@ CgiResult CameraTest::run(const std::string& body, const std::string& contentLen
         argv.push_back(const_cast<char*>(w.c_str()));
     argv.push_back(nullptr);
     pid_t pid;
-    CgiResult r;
     int rc = posix_spawn(&pid, argv[0], &actions, nullptr, argv.data(), envp.data());
     posix_spawn_file_actions_destroy(&actions);
-    EXPECT_EQ(rc, 0);
-    if (rc != 0)
+    return rc == 0 ? pid : -1;
+}
+
+CgiResult CameraTest::run(const std::string& body, const std::string& contentLength,
+                          const std::map<std::string, std::string>& extraEnv)
+{
+    std::string in = root + "/request.body", out = root + "/response.out";
+    writeFile("request.body", body);
+    // tools/run-tests.sh collects the tests' bodies as the fuzz target's seeds.
+    if (const char* seeds = getenv("ONVIF_FUZZ_SEEDS"))
+        if (*seeds)
+            std::ofstream(std::string(seeds) + "/" + std::to_string(std::hash<std::string>{}(body)), std::ios::binary)
+                << body;
+    std::vector<std::string> env = {"HOST=192.168.0.100"};
+    if (contentLength != "-")
+        env.push_back("CONTENT_LENGTH=" + (contentLength.empty() ? std::to_string(body.size()) : contentLength));
+    for (auto& kv : extraEnv) {
+        for (auto it = env.begin(); it != env.end();)
+            it = it->rfind(kv.first + "=", 0) == 0 ? env.erase(it) : it + 1;
+        if (kv.second != "-")
+            env.push_back(kv.first + "=" + kv.second);
+    }
+    CgiResult r;
+    pid_t pid = spawnService(env, in, out);
+    EXPECT_GE(pid, 0);
+    if (pid < 0)
         return r;
     int wstatus = 0;
     waitpid(pid, &wstatus, 0);

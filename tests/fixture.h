@@ -7,6 +7,8 @@
 #include <gtest/gtest.h>
 #include <map>
 #include <string>
+#include <sys/types.h>
+#include <vector>
 
 struct CgiResult {
     std::string raw;      // everything the program printed
@@ -29,6 +31,10 @@ protected:
     static std::string soap(const std::string& bodyXml, const std::string& headerXml = "");
     // Runs one action: soap(bodyXml).
     CgiResult call(const std::string& bodyXml) { return run(soap(bodyXml)); }
+
+    // Starts device_service on the in and out files with env (PATH and
+    // ONVIF_ROOT added unless given) inside the root; its pid, or -1.
+    pid_t spawnService(std::vector<std::string> env, const std::string& in, const std::string& out) const;
 
     std::string path(const std::string& rel) const { return root + "/" + rel; }
     std::string readFile(const std::string& rel) const;
