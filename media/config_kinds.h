@@ -105,7 +105,7 @@ int checkForcePersistence(char* value, const SettingRow* row, const char* option
 
 // path, key, check, min, max, option, parameter, form, flags
 #define MEDIA_ROW(path, key, check, option, parameter, restarts) \
-    {path, key, check, 0, 0, option, parameter, FORM_AS_GIVEN, (restarts) ? SETTING_RESTARTS : 0u, 0}
+    {path, key, check, 0, 0, option, parameter, FORM_AS_GIVEN, (restarts) ? (unsigned)SETTING_RESTARTS : 0u, 0}
 
 // The rows of the multicast block and session timeout every stream
 // configuration ends with, and the persistence flag every setter carries.

@@ -161,16 +161,23 @@ static int replacePassedLines(const char* line, FILE* out, void* data)
                     return -1;
         return 0;
     }
+    int ofRow = 0;
     for (int i = 0; i < t->count; ++i) {
         const char* key = t->rows[i].key;
         size_t len = key ? strlen(key) : 0;
-        if (rowPassed(t, w->values, i) && strncmp(line, key, len) == 0 && line[len] == '=') {
+        if (!key || strncmp(line, key, len) != 0 || line[len] != '=')
+            continue;
+        if (rowPassed(t, w->values, i)) {
             fprintf(out, "%s=%s\n", key, w->values->value[i]);
             w->written[i] = 1;
             return 1;
         }
+        ofRow = 1;
     }
-    return 0;
+    if (ofRow || !(t->flags & SETTINGS_OTHER_LINES_AS_FORMATTED))
+        return 0;
+    copyLineAsFormatted(line, out);
+    return 1;
 }
 
 SettingOutcome applySettings(const SettingTable* t, SettingValues* v)

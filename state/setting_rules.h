@@ -50,7 +50,8 @@ enum SettingTableFlags {
     SETTINGS_LOAD_FIRST = 1,       // the file's values are read before the request's (a missing file refuses first)
     SETTINGS_PASS_UNCHANGED = 2,   // every given value is written and passed on, changed or not
     SETTINGS_ALWAYS_REWRITE = 4,   // the file is rewritten even when the request gives nothing
-    SETTINGS_KEYS_MUST_EXIST = 8   // a value whose key has no line gives the whole rewrite up
+    SETTINGS_KEYS_MUST_EXIST = 8,  // a value whose key has no line gives the whole rewrite up
+    SETTINGS_OTHER_LINES_AS_FORMATTED = 16  // lines of no row's key pass as the camera's formatter copies them
 };
 
 struct SettingValues;
