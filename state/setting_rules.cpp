@@ -55,9 +55,10 @@ static int loadStored(const SettingTable* t, SettingValues* v)
         keys[i] = t->rows[i].key ? t->rows[i].key : "";
     if (!readConfigValues(t->path, keys, values, t->count))
         return 0;
+    static_assert(CONFIG_VALUE_SIZE <= SETTING_VALUE_SIZE, "a stored value fits a setting value");
     for (int i = 0; i < t->count; ++i) {
-        snprintf(v->stored[i], SETTING_VALUE_SIZE, "%s", values[i]);
-        snprintf(v->value[i], SETTING_VALUE_SIZE, "%s", values[i]);
+        memcpy(v->stored[i], values[i], CONFIG_VALUE_SIZE);
+        memcpy(v->value[i], values[i], CONFIG_VALUE_SIZE);
     }
     return 1;
 }
