@@ -5,6 +5,7 @@
 #include "state/shm_words.h"
 #include "frame/handlers.h"
 #include "frame/xmlsearch.h"
+#include "media/config_kinds.h"
 #include "state/profiles.h"
 #include "state/config.h"
 #include "state/paths.h"
@@ -15,49 +16,6 @@
 
 #define MODEL_A5S_SDK310 6
 #define VARIANT_WIDE_2560 9
-
-struct MediaKind {
-    const char* key;          // profile key with its '='
-    const char* suffix;       // configuration file suffix
-    int directory;            // use-count directory selector; -1: no use count
-    const char* listFile;
-    const char* listMacro;
-    const char* noConfigReason;   // adding an unknown configuration
-    const char* noConfigDetail;
-    const char* nothingReason;    // removing from a profile without one
-    const char* nothingDetail;
-};
-
-static const MediaKind VIDEO_SOURCE = {
-    "VideoSource=", ".VSConf", 0, ONVIF_WEB_DIR "VideoSourceConf.conf", "ONVIF_VIDEO_SOURCE_CONF",
-    "VideoSourceConfiguration does not exist",
-    "The VideoSourceConfiguration indicated by the ConfigurationToken does not exist",
-    "There exists no video source configuration in the media profile",
-    "There exists no video source configuration in the media profile"};
-static const MediaKind AUDIO_SOURCE = {
-    "AudioSource=", ".ASConf", 1, ONVIF_WEB_DIR "AudioSourceConf.conf", "ONVIF_AUDIO_SOURCE_CONF",
-    "AudioSourceConfiguration does not exist",
-    "The AudioSourceConfiguration indicated by the ConfigurationToken does not exist",
-    "There exists no Audio source configuration in the media profile",
-    "There exists no Audio source configuration in the media profile"};
-static const MediaKind VIDEO_ENCODER = {
-    "VideoEncoder=", ".VEncoder", 0, ONVIF_WEB_DIR "VideoEncoder.conf", "ONVIF_VIDEO_ENCODER_CONF",
-    "VideoEncoderConfiguration does not exist",
-    "The VideoEncoderConfiguration indicated by the ConfigurationToken does not exist",
-    "No video encoder configuration in the media profile",
-    "There exists no video encoder configuration in the media profile"};
-static const MediaKind AUDIO_ENCODER = {
-    "AudioEncoder=", ".AEncoder", 0, ONVIF_WEB_DIR "AudioEncoder.conf", "ONVIF_AUDIO_ENCODER_CONF",
-    "AudioEncoderConfiguration does not exist",
-    "The AudioEncoderConfiguration indicated by the ConfigurationToken does not exist",
-    "No Audio encoder configuration in the media profile",
-    "There exists no Audio encoder configuration in the media profile"};
-static const MediaKind METADATA = {
-    "Metadata=", ".MetaData", -1, ONVIF_WEB_DIR "MetaData.conf", "ONVIF_METADATA_CONF",
-    "MetadataConfiguration does not exist",
-    "The MetadataConfiguration indicated by the ConfigurationToken does not exist",
-    "There exists no metadata configuration in the media profile.",
-    "There exists no metadata configuration in the media profile."};
 
 static void writeChannelConflictFault(const char* detail)
 {
@@ -137,7 +95,7 @@ static int channelRuleAllows(const char* profile, const char* config)
     return 1;
 }
 
-static void addConfiguration(const MediaKind& kind, const char* handler, const char* response)
+static void addConfiguration(const ConfigKind& kind, const char* handler, const char* response)
 {
     char profile[PROFILE_TOKEN_MAX + 1], config[PROFILE_TOKEN_MAX + 1], fileName[64], configFile[64];
     requestText("trt:ProfileToken", profile, PROFILE_TOKEN_MAX + 1);
@@ -148,7 +106,7 @@ static void addConfiguration(const MediaKind& kind, const char* handler, const c
     formatChecked(configFile, sizeof configFile, "%s%s", config, kind.suffix);
     int listed = isSafeFileToken(config) && isListedConfiguration(kind.listFile, configFile, handler, kind.listMacro);
     int allowed = 1;
-    if (&kind == &VIDEO_ENCODER && shmWord(MODEL_CODE_WORD) == MODEL_A5S_SDK310)
+    if (&kind == &VIDEO_ENCODER_KIND && shmWord(MODEL_CODE_WORD) == MODEL_A5S_SDK310)
         allowed = channelRuleAllows(profile, config);
     if (found != PROFILE_FOUND) {
         writeNoProfileFault();
@@ -164,21 +122,21 @@ static void addConfiguration(const MediaKind& kind, const char* handler, const c
         return;
     }
     char old[CONFIG_TOKEN_MAX + 1];
-    if (rewriteProfileField(fileName, kind.key, config, old, sizeof old) != 0) {
+    if (rewriteProfileField(fileName, kind.profileKey, config, old, sizeof old) != 0) {
         log_message_to_onvifErrorFile(1, "onvifService:[%s]:%s missing", handler, fileName);
-    } else if (kind.directory >= 0) {
+    } else if (kind.useCountDir >= 0) {
         if (old[0] && strcmp(old, "NONE") != 0) {
             char oldFile[64];
             formatChecked(oldFile, sizeof oldFile, "%s%s", old, kind.suffix);
-            minusOneToUseCount(oldFile, kind.directory);
+            minusOneToUseCount(oldFile, kind.useCountDir);
         }
-        addOneToUseCount(configFile, kind.directory);
+        addOneToUseCount(configFile, kind.useCountDir);
     }
     clearResponse();
     appendMarkup(response);
 }
 
-static void removeConfiguration(const MediaKind& kind, const char* handler, const char* response)
+static void removeConfiguration(const ConfigKind& kind, const char* handler, const char* response)
 {
     char profile[PROFILE_TOKEN_MAX + 1], fileName[64];
     requestText("trt:ProfileToken", profile, PROFILE_TOKEN_MAX + 1);
@@ -186,7 +144,7 @@ static void removeConfiguration(const MediaKind& kind, const char* handler, cons
     if (found == PROFILE_INDEX_MISSING)
         log_message_to_onvifErrorFile(1, "onvifService:[%s]:ONVIF_LODING_PROFILE_FILE missing", handler);
     if (found != PROFILE_FOUND) {
-        if (&kind == &METADATA)
+        if (&kind == &METADATA_KIND)
             writeSenderFault2("InvalidArgVal", "NoProfile", "The requested profile token ProfileToken does not exist.",
                               "The requested profile token ProfileToken does not exist.");
         else
@@ -194,9 +152,9 @@ static void removeConfiguration(const MediaKind& kind, const char* handler, cons
         return;
     }
     char old[CONFIG_TOKEN_MAX + 1];
-    if (rewriteProfileField(fileName, kind.key, "NONE", old, sizeof old) != 0) {
+    if (rewriteProfileField(fileName, kind.profileKey, "NONE", old, sizeof old) != 0) {
         log_message_to_onvifErrorFile(1, "%s:[%s]:%s missing",
-                                      &kind == &VIDEO_ENCODER && shmWord(MODEL_CODE_WORD) == MODEL_A5S_SDK310
+                                      &kind == &VIDEO_ENCODER_KIND && shmWord(MODEL_CODE_WORD) == MODEL_A5S_SDK310
                                           ? "DeviceService" : "onvifService", handler, fileName);
         clearResponse();
     appendMarkup(response);
@@ -206,10 +164,10 @@ static void removeConfiguration(const MediaKind& kind, const char* handler, cons
         writeSenderFault2("InvalidArgVal", "NoConfig", kind.nothingReason, kind.nothingDetail);
         return;
     }
-    if (kind.directory >= 0) {
+    if (kind.useCountDir >= 0) {
         char oldFile[64];
         formatChecked(oldFile, sizeof oldFile, "%s%s", old, kind.suffix);
-        minusOneToUseCount(oldFile, kind.directory);
+        minusOneToUseCount(oldFile, kind.useCountDir);
     }
     clearResponse();
     appendMarkup(response);
@@ -217,43 +175,43 @@ static void removeConfiguration(const MediaKind& kind, const char* handler, cons
 
 void AddVideoSourceConfiguration()
 {
-    addConfiguration(VIDEO_SOURCE, "AddVideoSourceConfiguration",
+    addConfiguration(VIDEO_SOURCE_KIND, "AddVideoSourceConfiguration",
                      "<trt:AddVideoSourceConfigurationResponse></trt:AddVideoSourceConfigurationResponse>");
 }
 
 void AddAudioSourceConfiguration()
 {
-    addConfiguration(AUDIO_SOURCE, "AddAudioSourceConfiguration",
+    addConfiguration(AUDIO_SOURCE_KIND, "AddAudioSourceConfiguration",
                      "<trt:AddAudioSourceConfigurationResponse></trt:AddAudioSourceConfigurationResponse>");
 }
 
 void AddVideoEncoderConfiguration()
 {
-    addConfiguration(VIDEO_ENCODER, "AddVideoEncoderConfiguration",
+    addConfiguration(VIDEO_ENCODER_KIND, "AddVideoEncoderConfiguration",
                      "<trt:AddVideoEncoderConfigurationResponse></trt:AddVideoEncoderConfigurationResponse>");
 }
 
 void AddAudioEncoderConfiguration()
 {
-    addConfiguration(AUDIO_ENCODER, "AddAudioEncoderConfiguration",
+    addConfiguration(AUDIO_ENCODER_KIND, "AddAudioEncoderConfiguration",
                      "<trt:AddAudioEncoderConfigurationResponse></trt:AddAudioEncoderConfigurationResponse>");
 }
 
 void AddMetadataConfiguration()
 {
-    addConfiguration(METADATA, "AddMetadataConfiguration",
+    addConfiguration(METADATA_KIND, "AddMetadataConfiguration",
                      "<trt:AddMetadataConfigurationResponse></trt:AddMetadataConfigurationResponse>");
 }
 
 void RemoveVideoSourceConfiguration()
 {
-    removeConfiguration(VIDEO_SOURCE, "RemoveVideoSourceConfiguration",
+    removeConfiguration(VIDEO_SOURCE_KIND, "RemoveVideoSourceConfiguration",
                         "<trt:RemoveVideoSourceConfigurationResponse></trt:RemoveVideoSourceConfigurationResponse>");
 }
 
 void RemoveAudioSource()
 {
-    removeConfiguration(AUDIO_SOURCE, "RemoveAudioSource",
+    removeConfiguration(AUDIO_SOURCE_KIND, "RemoveAudioSource",
                         "<trt:RemoveAudioSourceConfigurationResponse></trt:RemoveAudioSourceConfigurationResponse>");
 }
 
@@ -268,18 +226,18 @@ void RemoveVideoEncoder()
                                   "VideoEncoderConfiguration and removing it would cause a conflicting media profile.");
         return;
     }
-    removeConfiguration(VIDEO_ENCODER, "RemoveVideoEncoder",
+    removeConfiguration(VIDEO_ENCODER_KIND, "RemoveVideoEncoder",
                         "<trt:RemoveVideoEncoderConfigurationResponse></trt:RemoveVideoEncoderConfigurationResponse>");
 }
 
 void RemoveAudioEncoder()
 {
-    removeConfiguration(AUDIO_ENCODER, "RemoveAudioEncoder",
+    removeConfiguration(AUDIO_ENCODER_KIND, "RemoveAudioEncoder",
                         "<trt:RemoveAudioEncoderConfigurationResponse></trt:RemoveAudioEncoderConfigurationResponse>");
 }
 
 void RemoveMetadataConfiguration()
 {
-    removeConfiguration(METADATA, "RemoveMetadataConfiguration",
+    removeConfiguration(METADATA_KIND, "RemoveMetadataConfiguration",
                         "<trt:RemoveMetadataConfigurationResponse></trt:RemoveMetadataConfigurationResponse>");
 }

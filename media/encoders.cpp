@@ -3,7 +3,7 @@
 #include "frame/frame.h"
 #include "frame/handlers.h"
 #include "frame/request_values.h"
-#include "media/config_rules.h"
+#include "media/config_kinds.h"
 #include "media/media_options.h"
 #include "state/profiles.h"
 #include "state/checkers.h"
@@ -183,109 +183,83 @@ void GetGuaranteedNumberOfVideoEncoderInstances()
     appendMarkup(body);
 }
 
-static int channelOption(const SettingContext* ctx, const char* option, char* out, size_t n)
+static int channelOption(const MediaSetting* m, const char* option, char* out, size_t n)
 {
-    return readChannelOption(ctx->channel, option, out, n);
+    return readChannelOption(m->channel, option, out, n);
 }
 
-static int checkVideoEncoding(char* value, const SettingContext*, const char* option)
+static int checkVideoEncoding(char* value, const SettingRow*, const char* option, void*)
 {
     return CheckEncoding(value) || !optionListHas(option, value);
 }
 
-static int checkDimension(char* value, const SettingContext*, const char*)
+static int checkDimension(char* value, const SettingRow*, const char*, void*)
 {
     long v;
     return !parseNumber(value, 1, 16384, &v);
 }
 
-static int checkQuality(char* value, const SettingContext*, const char* option)
+static int checkQuality(char* value, const SettingRow*, const char* option, void*)
 {
     long min, max;
     double v;
     return !parseOptionRange(option, &min, &max) || !parseDecimal(value, (double)min, (double)max, &v);
 }
 
-static int checkVideoBitrate(char* value, const SettingContext* ctx, const char* option)
+static int checkVideoBitrate(char* value, const SettingRow* row, const char* option, void* ctx)
 {
-    return CheckBitrateRange(value) || checkWholeInOptionRange(value, ctx, option);
+    return CheckBitrateRange(value) || checkWholeInOptionRange(value, row, option, ctx);
 }
 
 // Checks between values: the resolution pair is one of the channel's, and an
 // H.264 or MPEG-4 encoder carries a profile of that encoding.
-static int checkVideoEncoderTogether(const SettingContext* ctx)
+static int checkVideoEncoderTogether(const SettingValues* v, const MediaSetting* m)
 {
     char text[OPTION_TEXT_SIZE];
-    if (settingGiven(ctx, "Resolution.Width") || settingGiven(ctx, "Resolution.Height")) {
+    if (settingGiven(v, "Resolution.Width") || settingGiven(v, "Resolution.Height")) {
         char pair[64];
-        snprintf(pair, sizeof pair, "%sx%s", settingValue(ctx, "Resolution.Width"),
-                 settingValue(ctx, "Resolution.Height"));
-        if (!readChannelOption(ctx->channel, "Resolutions", text, sizeof text) || !optionListHas(text, pair))
+        snprintf(pair, sizeof pair, "%sx%s", settingValue(v, "Resolution.Width"),
+                 settingValue(v, "Resolution.Height"));
+        if (!readChannelOption(m->channel, "Resolutions", text, sizeof text) || !optionListHas(text, pair))
             return 1;
     }
-    if (settingGiven(ctx, "Encoding") || settingGiven(ctx, "Profile")) {
-        const char* encoding = settingValue(ctx, "Encoding");
+    if (settingGiven(v, "Encoding") || settingGiven(v, "Profile")) {
+        const char* encoding = settingValue(v, "Encoding");
         const char* list = strcmp(encoding, "H264") == 0 ? "H264Profiles"
                            : strcmp(encoding, "MPEG4") == 0 ? "Mpeg4Profiles" : 0;
-        if (list && (!readChannelOption(ctx->channel, list, text, sizeof text) ||
-                     !optionListHas(text, settingValue(ctx, "Profile"))))
+        if (list && (!readChannelOption(m->channel, list, text, sizeof text) ||
+                     !optionListHas(text, settingValue(v, "Profile"))))
             return 1;
     }
     return 0;
 }
 
-static const SettingRule VIDEO_ENCODER_RULES[] = {
-    {"tt:Name", "Name", checkConfigurationName, 0, 0, 0},
-    {"tt:Encoding", "Encoding", checkVideoEncoding, "Encodings", "Encoding", 1},
-    {"tt:Width", "Resolution.Width", checkDimension, 0, "Width", 1},
-    {"tt:Height", "Resolution.Height", checkDimension, 0, "Height", 1},
-    {"tt:Quality", "Quality", checkQuality, "QualityRange", "Quality", 1},
-    {"tt:FrameRateLimit", "RateControl.FrameRateLimit", checkWholeInOptionRange, "FrameRateRange", "FrameRate", 1},
-    {"tt:EncodingInterval", "RateControl.EncodingInterval", checkWholeInOptionRange, "EncodingIntervalRange",
-     "EncodingInterval", 1},
-    {"tt:BitrateLimit", "RateControl.BitrateLimit", checkVideoBitrate, "BitrateRange", "Bitrate", 1},
-    {"tt:GovLength", "GovLength", checkWholeInOptionRange, "GovLengthRange", "GovLength", 1},
-    {"tt:H264Profile", "Profile", checkInOptionList, "H264Profiles", "Profile", 1},
-    {"tt:Mpeg4Profile", "Profile", checkInOptionList, "Mpeg4Profiles", "Profile", 1},
-    MULTICAST_SETTING_RULES("Multicast."),
+static const SettingRow VIDEO_ENCODER_ROWS[] = {
+    MEDIA_ROW("tt:Name", "Name", checkConfigurationName, 0, 0, 0),
+    MEDIA_ROW("tt:Encoding", "Encoding", checkVideoEncoding, "Encodings", "Encoding", 1),
+    MEDIA_ROW("tt:Width", "Resolution.Width", checkDimension, 0, "Width", 1),
+    MEDIA_ROW("tt:Height", "Resolution.Height", checkDimension, 0, "Height", 1),
+    MEDIA_ROW("tt:Quality", "Quality", checkQuality, "QualityRange", "Quality", 1),
+    MEDIA_ROW("tt:FrameRateLimit", "RateControl.FrameRateLimit", checkWholeInOptionRange, "FrameRateRange", "FrameRate", 1),
+    MEDIA_ROW("tt:EncodingInterval", "RateControl.EncodingInterval", checkWholeInOptionRange, "EncodingIntervalRange",
+     "EncodingInterval", 1),
+    MEDIA_ROW("tt:BitrateLimit", "RateControl.BitrateLimit", checkVideoBitrate, "BitrateRange", "Bitrate", 1),
+    MEDIA_ROW("tt:GovLength", "GovLength", checkWholeInOptionRange, "GovLengthRange", "GovLength", 1),
+    MEDIA_ROW("tt:H264Profile", "Profile", checkInOptionList, "H264Profiles", "Profile", 1),
+    MEDIA_ROW("tt:Mpeg4Profile", "Profile", checkInOptionList, "Mpeg4Profiles", "Profile", 1),
+    MULTICAST_SETTING_ROWS("Multicast."),
 };
-
-// Answers a setter's outcome the same way for every encoder kind.
-static void answerSetting(int outcome, const ConfigKind* kind, const char* action)
-{
-    switch (outcome) {
-    case SETTING_DONE:
-        setResponse("<trt:%sResponse></trt:%sResponse>", action, action);
-        break;
-    case SETTING_NO_FILE:
-        writeNoConfigFault(kind);
-        break;
-    case SETTING_FAILED:
-        actionNotServed();
-        break;
-    default:
-        break;  // the refusal is written
-    }
-}
 
 void SetVideoEncoderConfiguration()
 {
-    char token[CONFIG_TOKEN_MAX + 1], fileName[CONFIG_TOKEN_MAX + 16], path[320], prefix[32];
+    char token[CONFIG_TOKEN_MAX + 1], fileName[CONFIG_TOKEN_MAX + 16], prefix[32];
     if (!requestListedConfiguration(&VIDEO_ENCODER_KIND, "@token", token, sizeof token, fileName, sizeof fileName,
                                     "SetVideoEncoderConfiguration"))
         return;
-    snprintf(path, sizeof path, ONVIF_DIR "%s", fileName);
-    SettingContext ctx;
-    memset(&ctx, 0, sizeof ctx);
-    ctx.channel = encoderChannel(token);
-    snprintf(prefix, sizeof prefix, "Video.Ch%d.", ctx.channel);
-    ctx.rules = VIDEO_ENCODER_RULES;
-    ctx.count = COUNT(VIDEO_ENCODER_RULES);
-    ctx.path = path;
-    ctx.parameterPrefix = prefix;
-    ctx.optionValue = channelOption;
-    ctx.checkTogether = checkVideoEncoderTogether;
-    answerSetting(applySettingRules(&ctx), &VIDEO_ENCODER_KIND, "SetVideoEncoderConfiguration");
+    MediaSetting m = {encoderChannel(token), channelOption, checkVideoEncoderTogether};
+    snprintf(prefix, sizeof prefix, "Video.Ch%d.", m.channel);
+    setMediaConfiguration(&VIDEO_ENCODER_KIND, fileName, VIDEO_ENCODER_ROWS, COUNT(VIDEO_ENCODER_ROWS),
+                          "SetVideoEncoderConfiguration", prefix, &m);
 }
 
 // --- Audio encoders ---
@@ -338,12 +312,12 @@ void GetAudioEncoderConfigurationOptions()
     appendMarkup("</trt:Options></trt:GetAudioEncoderConfigurationOptionsResponse>");
 }
 
-static int audioOption(const SettingContext*, const char* option, char* out, size_t n)
+static int audioOption(const MediaSetting*, const char* option, char* out, size_t n)
 {
     return readMediaOption(AUDIO_OPTIONS, option, out, n);
 }
 
-static int checkWholeNumber(char* value, const SettingContext*, const char*)
+static int checkWholeNumber(char* value, const SettingRow*, const char*, void*)
 {
     long v;
     return !parseNumber(value, 1, 100000, &v);
@@ -351,7 +325,7 @@ static int checkWholeNumber(char* value, const SettingContext*, const char*)
 
 // The sample rate rule of the variant; the file keeps kHz, so a rate given
 // in Hz is written as kHz.
-static int checkAudioSampleRate(char* value, const SettingContext*, const char*)
+static int checkAudioSampleRate(char* value, const SettingRow*, const char*, void*)
 {
     if (CheckSampleRate(value))
         return 1;
@@ -362,45 +336,38 @@ static int checkAudioSampleRate(char* value, const SettingContext*, const char*)
 }
 
 // The bitrate and sample rate are among those the encoding offers.
-static int checkAudioEncoderTogether(const SettingContext* ctx)
+static int checkAudioEncoderTogether(const SettingValues* v, const MediaSetting*)
 {
     char entry[64], list[OPTION_TEXT_SIZE];
-    const char* encoding = settingValue(ctx, "Encoding");
+    const char* encoding = settingValue(v, "Encoding");
     static const char* const checked[][2] = {{"Bitrate", "Bitrates"}, {"SampleRate", "SampleRates"}};
     for (auto& pair : checked) {
-        if (!settingGiven(ctx, "Encoding") && !settingGiven(ctx, pair[0]))
+        if (!settingGiven(v, "Encoding") && !settingGiven(v, pair[0]))
             continue;
         snprintf(entry, sizeof entry, "%s.%s", encoding, pair[1]);
-        if (!readMediaOption(AUDIO_OPTIONS, entry, list, sizeof list) || !optionListHas(list, settingValue(ctx, pair[0])))
+        if (!readMediaOption(AUDIO_OPTIONS, entry, list, sizeof list) || !optionListHas(list, settingValue(v, pair[0])))
             return 1;
     }
     return 0;
 }
 
-static const SettingRule AUDIO_ENCODER_RULES[] = {
-    {"tt:Name", "Name", checkConfigurationName, 0, 0, 0},
-    {"tt:Encoding", "Encoding", checkInOptionList, "Encodings", "Encoding", 1},
-    {"tt:Bitrate", "Bitrate", checkWholeNumber, 0, "Bitrate", 1},
-    {"tt:SampleRate", "SampleRate", checkAudioSampleRate, 0, "SampleRate", 1},
-    MULTICAST_SETTING_RULES("Multicast."),
+static const SettingRow AUDIO_ENCODER_ROWS[] = {
+    MEDIA_ROW("tt:Name", "Name", checkConfigurationName, 0, 0, 0),
+    MEDIA_ROW("tt:Encoding", "Encoding", checkInOptionList, "Encodings", "Encoding", 1),
+    MEDIA_ROW("tt:Bitrate", "Bitrate", checkWholeNumber, 0, "Bitrate", 1),
+    MEDIA_ROW("tt:SampleRate", "SampleRate", checkAudioSampleRate, 0, "SampleRate", 1),
+    MULTICAST_SETTING_ROWS("Multicast."),
 };
 
 void SetAudioEncoderConfiguration()
 {
     if (refuseWithoutAudio())
         return;
-    char token[CONFIG_TOKEN_MAX + 1], fileName[CONFIG_TOKEN_MAX + 16], path[320];
+    char token[CONFIG_TOKEN_MAX + 1], fileName[CONFIG_TOKEN_MAX + 16];
     if (!requestListedConfiguration(&AUDIO_ENCODER_KIND, "@token", token, sizeof token, fileName, sizeof fileName,
                                     "SetAudioEncoderConfiguration"))
         return;
-    snprintf(path, sizeof path, ONVIF_DIR "%s", fileName);
-    SettingContext ctx;
-    memset(&ctx, 0, sizeof ctx);
-    ctx.rules = AUDIO_ENCODER_RULES;
-    ctx.count = COUNT(AUDIO_ENCODER_RULES);
-    ctx.path = path;
-    ctx.parameterPrefix = "Audio.";
-    ctx.optionValue = audioOption;
-    ctx.checkTogether = checkAudioEncoderTogether;
-    answerSetting(applySettingRules(&ctx), &AUDIO_ENCODER_KIND, "SetAudioEncoderConfiguration");
+    MediaSetting m = {0, audioOption, checkAudioEncoderTogether};
+    setMediaConfiguration(&AUDIO_ENCODER_KIND, fileName, AUDIO_ENCODER_ROWS, COUNT(AUDIO_ENCODER_ROWS),
+                          "SetAudioEncoderConfiguration", 0, &m);
 }

@@ -2,6 +2,7 @@
 // multicast. Listed, printed, checked and rewritten here.
 #include "frame/frame.h"
 #include "frame/request_values.h"
+#include "frame/setting_reads.h"
 #include "frame/handlers.h"
 #include "frame/xmlsearch.h"
 #include "media/printers.h"
@@ -9,6 +10,7 @@
 #include "state/checkers.h"
 #include "state/config.h"
 #include "state/paths.h"
+#include "state/setting_rules.h"
 
 #include <stdio.h>
 #include <stdlib.h>
@@ -171,43 +173,69 @@ void GetMetadataConfigurationOptions()
     appendResponse("</trt:Options></trt:GetMetadataConfigurationOptionsResponse>");
 }
 
-// The request's new values; an element the request leaves out keeps the
-// file's value (given is 0 for it).
-struct MetadataChange {
-    char name[129], useCount[65], type[17], ipv4[17], port[17], ttl[17], autoStart[17], timeout[17], force[17];
-    int hasName, hasUseCount, hasType, hasIpv4, hasPort, hasTtl, hasAutoStart, hasTimeout;
-};
+// SetMetadataConfiguration: its rows, read and applied by the settings engine.
 
-static int replaceMetadataLine(const char* line, FILE* out, void* ctx)
+// Text up to max characters that the row's checker (min: which) accepts.
+enum MetadataCheck { NAME_CHARS, WHOLE_NUMBER, ADDRESS_TYPE, IPV4_ADDRESS, PORT, FLAG, TIMEOUT };
+
+static int checkMetadataValue(char* value, const SettingRow* row, const char*, void*)
 {
-    if (!line)
-        return 0;
-    MetadataChange* c = (MetadataChange*)ctx;
-    struct { const char* key; int given; const char* value; int asNumber; } rows[] = {
-        {"Name=", c->hasName, c->name, 0},
-        {"UseCount=", c->hasUseCount, c->useCount, 0},
-        {"Multicast.Address.Type=", c->hasType, c->type, 0},
-        // The camera's files name this key Multicast.Address.IPv4Address, so
-        // the address is left as it is; kept that way on purpose.
-        {"Multicast.IPv4Address=", c->hasIpv4, c->ipv4, 0},
-        {"Multicast.Port=", c->hasPort, c->port, 1},
-        {"Multicast.TTL=", c->hasTtl, c->ttl, 1},
-        {"Multicast.AutoStart=", c->hasAutoStart, c->autoStart, 0},
-        {"SessionTimeout=", c->hasTimeout, c->timeout, 0},
-    };
-    for (auto& row : rows) {
-        if (!strstr(line, row.key))
-            continue;
-        if (!row.given)
-            return 0;
-        if (row.asNumber)
-            fprintf(out, "%s%d\n", row.key, atoi(row.value));
-        else
-            fprintf(out, "%s%s\n", row.key, row.value);
+    if (strlen(value) > (size_t)row->max)
+        return 1;
+    switch (row->min) {
+    case NAME_CHARS:
+        return CheckChar(value);
+    case WHOLE_NUMBER:
+        return CheckInt(value);
+    case ADDRESS_TYPE:
+        return CheckType(value);
+    case IPV4_ADDRESS:
+        return !checkIPv4AddressValid(value);
+    case FLAG:
+        return CheckBool(value);
+    case TIMEOUT:
+        return CheckTimeout(value);
+    default:
         return 1;
     }
-    copyLineAsFormatted(line, out);
-    return 1;
+}
+
+// Port and TTL are stored as the whole numbers they read as.
+static int checkMetadataNumber(char* value, const SettingRow* row, const char* bound, void* ctx)
+{
+    if ((row->min == PORT ? strlen(value) > (size_t)row->max || CheckPortRange(value)
+                          : checkMetadataValue(value, row, bound, ctx)))
+        return 1;
+    snprintf(value, SETTING_VALUE_SIZE, "%d", atoi(value));
+    return 0;
+}
+
+#define METADATA_ROW(path, key, check, which, length) {path, key, check, which, length, 0, 0, FORM_AS_GIVEN, 0, 0}
+
+static const SettingRow METADATA_ROWS[] = {
+    // path, key, check, which check, length at most
+    METADATA_ROW("tt:Name", "Name", checkMetadataValue, NAME_CHARS, 128),
+    METADATA_ROW("tt:UseCount", "UseCount", checkMetadataValue, WHOLE_NUMBER, 64),
+    METADATA_ROW("tt:Type", "Multicast.Address.Type", checkMetadataValue, ADDRESS_TYPE, 16),
+    // The camera's files name this key Multicast.Address.IPv4Address, so
+    // the address is left as it is; kept that way on purpose.
+    METADATA_ROW("tt:IPv4Address", "Multicast.IPv4Address", checkMetadataValue, IPV4_ADDRESS, 16),
+    METADATA_ROW("tt:Port", "Multicast.Port", checkMetadataNumber, PORT, 16),
+    METADATA_ROW("tt:TTL", "Multicast.TTL", checkMetadataNumber, WHOLE_NUMBER, 16),
+    METADATA_ROW("tt:AutoStart", "Multicast.AutoStart", checkMetadataValue, FLAG, 16),
+    METADATA_ROW("tt:SessionTimeout", "SessionTimeout", checkMetadataValue, TIMEOUT, 16),
+    METADATA_ROW("trt:ForcePersistence", 0, checkMetadataValue, FLAG, 16),
+};
+
+static SettingRead readMetadataRow(const SettingRow* row, char* buf, size_t n, void*)
+{
+    return readSettingElement(row->path, buf, n);
+}
+
+static void refuseMetadataRow(const SettingRow*, void*)
+{
+    writeSenderFault2("InvalidArgVal", "ConfigModify", "The configuration parameters are not possible to set.",
+                      "The error code is indicated by the configuration parameters are not possible to set.");
 }
 
 void SetMetadataConfiguration()
@@ -219,31 +247,16 @@ void SetMetadataConfiguration()
                           "The MetaDataConfiguration indicated by the ConfigurationToken does not exist in MetaData file.");
         return;
     }
-    MetadataChange c;
-    memset(&c, 0, sizeof c);
-    c.hasName = requestText("tt:Name", c.name, 129);
-    c.hasUseCount = requestText("tt:UseCount", c.useCount, 65);
-    c.hasType = requestText("tt:Type", c.type, 17);
-    c.hasIpv4 = requestText("tt:IPv4Address", c.ipv4, 17);
-    c.hasPort = requestText("tt:Port", c.port, 17);
-    c.hasTtl = requestText("tt:TTL", c.ttl, 17);
-    c.hasAutoStart = requestText("tt:AutoStart", c.autoStart, 17);
-    c.hasTimeout = requestText("tt:SessionTimeout", c.timeout, 17);
-    int hasForce = requestText("trt:ForcePersistence", c.force, 17);
-    int bad = (c.hasName && CheckChar(c.name)) || (c.hasUseCount && CheckInt(c.useCount)) ||
-              (c.hasType && CheckType(c.type)) || (c.hasIpv4 && !checkIPv4AddressValid(c.ipv4)) ||
-              (c.hasPort && CheckPortRange(c.port)) || (c.hasTtl && CheckInt(c.ttl)) ||
-              (c.hasAutoStart && CheckBool(c.autoStart)) ||
-              (c.hasTimeout && (CheckTimeout(c.timeout) || hasLineBreak(c.timeout))) ||
-              (c.hasIpv4 && hasLineBreak(c.ipv4)) || (hasForce && CheckBool(c.force));
-    if (bad) {
-        writeSenderFault2("InvalidArgVal", "ConfigModify", "The configuration parameters are not possible to set.",
-                          "The error code is indicated by the configuration parameters are not possible to set.");
-        return;
-    }
     char path[128];
     formatChecked(path, sizeof path, ONVIF_WEB_DIR "%s.MetaData", token);
-    if (rewriteFileThroughWorkCopy(path, replaceMetadataLine, &c) != 0) {
+    SettingTable table = {METADATA_ROWS, (int)(sizeof METADATA_ROWS / sizeof METADATA_ROWS[0]), path, 0,
+                          SETTINGS_PASS_UNCHANGED | SETTINGS_ALWAYS_REWRITE | SETTINGS_OTHER_LINES_AS_FORMATTED,
+                          129, 0, readMetadataRow, 0, 0, refuseMetadataRow, 0};
+    static SettingValues values;
+    SettingOutcome outcome = applySettings(&table, &values);
+    if (outcome == SETTINGS_REFUSED)
+        return;
+    if (outcome != SETTINGS_DONE) {
         writeSenderFault2("InvalidArgVal", "NoConfig", "The configuration does not exist.",
                           "The MetadataConfiguration indicated by the ConfigurationToken does not exist");
         return;

@@ -3,7 +3,7 @@
 #include "frame/frame.h"
 #include "frame/handlers.h"
 #include "frame/request_values.h"
-#include "media/config_rules.h"
+#include "media/config_kinds.h"
 #include "media/media_options.h"
 #include "state/profiles.h"
 #include "state/config.h"
@@ -114,72 +114,53 @@ void GetVideoSourceConfigurationOptions()
     appendMarkup("</trt:Options></trt:GetVideoSourceConfigurationOptionsResponse>");
 }
 
-static int checkVideoSourceToken(char* value, const SettingContext*, const char*)
+static int checkVideoSourceToken(char* value, const SettingRow*, const char*, void*)
 {
     return !isKnownSourceToken(&VIDEO_SOURCE_KIND, value);
 }
 
-static int checkAudioSourceToken(char* value, const SettingContext*, const char*)
+static int checkAudioSourceToken(char* value, const SettingRow*, const char*, void*)
 {
     return !isKnownSourceToken(&AUDIO_SOURCE_KIND, value);
 }
 
-static int videoSourceOption(const SettingContext*, const char* option, char* out, size_t n)
+static int videoSourceOption(const MediaSetting*, const char* option, char* out, size_t n)
 {
     char entry[64];
     snprintf(entry, sizeof entry, "Source.%s", option);
     return readMediaOption(VIDEO_OPTIONS, entry, out, n);
 }
 
-static const SettingRule VIDEO_SOURCE_RULES[] = {
-    {"tt:Name", "Name", checkConfigurationName, 0, 0, 0},
-    {"tt:SourceToken", "SourceToken", checkVideoSourceToken, 0, 0, 0},
-    {"@x", "Bounds.x", checkWholeInOptionRange, "XRange", "Bounds.X", 1},
-    {"@y", "Bounds.y", checkWholeInOptionRange, "YRange", "Bounds.Y", 1},
-    {"@width", "Bounds.width", checkWholeInOptionRange, "WidthRange", "Bounds.Width", 1},
-    {"@height", "Bounds.height", checkWholeInOptionRange, "HeightRange", "Bounds.Height", 1},
-    {"trt:ForcePersistence", 0, checkForcePersistence, 0, 0, 0},
+static const SettingRow VIDEO_SOURCE_ROWS[] = {
+    MEDIA_ROW("tt:Name", "Name", checkConfigurationName, 0, 0, 0),
+    MEDIA_ROW("tt:SourceToken", "SourceToken", checkVideoSourceToken, 0, 0, 0),
+    MEDIA_ROW("@x", "Bounds.x", checkWholeInOptionRange, "XRange", "Bounds.X", 1),
+    MEDIA_ROW("@y", "Bounds.y", checkWholeInOptionRange, "YRange", "Bounds.Y", 1),
+    MEDIA_ROW("@width", "Bounds.width", checkWholeInOptionRange, "WidthRange", "Bounds.Width", 1),
+    MEDIA_ROW("@height", "Bounds.height", checkWholeInOptionRange, "HeightRange", "Bounds.Height", 1),
+    MEDIA_ROW("trt:ForcePersistence", 0, checkForcePersistence, 0, 0, 0),
 };
 
-static const SettingRule AUDIO_SOURCE_RULES[] = {
-    {"tt:Name", "Name", checkConfigurationName, 0, 0, 0},
-    {"tt:SourceToken", "SourceToken", checkAudioSourceToken, 0, 0, 0},
-    {"trt:ForcePersistence", 0, checkForcePersistence, 0, 0, 0},
+static const SettingRow AUDIO_SOURCE_ROWS[] = {
+    MEDIA_ROW("tt:Name", "Name", checkConfigurationName, 0, 0, 0),
+    MEDIA_ROW("tt:SourceToken", "SourceToken", checkAudioSourceToken, 0, 0, 0),
+    MEDIA_ROW("trt:ForcePersistence", 0, checkForcePersistence, 0, 0, 0),
 };
 
-// Runs a source setter's rules on the configuration the request names.
-static void setSourceConfiguration(const ConfigKind* kind, const SettingRule* rules, int count,
-                                   const char* action, int (*optionValue)(const SettingContext*, const char*, char*, size_t))
+// Runs a source setter's rows on the configuration the request names.
+static void setSourceConfiguration(const ConfigKind* kind, const SettingRow* rows, int count, const char* action,
+                                   int (*optionText)(const MediaSetting*, const char*, char*, size_t))
 {
-    char token[CONFIG_TOKEN_MAX + 1], fileName[CONFIG_TOKEN_MAX + 16], path[320];
+    char token[CONFIG_TOKEN_MAX + 1], fileName[CONFIG_TOKEN_MAX + 16];
     if (!requestListedConfiguration(kind, "@token", token, sizeof token, fileName, sizeof fileName, action))
         return;
-    snprintf(path, sizeof path, "%s%s", kind->dir, fileName);
-    SettingContext ctx;
-    memset(&ctx, 0, sizeof ctx);
-    ctx.rules = rules;
-    ctx.count = count;
-    ctx.path = path;
-    ctx.parameterPrefix = kind == &VIDEO_SOURCE_KIND ? "VideoSource." : "AudioSource.";
-    ctx.optionValue = optionValue;
-    switch (applySettingRules(&ctx)) {
-    case SETTING_DONE:
-        setResponse("<trt:%sResponse></trt:%sResponse>", action, action);
-        break;
-    case SETTING_NO_FILE:
-        writeNoConfigFault(kind);
-        break;
-    case SETTING_FAILED:
-        actionNotServed();
-        break;
-    default:
-        break;  // the refusal is written
-    }
+    MediaSetting m = {0, optionText, 0};
+    setMediaConfiguration(kind, fileName, rows, count, action, 0, &m);
 }
 
 void SetVideoSourceConfiguration()
 {
-    setSourceConfiguration(&VIDEO_SOURCE_KIND, VIDEO_SOURCE_RULES, COUNT(VIDEO_SOURCE_RULES),
+    setSourceConfiguration(&VIDEO_SOURCE_KIND, VIDEO_SOURCE_ROWS, COUNT(VIDEO_SOURCE_ROWS),
                            "SetVideoSourceConfiguration", videoSourceOption);
 }
 
@@ -247,7 +228,7 @@ void SetAudioSourceConfiguration()
 {
     if (refuseWithoutAudio())
         return;
-    setSourceConfiguration(&AUDIO_SOURCE_KIND, AUDIO_SOURCE_RULES, COUNT(AUDIO_SOURCE_RULES),
+    setSourceConfiguration(&AUDIO_SOURCE_KIND, AUDIO_SOURCE_ROWS, COUNT(AUDIO_SOURCE_ROWS),
                            "SetAudioSourceConfiguration", 0);
 }
 

@@ -1,9 +1,10 @@
-// PTZ nodes and configurations: their listings, options and changes, and
-// binding a configuration into a media profile.
+// PTZ nodes and configurations: their listings, options and changes.
 #include "state/shm_words.h"
 #include "frame/frame.h"
 #include "ptz/head.h"
 #include "frame/request_values.h"
+#include "frame/setting_reads.h"
+#include "state/setting_rules.h"
 #include "frame/handlers.h"
 #include "frame/xmlsearch.h"
 #include "state/profiles.h"
@@ -18,7 +19,6 @@
 
 #define PTZ_DIR "/usr/apache/htdocs/onvif/"
 #define PTZ_NODE_LIST PTZ_DIR "PTZ_NODE.conf"
-#define ONVIF_PTZ_CONF PTZ_DIR "PTZ.conf"
 #define RS485_PROTOCOL_CONF "/etc/sysconfig/rs485protocol.conf"
 
 #define SPACES "http://www.onvif.org/ver10/tptz/"
@@ -35,7 +35,7 @@
 
 static int panTilt() { return shmWord(PAN_TILT_WORD) > 0; }
 static int zoom() { return shmWord(ZOOM_WORD) > 0; }
-static int hasPTZ() { return panTilt() || zoom(); }
+static int hasPTZ() { return cameraHasPTZ(); }
 static int integratedDome() { return shmWord(PAN_TILT_WORD) == 2 && shmWord(ZOOM_WORD) == 6; }
 
 enum NoPTZWording { NO_PTZ_LIST, NO_PTZ_NVT, NO_PTZ_SET };
@@ -401,128 +401,128 @@ void GetConfigurationOptions()
     Read_Print_ConfigurationOptions();
 }
 
-// The new values of a configuration; a value the request leaves out keeps
-// the file's line.
-#define MAX_SETTINGS 24
-struct ConfChange {
-    const char* keys[MAX_SETTINGS];
-    char values[MAX_SETTINGS][130];
-    int count;
-};
+// ---------------------------------------------------------------------------
+// SetConfiguration: its rows, read and applied by the settings engine.
 
-static void setValue(ConfChange* c, const char* key, const char* value)
+// Plain text up to max characters; with min 1 also of the name characters.
+static int checkText(char* value, const SettingRow* row, const char*, void*)
 {
-    if (c->count >= MAX_SETTINGS)
-        return;
-    c->keys[c->count] = key;
-    snprintf(c->values[c->count], sizeof c->values[0], "%s", value);
-    ++c->count;
+    return strlen(value) > (size_t)row->max || (row->min && CheckChar(value));
+}
+
+// A default space: on the integrated dome only the one it moves in.
+static int checkDomeSpace(char* value, const SettingRow* row, const char* space, void* ctx)
+{
+    return checkText(value, row, space, ctx) || (integratedDome() && strcmp(value, space) != 0);
+}
+
+static int checkExactText(char* value, const SettingRow*, const char* text, void*)
+{
+    return strcmp(value, text) != 0;
 }
 
 // A number as stored: checked, converted through single precision, six decimals.
-static int setNumber(ConfChange* c, const char* key, const char* text)
+static int checkPtzNumber(char* value, const SettingRow*, const char*, void*)
 {
-    if (strlen(text) >= 33 || CheckFloat(text) || !text[0])
+    if (strlen(value) >= 33 || CheckFloat(value) || !value[0])
         return 1;
     char stored[64];
-    snprintf(stored, sizeof stored, "%f", (double)(float)strtod(text, 0));
-    setValue(c, key, stored);
+    snprintf(stored, sizeof stored, "%f", (double)(float)strtod(value, 0));
+    snprintf(value, SETTING_VALUE_SIZE, "%s", stored);
     return 0;
 }
 
-static int rowOf(const char* name, int start)
+static int checkPtzBool(char* value, const SettingRow*, const char*, void*) { return CheckBool(value); }
+
+#define PTZ_TEXT(path, key, length, nameChars) {path, key, checkText, nameChars, length, 0, 0, FORM_AS_GIVEN, 0, 0}
+#define PTZ_SPACE(path, key, space) {path, key, checkDomeSpace, 0, 128, space, 0, FORM_AS_GIVEN, 0, 0}
+#define PTZ_ROW(path, key, check, option) {path, key, check, 0, 128, option, 0, FORM_AS_GIVEN, 0, 0}
+
+// The speed's paths name the attribute of the PanTilt or Zoom element; the
+// limits' paths the element within the limits.
+static const SettingRow PTZ_CONFIGURATION_ROWS[] = {
+    // path, key, check, min, max, option, parameter, form, flags, refusal
+    PTZ_TEXT("tt:Name", "Name", 64, 1),
+    PTZ_TEXT("tt:UseCount", "UseCount", 16, 1),
+    PTZ_TEXT("tt:NodeToken", "NodeToken", 16, 1),
+    PTZ_SPACE("tt:DefaultAbsolutePantTiltPositionSpace", "DefaultAbsolutePantTiltPositionSpace", PT_POSITION),
+    PTZ_SPACE("tt:DefaultAbsoluteZoomPositionSpace", "DefaultAbsoluteZoomPositionSpace", ZOOM_POSITION),
+    PTZ_SPACE("tt:DefaultRelativePanTiltTranslationSpace", "DefaultRelativePanTiltTranslationSpace", PT_TRANSLATION),
+    PTZ_SPACE("tt:DefaultRelativeZoomTranslationSpace", "DefaultRelativeZoomTranslationSpace", ZOOM_TRANSLATION),
+    PTZ_SPACE("tt:DefaultContinuousPanTiltVelocitySpace", "DefaultContinuousPanTiltVelocitySpace", PT_VELOCITY),
+    PTZ_SPACE("tt:DefaultContinuousZoomVelocitySpace", "DefaultContinuousZoomVelocitySpace", ZOOM_VELOCITY),
+    PTZ_TEXT("tt:DefaultPTZTimeout", "DefaultPTZTimeout", 16, 1),
+    PTZ_ROW("tt:ForcePersistence", 0, checkPtzBool, 0),
+    PTZ_ROW("DefaultPTZSpeed/PanTilt/@x", "DefaultPTZSpeed.PanTilt.x", checkPtzNumber, 0),
+    PTZ_ROW("DefaultPTZSpeed/PanTilt/@y", "DefaultPTZSpeed.PanTilt.y", checkPtzNumber, 0),
+    PTZ_ROW("DefaultPTZSpeed/PanTilt/@space", "DefaultPTZSpeed.PanTilt.space", checkExactText, PT_SPEED),
+    PTZ_ROW("DefaultPTZSpeed/Zoom/@x", "DefaultPTZSpeed.Zoom.x", checkPtzNumber, 0),
+    PTZ_ROW("DefaultPTZSpeed/Zoom/@space", "DefaultPTZSpeed.Zoom.space", checkExactText, ZOOM_SPEED),
+    PTZ_ROW("PanTiltLimits/URI", "PanTiltLimits.Range.URI", checkText, 0),
+    PTZ_ROW("PanTiltLimits/XRange/Min", "PanTiltLimits.Range.XRange.Min", checkPtzNumber, 0),
+    PTZ_ROW("PanTiltLimits/XRange/Max", "PanTiltLimits.Range.XRange.Max", checkPtzNumber, 0),
+    PTZ_ROW("PanTiltLimits/YRange/Min", "PanTiltLimits.Range.YRange.Min", checkPtzNumber, 0),
+    PTZ_ROW("PanTiltLimits/YRange/Max", "PanTiltLimits.Range.YRange.Max", checkPtzNumber, 0),
+    PTZ_ROW("ZoomLimits/URI", "ZoomLimits.Range.URI", checkExactText, ZOOM_POSITION),
+    PTZ_ROW("ZoomLimits/XRange/Min", "ZoomLimits.Range.XRange.Min", checkPtzNumber, 0),
+    PTZ_ROW("ZoomLimits/XRange/Max", "ZoomLimits.Range.XRange.Max", checkPtzNumber, 0),
+};
+
+// The text of the first element named name at or after row start, inside the
+// rows before end (-1: no end).
+static SettingRead readAfter(const char* name, int start, int end, char* buf, size_t n)
 {
-    return requestRowOf(name, start);
+    int row = start < 0 ? -1 : requestRowOf(name, start);
+    if (row < 0 || (end >= 0 && row >= end))
+        return SettingRead::Absent;
+    return settingReadOf(requestRowValue(row, buf, n));
 }
 
-// Text of the first element named name at or after row start, inside the
-// rows before end; 0 when none.
-static const char* textAfter(const char* name, int start, int end)
+// The speed: the PanTilt element's attributes come first, the Zoom's after them.
+static SettingRead readSpeed(const char* part, const char* attribute, char* buf, size_t n)
 {
-    int row = start < 0 ? -1 : rowOf(name, start);
-    const char* text = requestRowText(row);
-    return row >= 0 && (end < 0 || row < end) ? (text ? text : "(null)") : 0;
-}
-
-// The limits of one kind: its URI and the X (and Y) ranges.
-static int readLimits(ConfChange* c, const char* element, const char* prefix, int withY, int end)
-{
-    int row = rowOf(element, 0);
-    if (row < 0)
-        return 0;
-    static char keys[2][6][64];
-    char (*k)[64] = keys[withY ? 0 : 1];
-    snprintf(k[0], 64, "%s.Range.URI", prefix);
-    snprintf(k[1], 64, "%s.Range.XRange.Min", prefix);
-    snprintf(k[2], 64, "%s.Range.XRange.Max", prefix);
-    snprintf(k[3], 64, "%s.Range.YRange.Min", prefix);
-    snprintf(k[4], 64, "%s.Range.YRange.Max", prefix);
-    const char* uri = textAfter("URI", row, end);
-    if (uri) {
-        if (hasLineBreak(uri) || strlen(uri) > 128)
-            return 1;
-        if (!withY && strcmp(uri, ZOOM_POSITION) != 0)
-            return 1;
-        setValue(c, k[0], uri);
-    }
-    int xRow = rowOf("XRange", row), yRow = rowOf("YRange", row);
-    const char* values[4] = {textAfter("Min", xRow, end), textAfter("Max", xRow, end),
-                             withY ? textAfter("Min", yRow, end) : 0, withY ? textAfter("Max", yRow, end) : 0};
-    for (int i = 0; i < 4; ++i)
-        if (values[i] && setNumber(c, k[i + 1], values[i]))
-            return 1;
-    return 0;
-}
-
-static int readSpeed(ConfChange* c)
-{
+    int hasPanTilt = requestRowOf("PanTilt", 0) >= 0, hasZoom = requestRowOf("Zoom", 0) >= 0;
     if (!requestHas("DefaultPTZSpeed"))
-        return 0;
-    char text[130];
-    int hasPanTilt = rowOf("PanTilt", 0) >= 0, hasZoom = rowOf("Zoom", 0) >= 0;
-    int n = 1;
-    if (hasPanTilt && panTilt()) {
-        if (requestAttribute("x", 0, text, 129) && setNumber(c, "DefaultPTZSpeed.PanTilt.x", text))
-            return 1;
-        if (requestAttribute("y", 0, text, 129) && setNumber(c, "DefaultPTZSpeed.PanTilt.y", text))
-            return 1;
-        if (requestAttribute("space", 0, text, 129)) {
-            if (strcmp(text, PT_SPEED) != 0)
-                return 1;
-            setValue(c, "DefaultPTZSpeed.PanTilt.space", text);
-        }
-        n = 2;
-    } else if (hasPanTilt) {
-        n = 2;
-    }
-    if (hasZoom && zoom()) {
-        if (requestAttribute("x", n - 1, text, 129) && setNumber(c, "DefaultPTZSpeed.Zoom.x", text))
-            return 1;
-        if (requestAttribute("space", n - 1, text, 129)) {
-            if (strcmp(text, ZOOM_SPEED) != 0)
-                return 1;
-            setValue(c, "DefaultPTZSpeed.Zoom.space", text);
-        }
-    }
-    return 0;
+        return SettingRead::Absent;
+    if (strcmp(part, "PanTilt") == 0)
+        return hasPanTilt && panTilt() ? settingReadOf(requestAttribute(attribute, 0, buf, n)) : SettingRead::Absent;
+    return hasZoom && zoom() ? settingReadOf(requestAttribute(attribute, hasPanTilt ? 1 : 0, buf, n))
+                             : SettingRead::Absent;
 }
 
-static int replaceConfLine(const char* line, FILE* out, void* ctx)
+// The limits of one kind: its URI and the X (and Y) ranges; the pan/tilt
+// limits end where the zoom limits start.
+static SettingRead readLimits(const char* limits, const char* rest, char* buf, size_t n)
 {
-    ConfChange* c = (ConfChange*)ctx;
-    if (!line)
-        return 0;
-    for (int i = 0; i < c->count; ++i) {
-        size_t n = strlen(c->keys[i]);
-        if (strncmp(line, c->keys[i], n) == 0 && line[n] == '=') {
-            fprintf(out, "%s=%s\n", c->keys[i], c->values[i]);
-            return 1;
-        }
-    }
-    return 0;
+    int panTiltLimits = strcmp(limits, "PanTiltLimits") == 0;
+    if (!(panTiltLimits ? panTilt() : zoom()))
+        return SettingRead::Absent;
+    int row = requestRowOf(limits, 0);
+    if (row < 0)
+        return SettingRead::Absent;
+    int end = panTiltLimits ? requestRowOf("ZoomLimits", 0) : -1;
+    if (strcmp(rest, "URI") == 0)
+        return readAfter("URI", row, end, buf, n);
+    char range[8];
+    snprintf(range, sizeof range, "%.6s", rest);
+    return readAfter(rest + strlen(range) + 1, requestRowOf(range, row), end, buf, n);
 }
 
-static void writeConfigModifyFault()
+static SettingRead readPtzRow(const SettingRow* row, char* buf, size_t n, void*)
+{
+    const char* slash = strchr(row->path, '/');
+    if (!slash)
+        return settingReadOf(requestText(row->path, buf, n));
+    char first[32], second[16];
+    snprintf(first, sizeof first, "%.*s", (int)(slash - row->path), row->path);
+    if (strcmp(first, "DefaultPTZSpeed") == 0) {
+        snprintf(second, sizeof second, "%.*s", (int)strcspn(slash + 1, "/"), slash + 1);
+        return readSpeed(second, strstr(row->path, "/@") + 2, buf, n);
+    }
+    return readLimits(first, slash + 1, buf, n);
+}
+
+static void writeConfigModifyFault(const SettingRow*, void*)
 {
     writeSenderFault2("InvalidArgVal", "ConfigModify", "The configuration parameters are not possible to set.",
                       "The configuration parameters are not possible to set.");
@@ -541,88 +541,13 @@ void SetConfiguration()
                           "The configuration does not exist.");
         return;
     }
-    ConfChange c;
-    memset(&c, 0, sizeof c);
-    static const struct { const char* element; const char* key; int length; int checkChar; } plain[] = {
-        {"tt:Name", "Name", 64, 1}, {"tt:UseCount", "UseCount", 16, 1}, {"tt:NodeToken", "NodeToken", 16, 1},
-        {"tt:DefaultAbsolutePantTiltPositionSpace", "DefaultAbsolutePantTiltPositionSpace", 128, 0},
-        {"tt:DefaultAbsoluteZoomPositionSpace", "DefaultAbsoluteZoomPositionSpace", 128, 0},
-        {"tt:DefaultRelativePanTiltTranslationSpace", "DefaultRelativePanTiltTranslationSpace", 128, 0},
-        {"tt:DefaultRelativeZoomTranslationSpace", "DefaultRelativeZoomTranslationSpace", 128, 0},
-        {"tt:DefaultContinuousPanTiltVelocitySpace", "DefaultContinuousPanTiltVelocitySpace", 128, 0},
-        {"tt:DefaultContinuousZoomVelocitySpace", "DefaultContinuousZoomVelocitySpace", 128, 0},
-        {"tt:DefaultPTZTimeout", "DefaultPTZTimeout", 16, 1},
-    };
-    static const char* const domeSpaces[] = {PT_POSITION, ZOOM_POSITION, PT_TRANSLATION, ZOOM_TRANSLATION,
-                                             PT_VELOCITY, ZOOM_VELOCITY};
-    int bad = 0;
-    for (size_t i = 0; i < sizeof plain / sizeof *plain && !bad; ++i) {
-        char value[130];
-        if (!requestText(plain[i].element, value, (plain[i].length) + 1))
-            continue;
-        bad = hasLineBreak(value) || (plain[i].checkChar && CheckChar(value)) ||
-              (i >= 3 && i <= 8 && integratedDome() && strcmp(value, domeSpaces[i - 3]) != 0);
-        setValue(&c, plain[i].key, value);
-    }
-    char force[17];
-    if (!bad && requestText("tt:ForcePersistence", force, 17))
-        bad = CheckBool(force);
-    int zoomLimitsRow = rowOf("ZoomLimits", 0);
-    bad = bad || readSpeed(&c) || (panTilt() && readLimits(&c, "PanTiltLimits", "PanTiltLimits", 1, zoomLimitsRow)) ||
-          (zoom() && readLimits(&c, "ZoomLimits", "ZoomLimits", 0, -1));
-    if (bad) {
-        writeConfigModifyFault();
-        return;
-    }
     char path[128];
     formatChecked(path, sizeof path, PTZ_DIR "%s", fileName);
-    rewriteFileThroughWorkCopy(path, replaceConfLine, &c);
-    setResponse("<tptz:SetConfigurationResponse></tptz:SetConfigurationResponse>");
-}
-
-// Finds the profile of the request for the binding actions; 0 after a fault.
-static int bindingProfile(char* fileName, size_t n)
-{
-    char profile[PROFILE_TOKEN_MAX + 1];
-    requestText("trt:ProfileToken", profile, PROFILE_TOKEN_MAX + 1);
-    if (findProfile(profile, fileName, n) != PROFILE_FOUND) {
-        writeNoProfileFault();
-        return 0;
-    }
-    return 1;
-}
-
-void AddPTZConfiguration()
-{
-    if (refuseWithoutPTZ(NO_PTZ_NVT))
-        return;
-    char fileName[64], config[PROFILE_TOKEN_MAX + 1], configFile[64];
-    if (!bindingProfile(fileName, sizeof fileName))
-        return;
-    requestText("trt:ConfigurationToken", config, PROFILE_TOKEN_MAX + 1);
-    formatChecked(configFile, sizeof configFile, "%s.PTZConf", config);
-    if (!isSafeFileToken(config) || !isListedConfiguration(ONVIF_PTZ_CONF, configFile, "AddPTZConfiguration", "ONVIF_PTZ_CONF")) {
-        writeSenderFault2("InvalidArgVal", "NoConfig", "PTZConfiguration does not exist",
-                          "The PTZConfiguration indicated by the ConfigurationToken does not exist");
-        return;
-    }
-    rewriteProfileField(fileName, "PTZ=", config, 0, 0);
-    setResponse("<trt:AddPTZConfigurationResponse></trt:AddPTZConfigurationResponse>");
-}
-
-void RemovePTZConfiguration()
-{
-    if (refuseWithoutPTZ(NO_PTZ_NVT))
-        return;
-    char fileName[64], bound[CONFIG_TOKEN_MAX + 1] = "NONE";
-    if (!bindingProfile(fileName, sizeof fileName))
-        return;
-    readProfileField(fileName, "PTZ=", bound, sizeof bound);
-    if (strcmp(bound, "NONE") == 0) {
-        writeSenderFault2("InvalidArgVal", "NoConfig", "There exists no PTZ configuration in the media profile",
-                          "There exists no PTZ configuration in the media profile");
-        return;
-    }
-    rewriteProfileField(fileName, "PTZ=", "NONE", 0, 0);
-    setResponse("<trt:RemovePTZConfigurationResponse></trt:RemovePTZConfigurationResponse>");
+    SettingTable table = {PTZ_CONFIGURATION_ROWS, (int)(sizeof PTZ_CONFIGURATION_ROWS / sizeof PTZ_CONFIGURATION_ROWS[0]),
+                          path, 0, SETTINGS_PASS_UNCHANGED | SETTINGS_ALWAYS_REWRITE, 129, 0, readPtzRow, 0, 0,
+                          writeConfigModifyFault, 0};
+    static SettingValues values;
+    // A file that cannot be rewritten keeps its values; the answer is the same.
+    if (applySettings(&table, &values) != SETTINGS_REFUSED)
+        setResponse("<tptz:SetConfigurationResponse></tptz:SetConfigurationResponse>");
 }

@@ -84,3 +84,11 @@ int deviceServiceAddress(char* out, size_t n)
     getDeviceIPv4(ip, sizeof ip);
     return serviceAddressFor(ip, out, n);
 }
+
+int prefixToMask(long prefix, char* out, size_t n)
+{
+    // 64 bits wide: the camera's long is 32, and a shift by 32 is undefined there.
+    unsigned long long mask = prefix <= 0 ? 0 : (0xFFFFFFFFULL << (32 - prefix)) & 0xFFFFFFFFULL;
+    return formatChecked(out, n, "%llu.%llu.%llu.%llu", (mask >> 24) & 255, (mask >> 16) & 255, (mask >> 8) & 255,
+                         mask & 255);
+}

@@ -23,4 +23,7 @@ int serviceAddressFor(const char* ip, char* out, size_t n);
 // serviceAddressFor the device's own address (getDeviceIPv4).
 int deviceServiceAddress(char* out, size_t n);
 
+// A prefix length (0 to 32) as a dotted subnet mask; 0 when it would not fit.
+int prefixToMask(long prefix, char* out, size_t n);
+
 #endif

@@ -9,6 +9,8 @@
 
 #define ONVIF_DIR "/tmp/onvif/"
 #define ONVIF_WEB_DIR "/usr/apache/htdocs/onvif/"
+// The PTZ configurations a profile may bind.
+#define ONVIF_PTZ_CONF ONVIF_WEB_DIR "PTZ.conf"
 #define PROFILE_TOKEN_MAX 16
 #define CONFIG_TOKEN_MAX 32
 

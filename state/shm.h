@@ -27,4 +27,7 @@ int shmWord(int n);
 // Writes a word; nothing when the segment is not attached.
 void setShmWord(int n, int value);
 
+// The camera has a pan/tilt head or a zoom lens (words 16, 17).
+int cameraHasPTZ();
+
 #endif

@@ -1,8 +1,9 @@
-// Media configuration kinds, listings, token lookups and the one generic setter
-// (all values checked before the file is rewritten and the programs run once).
-#include "media/config_rules.h"
+// Media configuration kinds, listings, token lookups, and setting a
+// configuration through the settings engine.
+#include "media/config_kinds.h"
 #include "frame/frame.h"
 #include "frame/request_values.h"
+#include "frame/setting_reads.h"
 #include "media/media_options.h"
 #include "media/printers.h"
 #include "state/checkers.h"
@@ -14,23 +15,39 @@
 #include <stdio.h>
 #include <string.h>
 
+// list, list name, suffix, directory, printer, NoConfig reason and detail,
+// profile key, use-count directory, nothing-bound reason and detail, prefix
 const ConfigKind VIDEO_SOURCE_KIND = {
     ONVIF_WEB_DIR "VideoSourceConf.conf", "ONVIF_VIDEO_SOURCE_CONF", ".VSConf", ONVIF_DIR,
     Read_Print_VideoSourceFile, "VideoSourceConfiguration does not exist",
-    "The VideoSourceConfiguration indicated by the ConfigurationToken does not exist"};
+    "The VideoSourceConfiguration indicated by the ConfigurationToken does not exist", "VideoSource=", 0,
+    "There exists no video source configuration in the media profile",
+    "There exists no video source configuration in the media profile", "VideoSource."};
 // Audio source configurations are the one kind kept beside their list.
 const ConfigKind AUDIO_SOURCE_KIND = {
     ONVIF_WEB_DIR "AudioSourceConf.conf", "ONVIF_AUDIO_SOURCE_CONF", ".ASConf", ONVIF_WEB_DIR,
     Read_Print_AudioSourceFile, "AudioSourceConfiguration does not exist",
-    "The AudioSourceConfiguration indicated by the ConfigurationToken does not exist"};
+    "The AudioSourceConfiguration indicated by the ConfigurationToken does not exist", "AudioSource=", 1,
+    "There exists no Audio source configuration in the media profile",
+    "There exists no Audio source configuration in the media profile", "AudioSource."};
 const ConfigKind VIDEO_ENCODER_KIND = {
     ONVIF_WEB_DIR "VideoEncoder.conf", "ONVIF_VIDEO_ENCODER_CONF", ".VEncoder", ONVIF_DIR,
     Read_Print_VideoEncoderFile, "VideoEncoderConfiguration does not exist",
-    "The VideoEncoderConfiguration indicated by the ConfigurationToken does not exist"};
+    "The VideoEncoderConfiguration indicated by the ConfigurationToken does not exist", "VideoEncoder=", 0,
+    "No video encoder configuration in the media profile",
+    "There exists no video encoder configuration in the media profile", 0};
 const ConfigKind AUDIO_ENCODER_KIND = {
     ONVIF_WEB_DIR "AudioEncoder.conf", "ONVIF_AUDIO_ENCODER_CONF", ".AEncoder", ONVIF_DIR,
     Read_Print_AudioEncoderFile, "AudioEncoderConfiguration does not exist",
-    "The AudioEncoderConfiguration indicated by the ConfigurationToken does not exist"};
+    "The AudioEncoderConfiguration indicated by the ConfigurationToken does not exist", "AudioEncoder=", 0,
+    "No Audio encoder configuration in the media profile",
+    "There exists no Audio encoder configuration in the media profile", "Audio."};
+const ConfigKind METADATA_KIND = {
+    ONVIF_WEB_DIR "MetaData.conf", "ONVIF_METADATA_CONF", ".MetaData", ONVIF_WEB_DIR,
+    Read_Print_MetadataFile, "MetadataConfiguration does not exist",
+    "The MetadataConfiguration indicated by the ConfigurationToken does not exist", "Metadata=", -1,
+    "There exists no metadata configuration in the media profile.",
+    "There exists no metadata configuration in the media profile.", 0};
 
 // The token of a list line is its file name up to the first '.'; lines that
 // could not name a file of the store are skipped.
@@ -194,176 +211,89 @@ void writeAudioNotSupportedFault()
                         "The device does not support audio");
 }
 
-// --- The generic setter ---
+// --- Setting a configuration ---
 
-const char* settingValue(const SettingContext* ctx, const char* key)
-{
-    for (int i = 0; i < ctx->count; ++i)
-        if (ctx->rules[i].key && strcmp(ctx->rules[i].key, key) == 0)
-            return ctx->value[i];
-    return "";
-}
-
-int settingGiven(const SettingContext* ctx, const char* key)
-{
-    for (int i = 0; i < ctx->count; ++i)
-        if (ctx->rules[i].key && strcmp(ctx->rules[i].key, key) == 0 && ctx->given[i])
-            return 1;
-    return 0;
-}
-
-// Several rules may write one key (the H.264 and MPEG-4 profiles); the first
-// of them speaks for the key.
-static int firstRuleOfKey(const SettingContext* ctx, int i)
-{
-    for (int j = 0; j < i; ++j)
-        if (ctx->rules[j].key && strcmp(ctx->rules[j].key, ctx->rules[i].key) == 0)
-            return 0;
-    return 1;
-}
-
-static int ruleChanged(const SettingContext* ctx, int i)
-{
-    return ctx->rules[i].key && ctx->given[i] && strcmp(ctx->value[i], ctx->fileValue[i]) != 0;
-}
-
-static void refuseSetting()
+static void refuseMediaSetting(const SettingRow*, void*)
 {
     refuseRequestValue("ConfigModify", "The configuration parameters are not possible to set",
                        "A value of the configuration is outside what this camera can take");
 }
 
-// Reads and checks one rule's request value; 0 refuses.
-static int readRule(SettingContext* ctx, int i)
+static SettingRead readMediaRow(const SettingRow* row, char* buf, size_t n, void*)
 {
-    const SettingRule* rule = &ctx->rules[i];
-    char text[CONFIG_VALUE_SIZE], option[OPTION_TEXT_SIZE] = "";
-    int read = rule->element[0] == '@' ? requestAttribute(rule->element + 1, 0, text, sizeof text)
-                                       : requestText(rule->element, text, sizeof text);
-    if (read == VALUE_ABSENT)
-        return 1;
-    if (read != VALUE_READ || hasLineBreak(text))
+    return readSettingElement(row->path, buf, n);
+}
+
+static int mediaOptionText(const SettingRow* row, char* out, size_t n, void* ctx)
+{
+    const MediaSetting* m = (const MediaSetting*)ctx;
+    return m->optionText && m->optionText(m, row->option, out, n);
+}
+
+static int agreeMediaValues(SettingValues* v, void* ctx)
+{
+    const MediaSetting* m = (const MediaSetting*)ctx;
+    if (m->checkTogether && m->checkTogether(v, m)) {
+        refuseMediaSetting(0, 0);
         return 0;
-    if (rule->option && !(ctx->optionValue && ctx->optionValue(ctx, rule->option, option, sizeof option)))
-        return 0;
-    if (rule->check(text, ctx, option))
-        return 0;
-    ctx->given[i] = 1;
-    if (!rule->key)
-        return 1;
-    // Every rule of the key carries the value, so the first of them can speak for it.
-    for (int j = 0; j < ctx->count; ++j) {
-        if (ctx->rules[j].key && strcmp(ctx->rules[j].key, rule->key) == 0) {
-            snprintf(ctx->value[j], CONFIG_VALUE_SIZE, "%s", text);
-            ctx->given[j] = 1;
-        }
     }
     return 1;
 }
 
-static int replaceChangedLines(const char* line, FILE* out, void* data)
+void setMediaConfiguration(const ConfigKind* kind, const char* fileName, const SettingRow* rows, int count,
+                           const char* action, const char* prefix, MediaSetting* m)
 {
-    const SettingContext* ctx = (const SettingContext*)data;
-    if (!line)
-        return 0;
-    for (int i = 0; i < ctx->count; ++i) {
-        const char* key = ctx->rules[i].key;
-        size_t len = key ? strlen(key) : 0;
-        if (ruleChanged(ctx, i) && strncmp(line, key, len) == 0 && line[len] == '=') {
-            fprintf(out, "%s=%s\n", key, ctx->value[i]);
-            return 1;
-        }
+    char path[320];
+    snprintf(path, sizeof path, "%s%s", kind->dir, fileName);
+    SettingTable table = {rows, count, path, prefix ? prefix : kind->parameterPrefix, SETTINGS_LOAD_FIRST,
+                          CONFIG_VALUE_SIZE, 0, readMediaRow, mediaOptionText, agreeMediaValues,
+                          refuseMediaSetting, m};
+    static SettingValues values;
+    switch (applySettings(&table, &values)) {
+    case SETTINGS_DONE:
+        if (values.restart)
+            runCameraProgramWith("h264/restart_stream.cgi", 0, 0);
+        setResponse("<trt:%sResponse></trt:%sResponse>", action, action);
+        break;
+    case SETTINGS_NOT_LOADED:
+        writeNoConfigFault(kind);
+        break;
+    case SETTINGS_REFUSED:
+        break;  // the refusal is written
+    default:
+        actionNotServed();
+        break;
     }
-    return 0;
 }
 
-// "action=update" and every changed camera parameter; 0 when it would not fit.
-static int buildSettingsQuery(const SettingContext* ctx, char* query, size_t n, int* parameters)
-{
-    *parameters = 0;
-    snprintf(query, n, "%s", "action=update");
-    for (int i = 0; i < ctx->count; ++i) {
-        if (!ruleChanged(ctx, i) || !ctx->rules[i].parameter || !firstRuleOfKey(ctx, i))
-            continue;
-        char name[96];
-        int written = snprintf(name, sizeof name, "%s%s", ctx->parameterPrefix, ctx->rules[i].parameter);
-        if (written < 0 || (size_t)written >= sizeof name || !appendQueryParam(query, n, name, ctx->value[i]))
-            return 0;
-        ++*parameters;
-    }
-    return 1;
-}
-
-int applySettingRules(SettingContext* ctx)
-{
-    if (ctx->count > MAX_SETTING_RULES)
-        return SETTING_FAILED;
-    const char* keys[MAX_SETTING_RULES];
-    for (int i = 0; i < ctx->count; ++i) {
-        keys[i] = ctx->rules[i].key ? ctx->rules[i].key : "";
-        ctx->given[i] = 0;
-    }
-    if (!readConfigValues(ctx->path, keys, ctx->fileValue, ctx->count))
-        return SETTING_NO_FILE;
-    memcpy(ctx->value, ctx->fileValue, sizeof ctx->value);
-    for (int i = 0; i < ctx->count; ++i) {
-        if (!readRule(ctx, i)) {
-            refuseSetting();
-            return SETTING_REFUSED;
-        }
-    }
-    if (ctx->checkTogether && ctx->checkTogether(ctx)) {
-        refuseSetting();
-        return SETTING_REFUSED;
-    }
-    int changed = 0, restart = 0, parameters = 0;
-    for (int i = 0; i < ctx->count; ++i) {
-        if (ruleChanged(ctx, i)) {
-            changed = 1;
-            restart |= ctx->rules[i].restartsStream;
-        }
-    }
-    if (!changed)
-        return SETTING_DONE;
-    char query[2048];
-    if (!buildSettingsQuery(ctx, query, sizeof query, &parameters) ||
-        rewriteFileThroughWorkCopy(ctx->path, replaceChangedLines, ctx) != 0)
-        return SETTING_FAILED;
-    if (parameters)
-        runSettingsProgram(query);
-    if (restart)
-        runCameraProgramWith("h264/restart_stream.cgi", 0, 0);
-    return SETTING_DONE;
-}
-
-// --- Checkers rules share ---
+// --- Checkers rows share ---
 
 // The character rule of profile names, up to the length of an ONVIF name.
-int checkConfigurationName(char* value, const SettingContext*, const char*)
+int checkConfigurationName(char* value, const SettingRow*, const char*, void*)
 {
     return !value[0] || strlen(value) > 64 || CheckChar_including_space(value);
 }
 
-int checkWholeInOptionRange(char* value, const SettingContext*, const char* option)
+int checkWholeInOptionRange(char* value, const SettingRow*, const char* option, void*)
 {
     long min, max, v;
     return !parseOptionRange(option, &min, &max) || !parseNumber(value, min, max, &v);
 }
 
-int checkInOptionList(char* value, const SettingContext*, const char* option)
+int checkInOptionList(char* value, const SettingRow*, const char* option, void*)
 {
     return !optionListHas(option, value);
 }
 
-int checkAddressType(char* value, const SettingContext*, const char*) { return CheckType(value); }
-int checkMulticastIPv4(char* value, const SettingContext*, const char*) { return !isStrictIPv4(value); }
-int checkMulticastIPv6(char* value, const SettingContext*, const char*) { return !isIPv6Literal(value); }
-int checkPort(char* value, const SettingContext*, const char*) { return CheckPortRange(value); }
-int checkTTL(char* value, const SettingContext*, const char*) { return CheckTTLRange(value); }
-int checkAutoStart(char* value, const SettingContext*, const char*) { return CheckBool(value); }
-int checkSessionTimeout(char* value, const SettingContext*, const char*) { return !isXmlDuration(value); }
+int checkAddressType(char* value, const SettingRow*, const char*, void*) { return CheckType(value); }
+int checkMulticastIPv4(char* value, const SettingRow*, const char*, void*) { return !isStrictIPv4(value); }
+int checkMulticastIPv6(char* value, const SettingRow*, const char*, void*) { return !isIPv6Literal(value); }
+int checkPort(char* value, const SettingRow*, const char*, void*) { return CheckPortRange(value); }
+int checkTTL(char* value, const SettingRow*, const char*, void*) { return CheckTTLRange(value); }
+int checkAutoStart(char* value, const SettingRow*, const char*, void*) { return CheckBool(value); }
+int checkSessionTimeout(char* value, const SettingRow*, const char*, void*) { return !isXmlDuration(value); }
 
-int checkForcePersistence(char* value, const SettingContext*, const char*)
+int checkForcePersistence(char* value, const SettingRow*, const char*, void*)
 {
     int flag;
     return !parseBool(value, &flag);

@@ -1,0 +1,21 @@
+// Request reads for the settings engine, over the typed reads.
+#include "frame/setting_reads.h"
+#include "frame/request_values.h"
+
+SettingRead settingReadOf(int requestRead)
+{
+    switch (requestRead) {
+    case VALUE_READ:
+        return SettingRead::Value;
+    case VALUE_ABSENT:
+        return SettingRead::Absent;
+    case VALUE_REFUSED:
+    default:
+        return SettingRead::Refused;
+    }
+}
+
+SettingRead readSettingElement(const char* path, char* buf, size_t n)
+{
+    return settingReadOf(path[0] == '@' ? requestAttribute(path + 1, 0, buf, n) : requestText(path, buf, n));
+}
