@@ -6,6 +6,7 @@
 #include <stddef.h>
 
 #include "state/shm_words.h"
+#include "state/model.h"
 
 #define ONVIF_SHM_KEY_FILE "/tmp/ONVIF_SHM/onvif"
 #define ONVIF_SHM_ATTACH_BYTES 1000
