@@ -48,6 +48,8 @@ struct EventNames {
     const char* dataName;
 };
 EventNames eventNames(EventKind kind);
+// The source item's value: the prefix, and the connector number from 1 (0: none).
+void eventSourceValue(const EventNames& names, int number, char* out, size_t n);
 // Whether a subscription with the filter code gets the event.
 int filterTakes(int filterCode, EventKind kind);
 

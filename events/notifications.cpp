@@ -4,6 +4,8 @@
 #include "events/events.h"
 #include "state/shm.h"
 
+#include <stdio.h>
+
 EventNames eventNames(EventKind kind)
 {
     int vendor = modelHas("events.vendorTopics");
@@ -23,6 +25,14 @@ EventNames eventNames(EventKind kind)
         break;
     }
     return {"tns1:VideoAnalytics/tnsavg:MotionDetection", "VideoSourceToken", "VideoSource1", "motion"};
+}
+
+void eventSourceValue(const EventNames& names, int number, char* out, size_t n)
+{
+    if (number)
+        snprintf(out, n, "%s%d", names.sourceValue, number);
+    else
+        snprintf(out, n, "%s", names.sourceValue);
 }
 
 int filterTakes(int filterCode, EventKind kind)

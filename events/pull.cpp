@@ -47,10 +47,7 @@ static int sendState(MessageBudget* b, const char* time, EventKind kind, int num
 {
     EventNames names = eventNames(kind);
     char item[32];
-    if (number)
-        snprintf(item, sizeof item, "%s%d", names.sourceValue, number);
-    else
-        snprintf(item, sizeof item, "%s", names.sourceValue);
+    eventSourceValue(names, number, item, sizeof item);
     return appendInitialized(b, names.topic, time, names.sourceName, item, names.dataName, state);
 }
 

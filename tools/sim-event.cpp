@@ -25,10 +25,7 @@ static void appendMessage(FILE* f, const EventNames& names, const char* topic, i
                           const char* now)
 {
     char item[32];
-    if (number)
-        snprintf(item, sizeof item, "%s%d", names.sourceValue, number);
-    else
-        snprintf(item, sizeof item, "%s", names.sourceValue);
+    eventSourceValue(names, number, item, sizeof item);
     fprintf(f, "<wsnt:NotificationMessage><wsnt:Topic Dialect=\"http://docs.oasis-open.org/wsn/t-1/TopicExpression/Simple\">%s</wsnt:Topic>", topic);
     fprintf(f, "<wsnt:Message><tt:Message UtcTime=\"%s\" PropertyOperation=\"Changed\">", now);
     fprintf(f, "<tt:Source><tt:SimpleItem Name=\"%s\" Value=\"%s\"></tt:SimpleItem></tt:Source>", names.sourceName, item);
