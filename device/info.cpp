@@ -51,8 +51,8 @@ static void Capability_Analytics(const char* xaddr)
 
 static void Capability_Device(const char* xaddr)
 {
-    int inputs = modelValue("io.inputs"), relays = modelValue("io.relays");
-    int v20 = modelHas("device.version20");
+    int inputs = modelValue(Cap::IoInputs), relays = modelValue(Cap::IoRelays);
+    int v20 = modelHas(Cap::DeviceVersion20);
     appendResponse("<tt:Device><tt:XAddr>%s</tt:XAddr>"
                    "<tt:Network><tt:IPFilter>false</tt:IPFilter><tt:ZeroConfiguration>false</tt:ZeroConfiguration>"
                    "<tt:IPVersion6>false</tt:IPVersion6><tt:DynDNS>false</tt:DynDNS></tt:Network>"
@@ -97,7 +97,7 @@ static void Capability_PTZ(const char* xaddr)
 
 static int hasPTZ()
 {
-    return modelHas("ptz.motors");
+    return modelHas(Cap::PtzMotors);
 }
 
 static void writeAllSections(const char* xaddr)
@@ -151,7 +151,7 @@ void GetCapabilityResponse()
             Capability_Events(xaddr);
         else if (strcmp(category, "Media") == 0)
             Capability_Media(xaddr);
-        else if (strcmp(category, "Imaging") == 0 && !modelHas("imaging.none"))
+        else if (strcmp(category, "Imaging") == 0 && !modelHas(Cap::ImagingNone))
             Capability_Imaging(xaddr);
         else if (strcmp(category, "PTZ") == 0 && hasPTZ())
             Capability_PTZ(xaddr);

@@ -114,7 +114,7 @@ void GetScopes()
         logServiceError("GetScopes", "%s", "ONVIF_CONF_FILE missing");
         return;
     }
-    int ptzHead = modelHas("io.ptzHead");
+    int ptzHead = modelHas(Cap::IoPtzHead);
     setResponse("<tds:GetScopesResponse>");
     char line[256], value[256];
     while (fgets(line, sizeof line, f)) {
@@ -132,7 +132,7 @@ void GetScopes()
             value[0] = 0;
             scanSettingLine(line, "ConfigurableScopes=", value, sizeof value, 1);
             size_t len = strlen(value);
-            if (modelHas("scopes.countryAsOnvif") && strstr(value, "country") && len >= 8)
+            if (modelHas(Cap::ScopesCountryAsOnvif) && strstr(value, "country") && len >= 8)
                 snprintf(value + len - 8, sizeof value - (len - 8), "ONVIF");
             appendResponse("<tds:Scopes><tt:ScopeDef>Configurable</tt:ScopeDef><tt:ScopeItem>%s</tt:ScopeItem>"
                            "</tds:Scopes>", value);

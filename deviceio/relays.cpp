@@ -18,11 +18,11 @@
 #define OUTPUTS_CONF "/etc/sysconfig/outputs.conf"
 #define MAX_DELAY_SECONDS 600
 
-static int hasRelayOutputs() { return modelHas("io.relayOutputs"); }
+static int hasRelayOutputs() { return modelHas(Cap::IoRelayOutputs); }
 
 static const char* outputListFile()
 {
-    return modelHas("io.headRelayList") ? "/usr/apache/htdocs/onvif/IOPTZ.conf" : "/usr/apache/htdocs/onvif/IO.conf";
+    return modelHas(Cap::IoHeadRelayList) ? "/usr/apache/htdocs/onvif/IOPTZ.conf" : "/usr/apache/htdocs/onvif/IO.conf";
 }
 
 // Reads the first of two element names that the request holds.
@@ -204,7 +204,7 @@ void SetRelayOutputSettings()
     }
     if (hasIdle && strcmp(idle, "open") != 0 && strcmp(idle, "closed") != 0)
         hasIdle = 0;
-    if (modelHas("relays.idleFixedOnHead") && hasIdle && strcmp(idle, "closed") != 0) {
+    if (modelHas(Cap::RelaysIdleFixedOnHead) && hasIdle && strcmp(idle, "closed") != 0) {
         writeSenderFault("ter:PTZNotSupported", "PTZ can't set IdleState by the device.");
         return;
     }
@@ -214,7 +214,7 @@ void SetRelayOutputSettings()
         setResponse("%s", "");
         return;
     }
-    if (!modelHas("io.ptzHead")) {
+    if (!modelHas(Cap::IoPtzHead)) {
         // The camera's Active parameter is the output's idle state.
         char active[16] = "open";
         char working[300];

@@ -8,11 +8,11 @@
 
 EventNames eventNames(EventKind kind)
 {
-    int vendor = modelHas("events.vendorTopics");
+    int vendor = modelHas(Cap::EventsVendorTopics);
     switch (kind) {
     case EVENT_MOTION:
         return {vendor ? "tns1:VideoAnalytics/tnsaxis:MotionDetection" : "tns1:VideoSource/MotionAlarm",
-                modelHas("events.motionSourceWindow") ? "window" : "VideoSourceToken", "VideoSource1", "motion"};
+                modelHas(Cap::EventsMotionSourceWindow) ? "window" : "VideoSourceToken", "VideoSource1", "motion"};
     case EVENT_TAMPERING:
         return {vendor ? "tns1:VideoAnalytics/TamperingDetection" : "tns1:VideoSource/TamperingDetection",
                 "VideoSourceToken", "VideoSource1", "State"};

@@ -30,11 +30,11 @@ static void triggerTopics()
 
 void GetEventProperties()
 {
-    int tampering = !modelHas("events.noTampering");
+    int tampering = !modelHas(Cap::EventsNoTampering);
     setResponse("<tev:GetEventPropertiesResponse><tev:TopicNamespaceLocation>"
                 "http://www.onvif.org/onvif/ver10/topics/topicns.xml</tev:TopicNamespaceLocation>"
                 "<wsnt:FixedTopicSet>true</wsnt:FixedTopicSet><wstop:TopicSet>");
-    if (modelHas("events.vendorTopics")) {
+    if (modelHas(Cap::EventsVendorTopics)) {
         appendResponse("<tns1:VideoAnalytics wstop:topic=\"true\">");
         leaf("tnsaxis:MotionDetection", "VideoSourceToken", "tt:ReferenceToken", "motion", "xsd:boolean");
         if (tampering)
@@ -43,7 +43,7 @@ void GetEventProperties()
         leaf("tnsiv:BinaryInput", "BinaryInputToken", "tt:ReferenceToken", "State", "xsd:boolean");
         leaf("tnsiv:Relay", "RelayToken", "tt:ReferenceToken", "State", "xs:string");
         appendResponse("</tns1:Device>");
-    } else if (modelHas("events.onePullPoint")) {
+    } else if (modelHas(Cap::EventsOnePullPoint)) {
         appendResponse("<tns1:VideoSource wstop:topic=\"true\">");
         videoSourceTopics(tampering);
         appendResponse("</tns1:VideoSource>");

@@ -63,7 +63,7 @@ static int sendTampering(MessageBudget* b, const char* time)
 
 static int sendInputs(MessageBudget* b, const char* time)
 {
-    int inputs = modelValue("events.inputs");
+    int inputs = modelValue(Cap::EventsInputs);
     for (int i = 0; i < inputs; ++i)
         if (!sendState(b, time, EVENT_INPUT, i + 1, shmWord(INPUT_WORD_1 + i) == 1 ? "1" : "0"))
             return 0;
@@ -72,7 +72,7 @@ static int sendInputs(MessageBudget* b, const char* time)
 
 static int sendRelays(MessageBudget* b, const char* time)
 {
-    int relays = modelValue("events.relays");
+    int relays = modelValue(Cap::EventsRelays);
     for (int i = 0; i < relays; ++i)
         if (!sendState(b, time, EVENT_RELAY, i + 1, shmWord(RELAY_WORD_1 + i) == 1 ? "closed" : "open"))
             return 0;
@@ -83,7 +83,7 @@ void PullMsg_SendFirstEventState(int filterCode, int messageLimit, const char* t
 {
     MessageBudget b = {messageLimit};
     // A filter on tampering alone gets it even from a model that reports none.
-    int tampering = filterCode == FILTER_TAMPERING || !modelHas("events.noTampering");
+    int tampering = filterCode == FILTER_TAMPERING || !modelHas(Cap::EventsNoTampering);
     int room = 1;
     if (filterTakes(filterCode, EVENT_MOTION))
         room = sendMotion(&b, timeText);
@@ -152,7 +152,7 @@ static long eventFileSize(const char* path)
 
 static int maxMessageLimit()
 {
-    return modelValue("events.maxMessages");
+    return modelValue(Cap::EventsMaxMessages);
 }
 
 void PullMessages()

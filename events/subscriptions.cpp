@@ -336,7 +336,7 @@ static int writeSubscriptionReference(const char* openTag, const char* reference
 
 void CreatePullPointSubscription()
 {
-    int onePullPoint = modelHas("events.onePullPoint");
+    int onePullPoint = modelHas(Cap::EventsOnePullPoint);
     int pullPoints = 0;
     for (int k = 0; k < SUBSCRIPTION_SLOTS; ++k)
         pullPoints += subscriptionSlot(k)[SLOT_STATE] == SLOT_PULL;
@@ -348,7 +348,7 @@ void CreatePullPointSubscription()
         return;
     }
     int code = FILTER_NONE;
-    if (refuseFilter(classifyFilter(modelHas("events.vendorTopics"), onePullPoint, 0, &code)))
+    if (refuseFilter(classifyFilter(modelHas(Cap::EventsVendorTopics), onePullPoint, 0, &code)))
         return;
     char termination[64], path[64];
     int number;
@@ -368,7 +368,7 @@ void CreatePullPointSubscription()
 void Subscribe()
 {
     int code = FILTER_NONE;
-    if (refuseFilter(classifyFilter(modelHas("events.vendorTopics"), 0, 1, &code)))
+    if (refuseFilter(classifyFilter(modelHas(Cap::EventsVendorTopics), 0, 1, &code)))
         return;
     char consumer[129];
     // The record keeps the address on one line: an address with a line break is no address.
@@ -437,7 +437,7 @@ void Unsubscribe()
 {
     int* slot = findSubscription(requestedSubscriptionNumber(), 0xFEu);
     if (!slot) {
-        if (modelHas("events.lenientUnsubscribe"))
+        if (modelHas(Cap::EventsLenientUnsubscribe))
             setResponse("<wsnt:UnsubscribeResponse></wsnt:UnsubscribeResponse>");
         else
             writeResourceUnknownFault();

@@ -141,7 +141,7 @@ void SoapEnvStart()
     EnvelopeKind kind = row ? row->envelope : ENV_FULL;
     fputs("<?xml version=\"1.0\" encoding=\"UTF-8\"?><SOAP-ENV:Envelope", stdout);
     if (kind == ENV_FULL) {
-        fputs(modelHas("events.vendorTopics") ? SET_G1 ">" : SET_G2 ">", stdout);
+        fputs(modelHas(Cap::EventsVendorTopics) ? SET_G1 ">" : SET_G2 ">", stdout);
     } else {
         const EventEnvelope& e = eventEnvelopes[kind];
         if (G_httpAck != 200) {
@@ -150,7 +150,7 @@ void SoapEnvStart()
             fputs(">", stdout);
         } else if (!e.okSet) {
             fputs(SET_BASE SET_V, stdout);
-            fputs(modelHas("events.vendorTopics") ? NS_TNSIV NS_TNSAXIS ">" : modelHas("events.onePullPoint") ? ">" : NS_TNSAVG ">",
+            fputs(modelHas(Cap::EventsVendorTopics) ? NS_TNSIV NS_TNSAXIS ">" : modelHas(Cap::EventsOnePullPoint) ? ">" : NS_TNSAVG ">",
                   stdout);
             printHeader(e.action, 0);
         } else {

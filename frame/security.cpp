@@ -166,8 +166,8 @@ void checkSecurity()
         switch (row->credentials) {
         case CRED_OPEN: break;
         case CRED_AUTH: needsCredentials = 1; break;
-        case CRED_AUTH12: needsCredentials = !modelHas("auth.waivedForSetup"); break;
-        case CRED_AUTH_UNLESS_12_30: needsCredentials = !modelHas("auth.waivedForInterfaces"); break;
+        case CRED_AUTH12: needsCredentials = !modelHas(Cap::AuthWaivedForSetup); break;
+        case CRED_AUTH_UNLESS_12_30: needsCredentials = !modelHas(Cap::AuthWaivedForInterfaces); break;
         }
     }
     if (needsCredentials && !credentialsAccepted())

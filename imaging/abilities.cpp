@@ -170,7 +170,7 @@ int loadImagingAbilities(ImagingAbilities* a, const char* func)
 
 int exposureTimeKeptInSeconds()
 {
-    return modelHas("imaging.exposureInSeconds");
+    return modelHas(Cap::ImagingExposureInSeconds);
 }
 
 // The image process counts exposure in units of 100 microseconds.

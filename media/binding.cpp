@@ -114,7 +114,7 @@ static int channelRuleAllows(const char* profile, const char* config)
     ChannelState s;
     readChannelState(&s);
     int mode = shmWord(STREAM_MODE_WORD);
-    int freeUpper = modelHas("media.freeUpperChannels");
+    int freeUpper = modelHas(Cap::MediaFreeUpperChannels);
     int uc1 = strcmp(s.useCount[0], "1") == 0, uc2 = strcmp(s.useCount[1], "1") == 0,
         uc3 = strcmp(s.useCount[2], "1") == 0;
     int h1 = strcmp(s.encoding[0], "H264") == 0, h2 = strcmp(s.encoding[1], "H264") == 0,
@@ -145,7 +145,7 @@ static void addConfiguration(const MediaKind& kind, const char* handler, const c
     formatChecked(configFile, sizeof configFile, "%s%s", config, kind.suffix);
     int listed = isSafeFileToken(config) && isListedConfiguration(kind.listFile, configFile, handler, kind.listMacro);
     int allowed = 1;
-    if (&kind == &VIDEO_ENCODER && modelHas("media.sharedEncoderPipeline"))
+    if (&kind == &VIDEO_ENCODER && modelHas(Cap::MediaSharedEncoderPipeline))
         allowed = channelRuleAllows(profile, config);
     if (found != PROFILE_FOUND) {
         writeNoProfileFault();
@@ -193,7 +193,7 @@ static void removeConfiguration(const MediaKind& kind, const char* handler, cons
     char old[CONFIG_TOKEN_MAX + 1];
     if (rewriteProfileField(fileName, kind.key, "NONE", old, sizeof old) != 0) {
         log_message_to_onvifErrorFile(1, "%s:[%s]:%s missing",
-                                      &kind == &VIDEO_ENCODER && modelHas("media.sharedEncoderPipeline")
+                                      &kind == &VIDEO_ENCODER && modelHas(Cap::MediaSharedEncoderPipeline)
                                           ? "DeviceService" : "onvifService", handler, fileName);
         clearResponse();
     appendMarkup(response);
@@ -260,7 +260,7 @@ void RemoveVideoEncoder()
     requestText("trt:ProfileToken", profile, PROFILE_TOKEN_MAX + 1);
     // The first channel carries the main stream the others are derived from:
     // on this platform its encoder stays.
-    if (modelHas("media.sharedEncoderPipeline") && strcmp(profile, "Profile1") == 0) {
+    if (modelHas(Cap::MediaSharedEncoderPipeline) && strcmp(profile, "Profile1") == 0) {
         writeChannelConflictFault("Other configurations of the media profile are dependant on the "
                                   "VideoEncoderConfiguration and removing it would cause a conflicting media profile.");
         return;

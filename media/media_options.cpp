@@ -28,7 +28,7 @@ static int optionsFilePath(const char* kind, char* path, size_t n)
     char name[48];
     int model = shmWord(MODEL_CODE_WORD), variant = shmWord(VARIANT_CODE);
     snprintf(name, sizeof name, "model%d-variant%d", model, variant);
-    if (modelHas("media.variantOptions") && existingOptionsFile(name, kind, path, n))
+    if (modelHas(Cap::MediaVariantOptions) && existingOptionsFile(name, kind, path, n))
         return 1;
     snprintf(name, sizeof name, "model%d", model);
     if (existingOptionsFile(name, kind, path, n) || existingOptionsFile("default", kind, path, n))

@@ -28,8 +28,8 @@ int runPtzCommand(const char* program, const char* verb, const char* name1, cons
 
 int zoomModuleFactor(int forPresets)
 {
-    int own = forPresets ? modelValue("lens.presetZoomFactor") : 0;
-    return own ? own : modelValue("lens.zoomFactor");
+    int own = forPresets ? modelValue(Cap::LensPresetZoomFactor) : 0;
+    return own ? own : modelValue(Cap::LensZoomFactor);
 }
 
 int zoomStepFor(int lensType, double z, int* step6Variant)

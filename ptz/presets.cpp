@@ -24,19 +24,19 @@ enum PresetStore { STORE_NONE, STORE_INTEGRATED, STORE_RS485 };
 
 static PresetStore presetStore()
 {
-    if (modelHas("io.ptzHead"))
+    if (modelHas(Cap::IoPtzHead))
         return STORE_INTEGRATED;
-    if (modelHas("ptz.rs485Head"))
+    if (modelHas(Cap::PtzRs485Head))
         return STORE_RS485;
     return STORE_NONE;
 }
 
 static const char* rs485StoreFile()
 {
-    return modelHas("ptz.smallPresetStore") ? RS485_STORE_MODEL2 : RS485_STORE;
+    return modelHas(Cap::PtzSmallPresetStore) ? RS485_STORE_MODEL2 : RS485_STORE;
 }
 
-static int presetLimit() { return modelValue("ptz.presetLimit"); }
+static int presetLimit() { return modelValue(Cap::PtzPresetLimit); }
 
 // The checks every preset action starts with; 0 after a fault.
 static int presetChecks(const char* func)

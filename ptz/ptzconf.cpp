@@ -33,10 +33,10 @@
 #define ZOOM_VELOCITY SPACES "ZoomSpaces/VelocityGenericSpace"
 #define ZOOM_SPEED SPACES "ZoomSpaces/ZoomGenericSpeedSpace"
 
-static int panTilt() { return modelHas("ptz.panTilt"); }
-static int zoom() { return modelHas("ptz.zoom"); }
-static int hasPTZ() { return modelHas("ptz.motors"); }
-static int integratedDome() { return modelHas("ptz.dome"); }
+static int panTilt() { return modelHas(Cap::PtzPanTilt); }
+static int zoom() { return modelHas(Cap::PtzZoom); }
+static int hasPTZ() { return modelHas(Cap::PtzMotors); }
+static int integratedDome() { return modelHas(Cap::PtzDome); }
 
 enum NoPTZWording { NO_PTZ_LIST, NO_PTZ_NVT, NO_PTZ_SET };
 
@@ -135,9 +135,9 @@ static void printMaximumNumberOfPresets(const char* value)
     const char* shown = "0";
     if (integratedDome()) {
         shown = strcmp(value, "NONE") == 0 ? "0" : value;
-    } else if (modelHas("ptz.rs485Head") && strcmp(value, "NONE") != 0 &&
+    } else if (modelHas(Cap::PtzRs485Head) && strcmp(value, "NONE") != 0 &&
                rs485SwitchOn()) {
-        shown = modelHas("ptz.headReportsPresets") ? value : modelHas("ptz.smallPresetStore") ? "127" : "0";
+        shown = modelHas(Cap::PtzHeadReportsPresets) ? value : modelHas(Cap::PtzSmallPresetStore) ? "127" : "0";
     }
     appendResponse("<tt:MaximumNumberOfPresets>%s</tt:MaximumNumberOfPresets>", shown);
 }

@@ -27,7 +27,7 @@
 
 int refuseWithoutPtzMotors()
 {
-    if (modelHas("ptz.motors"))
+    if (modelHas(Cap::PtzMotors))
         return 0;
     writePtzNotSupportedFault();
     return 1;
@@ -125,7 +125,7 @@ void ContinuousMove()
         if (!readAttributeNumber("x", 1, 31, &value))
             return writeInvalidVelocityFault();
         x = (float)(value * 100.0);
-        if (!modelHas("ptz.panTilt"))
+        if (!modelHas(Cap::PtzPanTilt))
             x = y = 0;
         if (x < -100 || x > 100 || y < -100 || y > 100)
             return writeInvalidVelocityFault();
@@ -209,7 +209,7 @@ static void sendTarget(int hasPanTilt, double pan, double tilt, int sendsZoom, i
     snprintf(panText, sizeof panText, "%f", pan);
     snprintf(tiltText, sizeof tiltText, "%f", tilt);
     snprintf(zoomText, sizeof zoomText, "%d", zoom);
-    int together = modelHas("ptz.integratedPanTilt") || !modelHas("ptz.zoom");
+    int together = modelHas(Cap::PtzIntegratedPanTilt) || !modelHas(Cap::PtzZoom);
     if (together) {
         if (hasPanTilt && sendsZoom)
             runPtzCommand("com/ptz.cgi", "move", "pan", panText, "tilt", tiltText, "zoom", zoomText);
@@ -337,7 +337,7 @@ void RelativeMove()
             if (variant >= 0)
                 setShmWord(ZOOM_STEP6_WORD, variant);
             steps = zoom - current;
-            stepsOnly = !hasPanTilt && !modelHas("ptz.integratedPanTilt");
+            stepsOnly = !hasPanTilt && !modelHas(Cap::PtzIntegratedPanTilt);
             sendsZoom = 1;
         }
     }

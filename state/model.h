@@ -57,13 +57,63 @@ enum ModelCode {
 #undef MODEL_CODE_ENUM
 };
 
-// The value of a capability for the camera the segment describes: the first
-// row of the table with that name whose conditions hold; 0 when none does
-// (or the name is unknown). A plain capability's value is 1.
-int modelValue(const char* name);
-inline bool modelHas(const char* name) { return modelValue(name) != 0; }
-// Whether the table has rows of that name (tests and tools).
-bool modelKnows(const char* name);
+// X(name, text): what services ask of the camera; the tools name them by text.
+#define MODEL_CAPABILITY_LIST(X) \
+    X(AuthWaivedForSetup,         "auth.waivedForSetup") \
+    X(AuthWaivedForInterfaces,    "auth.waivedForInterfaces") \
+    X(DeviceVersion20,            "device.version20") \
+    X(ScopesCountryAsOnvif,       "scopes.countryAsOnvif") \
+    X(PathsVariantOwn,            "paths.variantOwn") \
+    X(AudioSampleRateKHz,         "audio.sampleRateKHz") \
+    X(MediaFreeUpperChannels,     "media.freeUpperChannels") \
+    X(MediaSharedEncoderPipeline, "media.sharedEncoderPipeline") \
+    X(MediaVariantOptions,        "media.variantOptions") \
+    X(EventsVendorTopics,         "events.vendorTopics") \
+    X(EventsOnePullPoint,         "events.onePullPoint") \
+    X(EventsAddressInHeader,      "events.addressInHeader") \
+    X(EventsLenientUnsubscribe,   "events.lenientUnsubscribe") \
+    X(EventsMotionSourceWindow,   "events.motionSourceWindow") \
+    X(EventsNoTampering,          "events.noTampering") \
+    X(EventsMaxMessages,          "events.maxMessages") \
+    X(EventsInputs,               "events.inputs") \
+    X(EventsRelays,               "events.relays") \
+    X(IoInputs,                   "io.inputs") \
+    X(IoRelays,                   "io.relays") \
+    X(IoRelayOutputs,             "io.relayOutputs") \
+    X(IoHeadRelayList,            "io.headRelayList") \
+    X(IoPtzHead,                  "io.ptzHead") \
+    X(RelaysIdleFixedOnHead,      "relays.idleFixedOnHead") \
+    X(PtzPanTilt,                 "ptz.panTilt") \
+    X(PtzIntegratedPanTilt,       "ptz.integratedPanTilt") \
+    X(PtzZoom,                    "ptz.zoom") \
+    X(PtzMotors,                  "ptz.motors") \
+    X(PtzDome,                    "ptz.dome") \
+    X(PtzRs485Head,               "ptz.rs485Head") \
+    X(PtzSmallPresetStore,        "ptz.smallPresetStore") \
+    X(PtzPresetLimit,             "ptz.presetLimit") \
+    X(PtzHeadReportsPresets,      "ptz.headReportsPresets") \
+    X(LensZoomFactor,             "lens.zoomFactor") \
+    X(LensPresetZoomFactor,       "lens.presetZoomFactor") \
+    X(ImagingNone,                "imaging.none") \
+    X(ImagingExposureInSeconds,   "imaging.exposureInSeconds")
+
+enum class Cap {
+#define MODEL_CAPABILITY_ENUM(name, text) name,
+    MODEL_CAPABILITY_LIST(MODEL_CAPABILITY_ENUM)
+#undef MODEL_CAPABILITY_ENUM
+    Count
+};
+
+// The value of a capability for the camera the segment describes: its first
+// row in the table whose conditions hold; 0 when none does. A plain
+// capability's value is 1.
+int modelValue(Cap cap);
+inline bool modelHas(Cap cap) { return modelValue(cap) != 0; }
+// A capability by its text, for the tools: 1 and *cap set when known.
+// (state/model_names.cpp: only the tools and tests link it.)
+int capabilityByText(const char* text, Cap* cap);
+// How many rows the table gives a capability.
+int capabilityRows(Cap cap);
 
 // A segment word or a code by name, for the tools: 1 and *value set when known.
 int shmNameValue(const char* name, int* value);

@@ -107,14 +107,15 @@ int main(int argc, char** argv)
         return 0;
     }
     if ((strcmp(verb, "has") == 0 || strcmp(verb, "value") == 0) && argc > 2) {
-        if (!modelKnows(argv[2])) {
+        Cap cap;
+        if (!capabilityByText(argv[2], &cap)) {
             fprintf(stderr, "onvif-shm: unknown capability %s\n", argv[2]);
             return 2;
         }
         G_shared_memory = words;
         if (verb[0] == 'h')
-            return modelHas(argv[2]) ? 0 : 1;
-        printf("%d\n", modelValue(argv[2]));
+            return modelHas(cap) ? 0 : 1;
+        printf("%d\n", modelValue(cap));
         return 0;
     }
     if (strcmp(verb, "dump") == 0) {

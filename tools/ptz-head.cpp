@@ -43,7 +43,7 @@ struct Head {
 // its tenth step.
 static double zoomLimit()
 {
-    return shmWord(ZOOM_WORD) == LENS_DOME ? modelValue("lens.zoomFactor") : 10.0;
+    return shmWord(ZOOM_WORD) == LENS_DOME ? modelValue(Cap::LensZoomFactor) : 10.0;
 }
 
 static void writeFileWhole(const char* path, const char* text)
