@@ -113,7 +113,6 @@ static int channelRuleAllows(const char* profile, const char* config)
 {
     ChannelState s;
     readChannelState(&s);
-    int mode = shmWord(STREAM_MODE_WORD);
     int freeUpper = modelHas(Cap::MediaFreeUpperChannels);
     int uc1 = strcmp(s.useCount[0], "1") == 0, uc2 = strcmp(s.useCount[1], "1") == 0,
         uc3 = strcmp(s.useCount[2], "1") == 0;
@@ -122,15 +121,17 @@ static int channelRuleAllows(const char* profile, const char* config)
     if (strcmp(profile, "Profile1") == 0)
         return strcmp(config, "VideoEncoder1") == 0;
     if (strcmp(profile, "Profile2") == 0)
-        return strcmp(config, "VideoEncoder2") == 0 && mode >= 1 && mode <= 8 && mode != 4;
+        return strcmp(config, "VideoEncoder2") == 0 && modelValue(Cap::MediaChannel2) == CHANNEL_OPEN;
     if (strcmp(profile, "Profile3") == 0)
         return freeUpper ||
                (strcmp(config, "VideoEncoder3") == 0 && uc1 && uc2 &&
-                (mode == 2 || mode == 5 || mode == 6 || mode == 7 || mode == 8 || (mode == 1 && h1 && h2)));
+                (modelValue(Cap::MediaChannel3) == CHANNEL_OPEN ||
+                 (modelValue(Cap::MediaChannel3) == CHANNEL_IF_LOWER_H264 && h1 && h2)));
     if (strcmp(profile, "Profile4") == 0)
         return freeUpper ||
                (strcmp(config, "VideoEncoder4") == 0 && uc1 && uc2 && uc3 &&
-                (mode == 5 || mode == 7 || mode == 8 || ((mode == 1 || mode == 2) && h1 && h2 && h3)));
+                (modelValue(Cap::MediaChannel4) == CHANNEL_OPEN ||
+                 (modelValue(Cap::MediaChannel4) == CHANNEL_IF_LOWER_H264 && h1 && h2 && h3)));
     return 1;
 }
 

@@ -43,6 +43,15 @@ constexpr ModelRow MODEL_TABLE[] = {
     {Cap::MediaVariantOptions, is(VARIANT_CODE, VARIANT_WIDE_SENSOR), ALWAYS, 1},
     {Cap::MediaVariantOptions, is(VARIANT_CODE, VARIANT_COUNTRY_SCOPE), ALWAYS, 1},
     {Cap::MediaVariantOptions, from(VARIANT_CODE, VARIANT_OPEN_SETUP), ALWAYS, 1},
+    // Which stream modes give the upper encoder channels.
+    {Cap::MediaChannel2, within(STREAM_MODE_WORD, 1, 3), ALWAYS, CHANNEL_OPEN},
+    {Cap::MediaChannel2, within(STREAM_MODE_WORD, 5, 8), ALWAYS, CHANNEL_OPEN},
+    {Cap::MediaChannel3, is(STREAM_MODE_WORD, 1), ALWAYS, CHANNEL_IF_LOWER_H264},
+    {Cap::MediaChannel3, is(STREAM_MODE_WORD, 2), ALWAYS, CHANNEL_OPEN},
+    {Cap::MediaChannel3, within(STREAM_MODE_WORD, 5, 8), ALWAYS, CHANNEL_OPEN},
+    {Cap::MediaChannel4, within(STREAM_MODE_WORD, 1, 2), ALWAYS, CHANNEL_IF_LOWER_H264},
+    {Cap::MediaChannel4, is(STREAM_MODE_WORD, 5), ALWAYS, CHANNEL_OPEN},
+    {Cap::MediaChannel4, within(STREAM_MODE_WORD, 7, 8), ALWAYS, CHANNEL_OPEN},
     // Events.
     {Cap::EventsVendorTopics, is(VARIANT_CODE, VARIANT_VENDOR_TOPICS), ALWAYS, 1},
     {Cap::EventsOnePullPoint, is(VARIANT_CODE, VARIANT_ONE_PULL_POINT), ALWAYS, 1},

@@ -68,6 +68,9 @@ enum ModelCode {
     X(MediaFreeUpperChannels,     "media.freeUpperChannels") \
     X(MediaSharedEncoderPipeline, "media.sharedEncoderPipeline") \
     X(MediaVariantOptions,        "media.variantOptions") \
+    X(MediaChannel2,              "media.channel2") \
+    X(MediaChannel3,              "media.channel3") \
+    X(MediaChannel4,              "media.channel4") \
     X(EventsVendorTopics,         "events.vendorTopics") \
     X(EventsOnePullPoint,         "events.onePullPoint") \
     X(EventsAddressInHeader,      "events.addressInHeader") \
@@ -103,6 +106,10 @@ enum class Cap {
 #undef MODEL_CAPABILITY_ENUM
     Count
 };
+
+// The values of the media.channel capabilities: whether the stream mode gives
+// an encoder channel to its profile (with a shared encoder pipeline).
+enum { CHANNEL_CLOSED = 0, CHANNEL_IF_LOWER_H264 = 1, CHANNEL_OPEN = 2 };
 
 // The value of a capability for the camera the segment describes: its first
 // row in the table whose conditions hold; 0 when none does. A plain
