@@ -150,7 +150,9 @@ void SoapEnvStart()
             fputs(">", stdout);
         } else if (!e.okSet) {
             fputs(SET_BASE SET_V, stdout);
-            fputs(modelHas(Cap::EventsVendorTopics) ? NS_TNSIV NS_TNSAXIS ">" : modelHas(Cap::EventsOnePullPoint) ? ">" : NS_TNSAVG ">",
+            fputs(modelHas(Cap::EventsVendorTopics)   ? NS_TNSIV NS_TNSAXIS ">"
+                  : modelHas(Cap::EventsOnePullPoint) ? ">"
+                                                      : NS_TNSAVG ">",
                   stdout);
             printHeader(e.action, 0);
         } else {

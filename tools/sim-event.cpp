@@ -26,9 +26,11 @@ static void appendMessage(FILE* f, const EventNames& names, const char* topic, i
 {
     char item[32];
     eventSourceValue(names, number, item, sizeof item);
-    fprintf(f, "<wsnt:NotificationMessage><wsnt:Topic Dialect=\"http://docs.oasis-open.org/wsn/t-1/TopicExpression/Simple\">%s</wsnt:Topic>", topic);
+    fprintf(f, "<wsnt:NotificationMessage><wsnt:Topic Dialect=\"http://docs.oasis-open.org/wsn/t-1/"
+               "TopicExpression/Simple\">%s</wsnt:Topic>", topic);
     fprintf(f, "<wsnt:Message><tt:Message UtcTime=\"%s\" PropertyOperation=\"Changed\">", now);
-    fprintf(f, "<tt:Source><tt:SimpleItem Name=\"%s\" Value=\"%s\"></tt:SimpleItem></tt:Source>", names.sourceName, item);
+    fprintf(f, "<tt:Source><tt:SimpleItem Name=\"%s\" Value=\"%s\"></tt:SimpleItem></tt:Source>", names.sourceName,
+            item);
     fprintf(f, "<tt:Data><tt:SimpleItem Name=\"%s\" Value=\"%s\"></tt:SimpleItem></tt:Data>", names.dataName, value);
     fprintf(f, "</tt:Message></wsnt:Message></wsnt:NotificationMessage>\n");
 }
