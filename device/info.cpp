@@ -11,8 +11,6 @@
 #include <stdio.h>
 #include <string.h>
 
-#define VARIANT_V20 24
-
 void GetDeviceInfoResponse()
 {
     char mac[128] = "", version[128] = "", brand[128] = "", model[128] = "";
@@ -53,10 +51,8 @@ static void Capability_Analytics(const char* xaddr)
 
 static void Capability_Device(const char* xaddr)
 {
-    int layout = shmWord(IO_LAYOUT_WORD);
-    int inputs = layout <= 0 ? 0 : layout == 1 ? 1 : 4;
-    int relays = layout <= 0 ? 0 : layout <= 2 ? 1 : layout <= 4 ? 2 : 0;
-    int v20 = shmWord(VARIANT_CODE) == VARIANT_V20;
+    int inputs = modelValue(Cap::IoInputs), relays = modelValue(Cap::IoRelays);
+    int v20 = modelHas(Cap::DeviceVersion20);
     appendResponse("<tt:Device><tt:XAddr>%s</tt:XAddr>"
                    "<tt:Network><tt:IPFilter>false</tt:IPFilter><tt:ZeroConfiguration>false</tt:ZeroConfiguration>"
                    "<tt:IPVersion6>false</tt:IPVersion6><tt:DynDNS>false</tt:DynDNS></tt:Network>"
@@ -101,7 +97,7 @@ static void Capability_PTZ(const char* xaddr)
 
 static int hasPTZ()
 {
-    return shmWord(PAN_TILT_WORD) >= 1 || shmWord(ZOOM_WORD) >= 1;
+    return modelHas(Cap::PtzMotors);
 }
 
 static void writeAllSections(const char* xaddr)
@@ -155,7 +151,7 @@ void GetCapabilityResponse()
             Capability_Events(xaddr);
         else if (strcmp(category, "Media") == 0)
             Capability_Media(xaddr);
-        else if (strcmp(category, "Imaging") == 0 && shmWord(MODEL_CODE_WORD) != 3)
+        else if (strcmp(category, "Imaging") == 0 && !modelHas(Cap::ImagingNone))
             Capability_Imaging(xaddr);
         else if (strcmp(category, "PTZ") == 0 && hasPTZ())
             Capability_PTZ(xaddr);

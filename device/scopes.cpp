@@ -114,7 +114,7 @@ void GetScopes()
         logServiceError("GetScopes", "%s", "ONVIF_CONF_FILE missing");
         return;
     }
-    int layout = shmWord(IO_LAYOUT_WORD);
+    int ptzHead = modelHas(Cap::IoPtzHead);
     setResponse("<tds:GetScopesResponse>");
     char line[256], value[256];
     while (fgets(line, sizeof line, f)) {
@@ -123,7 +123,7 @@ void GetScopes()
             scanSettingLine(line, "FixedScopes=", value, sizeof value, 1);
             appendResponse("<tds:Scopes><tt:ScopeDef>Fixed</tt:ScopeDef><tt:ScopeItem>%s</tt:ScopeItem></tds:Scopes>",
                            value);
-            if (layout >= 2 && layout <= 4 && strstr(line, "audio_encoder"))
+            if (ptzHead && strstr(line, "audio_encoder"))
                 appendResponse("<tds:Scopes><tt:ScopeDef>Fixed</tt:ScopeDef>"
                                "<tt:ScopeItem>onvif://www.onvif.org/type/ptz</tt:ScopeItem></tds:Scopes>");
         } else if (strstr(line, "ConfigurableScopes")) {
@@ -132,7 +132,7 @@ void GetScopes()
             value[0] = 0;
             scanSettingLine(line, "ConfigurableScopes=", value, sizeof value, 1);
             size_t len = strlen(value);
-            if (shmWord(VARIANT_CODE) == 30 && strstr(value, "country") && len >= 8)
+            if (modelHas(Cap::ScopesCountryAsOnvif) && strstr(value, "country") && len >= 8)
                 snprintf(value + len - 8, sizeof value - (len - 8), "ONVIF");
             appendResponse("<tds:Scopes><tt:ScopeDef>Configurable</tt:ScopeDef><tt:ScopeItem>%s</tt:ScopeItem>"
                            "</tds:Scopes>", value);

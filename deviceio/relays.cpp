@@ -18,12 +18,11 @@
 #define OUTPUTS_CONF "/etc/sysconfig/outputs.conf"
 #define MAX_DELAY_SECONDS 600
 
-static int layout() { return shmWord(IO_LAYOUT_WORD); }
-static int ptzLayout() { return layout() >= 2 && layout() <= 4; }
+static int hasRelayOutputs() { return modelHas(Cap::IoRelayOutputs); }
 
 static const char* outputListFile()
 {
-    return layout() == 3 || layout() == 4 ? "/usr/apache/htdocs/onvif/IOPTZ.conf" : "/usr/apache/htdocs/onvif/IO.conf";
+    return modelHas(Cap::IoHeadRelayList) ? "/usr/apache/htdocs/onvif/IOPTZ.conf" : "/usr/apache/htdocs/onvif/IO.conf";
 }
 
 // Reads the first of two element names that the request holds.
@@ -73,7 +72,7 @@ void GetRelayOutputs()
         if (!strstr(line, "IO_Output"))
             continue;
         line[strcspn(line, "\r\n")] = 0;
-        if (layout() < 1)
+        if (!hasRelayOutputs())
             break;
         FILE* f = openStoreFile("/tmp/onvif/", line);
         if (!f) {
@@ -182,7 +181,7 @@ void SetRelayOutputSettings()
 {
     char token[65], mode[65], delay[65], idle[65], fileName[128];
     int hasToken = readEither("tt:RelayOutputToken", "RelayOutputToken", token, 64);
-    if (layout() < 1 || !hasToken || findOutputLine(token, fileName, sizeof fileName) <= 0) {
+    if (!hasRelayOutputs() || !hasToken || findOutputLine(token, fileName, sizeof fileName) <= 0) {
         writeUnknownTokenFault(hasToken ? token : "");
         return;
     }
@@ -205,7 +204,7 @@ void SetRelayOutputSettings()
     }
     if (hasIdle && strcmp(idle, "open") != 0 && strcmp(idle, "closed") != 0)
         hasIdle = 0;
-    if (shmWord(VARIANT_CODE) == 32 && ptzLayout() && hasIdle && strcmp(idle, "closed") != 0) {
+    if (modelHas(Cap::RelaysIdleFixedOnHead) && hasIdle && strcmp(idle, "closed") != 0) {
         writeSenderFault("ter:PTZNotSupported", "PTZ can't set IdleState by the device.");
         return;
     }
@@ -215,7 +214,7 @@ void SetRelayOutputSettings()
         setResponse("%s", "");
         return;
     }
-    if (!ptzLayout()) {
+    if (!modelHas(Cap::IoPtzHead)) {
         // The camera's Active parameter is the output's idle state.
         char active[16] = "open";
         char working[300];
@@ -251,7 +250,7 @@ void SetRelayOutputState()
 {
     char token[65], state[65], fileName[128];
     int hasToken = readEither("tt:RelayOutputToken", "RelayOutputToken", token, 64);
-    int found = hasToken && layout() >= 1 ? findOutputLine(token, fileName, sizeof fileName) : 0;
+    int found = hasToken && hasRelayOutputs() ? findOutputLine(token, fileName, sizeof fileName) : 0;
     if (found < 0)
         log_message_to_onvifErrorFile(1, "[SetRelayOutputState] FILE: %s missing", outputListFile());
     if (found <= 0) {

@@ -18,6 +18,41 @@ enum {
 };
 enum { SLOT_FREE = 0, SLOT_PULL = 1, SLOT_PUSH = 2, SLOT_PULL_SYNC = 3, SLOT_PUSH_SYNC = 4 };
 
+// What the table change word tells the event process.
+enum { SUBSCRIPTIONS_SETTLED = 0, SUBSCRIPTION_PUSH_ADDED = 1, SUBSCRIPTION_PULL_ADDED = 2 };
+
+// The code a subscription's filter reduces to (slot word SLOT_FILTER); the
+// event process reads it to choose what to deliver.
+enum FilterCode {
+    FILTER_CONTENT_ONLY = 0,      // a message content without a topic: every event
+    FILTER_MOTION = 1,
+    FILTER_TAMPERING = 2,
+    FILTER_VIDEO_SOURCE = 3,      // both video source topics named
+    FILTER_VIDEO_SOURCE_ROOT = 4, // the video source root alone
+    FILTER_INPUTS = 5,
+    FILTER_RELAYS = 6,
+    FILTER_DEVICE = 7,            // both device topics named
+    FILTER_DEVICE_ROOT = 8,       // the device root alone
+    FILTER_ANALYTICS_MOTION = 9,  // motion, under the analytics topic
+    FILTER_NONE = 10              // no filter: every event
+};
+
+// The events a camera raises, and how a notification names each: its topic
+// for this camera's variant, the source item with the prefix of its value
+// (the connector number follows for inputs and relays), the data item.
+enum EventKind { EVENT_MOTION, EVENT_TAMPERING, EVENT_INPUT, EVENT_RELAY, EVENT_ANALYTICS_MOTION };
+struct EventNames {
+    const char* topic;
+    const char* sourceName;
+    const char* sourceValue;
+    const char* dataName;
+};
+EventNames eventNames(EventKind kind);
+// The source item's value: the prefix, and the connector number from 1 (0: none).
+void eventSourceValue(const EventNames& names, int number, char* out, size_t n);
+// Whether a subscription with the filter code gets the event.
+int filterTakes(int filterCode, EventKind kind);
+
 // The words of slot k (0-based).
 int* subscriptionSlot(int k);
 

@@ -4,8 +4,6 @@
 #include "frame/handlers.h"
 #include "state/shm.h"
 
-#define MODEL_WITHOUT_TAMPERING 2
-
 static void leaf(const char* element, const char* sourceName, const char* sourceType, const char* dataName,
                  const char* dataType)
 {
@@ -32,12 +30,11 @@ static void triggerTopics()
 
 void GetEventProperties()
 {
-    int variant = shmWord(VARIANT_CODE);
-    int tampering = shmWord(MODEL_CODE_WORD) != MODEL_WITHOUT_TAMPERING;
+    int tampering = !modelHas(Cap::EventsNoTampering);
     setResponse("<tev:GetEventPropertiesResponse><tev:TopicNamespaceLocation>"
                 "http://www.onvif.org/onvif/ver10/topics/topicns.xml</tev:TopicNamespaceLocation>"
                 "<wsnt:FixedTopicSet>true</wsnt:FixedTopicSet><wstop:TopicSet>");
-    if (variant == 32) {
+    if (modelHas(Cap::EventsVendorTopics)) {
         appendResponse("<tns1:VideoAnalytics wstop:topic=\"true\">");
         leaf("tnsaxis:MotionDetection", "VideoSourceToken", "tt:ReferenceToken", "motion", "xsd:boolean");
         if (tampering)
@@ -46,7 +43,7 @@ void GetEventProperties()
         leaf("tnsiv:BinaryInput", "BinaryInputToken", "tt:ReferenceToken", "State", "xsd:boolean");
         leaf("tnsiv:Relay", "RelayToken", "tt:ReferenceToken", "State", "xs:string");
         appendResponse("</tns1:Device>");
-    } else if (variant == 34) {
+    } else if (modelHas(Cap::EventsOnePullPoint)) {
         appendResponse("<tns1:VideoSource wstop:topic=\"true\">");
         videoSourceTopics(tampering);
         appendResponse("</tns1:VideoSource>");

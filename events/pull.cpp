@@ -42,72 +42,59 @@ static int appendInitialized(MessageBudget* budget, const char* topic, const cha
     return 1;
 }
 
-static int vendorTopicNames() { return shmWord(VARIANT_CODE) == 32; }
+// The initial state of one connector (number from 1) or video source.
+static int sendState(MessageBudget* b, const char* time, EventKind kind, int number, const char* state)
+{
+    EventNames names = eventNames(kind);
+    char item[32];
+    eventSourceValue(names, number, item, sizeof item);
+    return appendInitialized(b, names.topic, time, names.sourceName, item, names.dataName, state);
+}
 
 static int sendMotion(MessageBudget* b, const char* time)
 {
-    const char* state = shmWord(MOTION_WORD) == 1 ? "1" : "0";
-    return appendInitialized(b, vendorTopicNames() ? "tns1:VideoAnalytics/tnsaxis:MotionDetection" : "tns1:VideoSource/MotionAlarm",
-                             time, shmWord(VARIANT_CODE) == 24 ? "window" : "VideoSourceToken", "VideoSource1", "motion",
-                             state);
+    return sendState(b, time, EVENT_MOTION, 0, shmWord(MOTION_WORD) == 1 ? "1" : "0");
 }
 
 static int sendTampering(MessageBudget* b, const char* time)
 {
-    return appendInitialized(b, vendorTopicNames() ? "tns1:VideoAnalytics/TamperingDetection" : "tns1:VideoSource/TamperingDetection",
-                             time, "VideoSourceToken", "VideoSource1", "State", shmWord(TAMPERING_WORD) == 1 ? "1" : "0");
+    return sendState(b, time, EVENT_TAMPERING, 0, shmWord(TAMPERING_WORD) == 1 ? "1" : "0");
 }
 
 static int sendInputs(MessageBudget* b, const char* time)
 {
-    int layout = shmWord(IO_LAYOUT_WORD);
-    int inputs = layout >= 2 && layout <= 4 ? 4 : 1;
-    for (int i = 0; i < inputs; ++i) {
-        char token[16];
-        snprintf(token, sizeof token, "IO_Input%d", i + 1);
-        if (!appendInitialized(b, vendorTopicNames() ? "tns1:Device/tnsiv:BinaryInput" : "tns1:Device/Trigger/BinaryInput",
-                               time, "BinaryInputToken", token, "State", shmWord(INPUT_WORD_1 + i) == 1 ? "1" : "0"))
+    int inputs = modelValue(Cap::EventsInputs);
+    for (int i = 0; i < inputs; ++i)
+        if (!sendState(b, time, EVENT_INPUT, i + 1, shmWord(INPUT_WORD_1 + i) == 1 ? "1" : "0"))
             return 0;
-    }
     return 1;
 }
 
 static int sendRelays(MessageBudget* b, const char* time)
 {
-    int layout = shmWord(IO_LAYOUT_WORD);
-    int relays = layout == 3 || layout == 4 ? 2 : 1;
-    for (int i = 0; i < relays; ++i) {
-        char token[16];
-        snprintf(token, sizeof token, "IO_Output%d", i + 1);
-        if (!appendInitialized(b, vendorTopicNames() ? "tns1:Device/tnsiv:Relay" : "tns1:Device/Trigger/Relay", time,
-                               "RelayToken", token, "State", shmWord(RELAY_WORD_1 + i) == 1 ? "closed" : "open"))
+    int relays = modelValue(Cap::EventsRelays);
+    for (int i = 0; i < relays; ++i)
+        if (!sendState(b, time, EVENT_RELAY, i + 1, shmWord(RELAY_WORD_1 + i) == 1 ? "closed" : "open"))
             return 0;
-    }
     return 1;
 }
 
 void PullMsg_SendFirstEventState(int filterCode, int messageLimit, const char* timeText)
 {
     MessageBudget b = {messageLimit};
-    int tampering = shmWord(MODEL_CODE_WORD) != 2;
-    switch (filterCode) {
-    case 1: sendMotion(&b, timeText); break;
-    case 2: sendTampering(&b, timeText); break;
-    case 3:
-    case 4: sendMotion(&b, timeText) && (!tampering || sendTampering(&b, timeText)); break;
-    case 5: sendInputs(&b, timeText); break;
-    case 6: sendRelays(&b, timeText); break;
-    case 7:
-    case 8: sendInputs(&b, timeText) && sendRelays(&b, timeText); break;
-    case 9:
-        appendInitialized(&b, "tns1:VideoAnalytics/tnsavg:MotionDetection", timeText, "VideoSourceToken",
-                          "VideoSource1", "motion", shmWord(MOTION_WORD) == 1 ? "1" : "0");
-        break;
-    default:
-        sendMotion(&b, timeText) && (!tampering || sendTampering(&b, timeText)) && sendInputs(&b, timeText) &&
-            sendRelays(&b, timeText);
-        break;
-    }
+    // A filter on tampering alone gets it even from a model that reports none.
+    int tampering = filterCode == FILTER_TAMPERING || !modelHas(Cap::EventsNoTampering);
+    int room = 1;
+    if (filterTakes(filterCode, EVENT_MOTION))
+        room = sendMotion(&b, timeText);
+    if (room && tampering && filterTakes(filterCode, EVENT_TAMPERING))
+        room = sendTampering(&b, timeText);
+    if (room && filterTakes(filterCode, EVENT_INPUT))
+        room = sendInputs(&b, timeText);
+    if (room && filterTakes(filterCode, EVENT_RELAY))
+        room = sendRelays(&b, timeText);
+    if (room && filterTakes(filterCode, EVENT_ANALYTICS_MOTION))
+        sendState(&b, timeText, EVENT_ANALYTICS_MOTION, 0, shmWord(MOTION_WORD) == 1 ? "1" : "0");
 }
 
 static void startAnswer(const char* current, const char* termination)
@@ -165,10 +152,7 @@ static long eventFileSize(const char* path)
 
 static int maxMessageLimit()
 {
-    if (shmWord(MODEL_CODE_WORD) == 2)
-        return 3;
-    int layout = shmWord(IO_LAYOUT_WORD);
-    return layout == 2 ? 7 : layout == 3 || layout == 4 ? 8 : 4;
+    return modelValue(Cap::EventsMaxMessages);
 }
 
 void PullMessages()
@@ -203,10 +187,10 @@ void PullMessages()
     slotTime(slot + SLOT_TERMINATION, stored, sizeof stored);
     int mode = slot[SLOT_TERMINATION_MODE], filter = slot[SLOT_FILTER];
     // Whichever pull point pulls first after a new one was made gets the initial states.
-    if (shmWord(SUBSCRIPTION_CHANGE_WORD) == 2) {
+    if (shmWord(SUBSCRIPTION_CHANGE_WORD) == SUBSCRIPTION_PULL_ADDED) {
         startAnswer(current, stored);
         PullMsg_SendFirstEventState(filter, limit, current);
-        setShmWord(SUBSCRIPTION_CHANGE_WORD, 0);
+        setShmWord(SUBSCRIPTION_CHANGE_WORD, SUBSCRIPTIONS_SETTLED);
         endAnswer();
         return;
     }

@@ -20,10 +20,6 @@
 #include <string.h>
 #include <unistd.h>
 
-#define VARIANT_VENDOR_TOPICS 32
-#define VARIANT_ONE_PULL_POINT 34
-#define VARIANT_LENIENT_UNSUBSCRIBE 11
-
 int* subscriptionSlot(int k)
 {
     return G_shared_memory + SUBSCRIPTION_TABLE_WORD + SLOT_WORDS * k;
@@ -211,31 +207,36 @@ struct TopicRow {
 };
 
 static const TopicRow ONVIF_TOPICS[] = {
-    {"tns1:VideoSource", "MotionAlarm", "TamperingDetection", 1, 2, 3, 4},
-    {"tns1:Device", "Trigger/BinaryInput", "Trigger/Relay", 5, 6, 7, 8},
+    {"tns1:VideoSource", "MotionAlarm", "TamperingDetection", FILTER_MOTION, FILTER_TAMPERING, FILTER_VIDEO_SOURCE,
+     FILTER_VIDEO_SOURCE_ROOT},
+    {"tns1:Device", "Trigger/BinaryInput", "Trigger/Relay", FILTER_INPUTS, FILTER_RELAYS, FILTER_DEVICE,
+     FILTER_DEVICE_ROOT},
 };
 static const TopicRow VENDOR_TOPICS[] = {
-    {"tns1:VideoAnalytics", "tnsaxis:MotionDetection", "TamperingDetection", 1, 2, 3, 4},
-    {"tns1:Device", "tnsiv:BinaryInput", "tnsiv:Relay", 5, 6, 7, 8},
+    {"tns1:VideoAnalytics", "tnsaxis:MotionDetection", "TamperingDetection", FILTER_MOTION, FILTER_TAMPERING,
+     FILTER_VIDEO_SOURCE, FILTER_VIDEO_SOURCE_ROOT},
+    {"tns1:Device", "tnsiv:BinaryInput", "tnsiv:Relay", FILTER_INPUTS, FILTER_RELAYS, FILTER_DEVICE,
+     FILTER_DEVICE_ROOT},
 };
 
-// Reduces the request's filter to one code; FILTER_BAD_* when refused.
-static int classifyFilter(int variant, int isSubscribe, int* code)
+// Reduces the request's filter to one code; FILTER_BAD_* when refused. The
+// analytics motion topic and the "(null)" topic are taken only where the
+// camera's own topics are the ONVIF ones and it keeps several pull points.
+static int classifyFilter(int vendorNames, int onePullPoint, int isSubscribe, int* code)
 {
     char topic[65], content[257];
     int hasTopic = requestText("wsnt:TopicExpression", topic, 65);
     int hasContent = requestText("wsnt:MessageContent", content, (isSubscribe ? 64 : 256) + 1);
     if (!hasTopic && !hasContent) {
-        *code = 10;
+        *code = FILTER_NONE;
         return FILTER_OK;
     }
     if (!hasTopic) {
-        *code = 0;
+        *code = FILTER_CONTENT_ONLY;
         return contentAloneAccepted(content) ? FILTER_OK : FILTER_BAD_CONTENT;
     }
     char root[65] = "", rest[65] = "";
     sscanf(topic, "%64[^/]/%64s", root, rest);
-    int vendorNames = variant == VARIANT_VENDOR_TOPICS;
     const TopicRow* rows = vendorNames ? VENDOR_TOPICS : ONVIF_TOPICS;
     for (int i = 0; i < 2; ++i) {
         const TopicRow& row = rows[i];
@@ -254,15 +255,15 @@ static int classifyFilter(int variant, int isSubscribe, int* code)
             return FILTER_BAD_TOPIC;
         return !hasContent || contentWithTopicAccepted(content, isSubscribe) ? FILTER_OK : FILTER_BAD_CONTENT;
     }
-    int defaultVariant = !vendorNames && variant != VARIANT_ONE_PULL_POINT;
+    int defaultVariant = !vendorNames && !onePullPoint;
     if (defaultVariant && strcmp(root, "tns1:VideoAnalytics") == 0) {
         if (!strstr(rest, "tnsavg:MotionDetection"))
             return FILTER_BAD_TOPIC;
-        *code = 9;
+        *code = FILTER_ANALYTICS_MOTION;
         return !hasContent || contentWithTopicAccepted(content, isSubscribe) ? FILTER_OK : FILTER_BAD_CONTENT;
     }
     if (defaultVariant && strstr(topic, "(null)")) {
-        *code = 0;
+        *code = FILTER_CONTENT_ONLY;
         return !hasContent || contentAloneAccepted(content) ? FILTER_OK : FILTER_BAD_CONTENT;
     }
     return FILTER_BAD_TOPIC;
@@ -335,19 +336,19 @@ static int writeSubscriptionReference(const char* openTag, const char* reference
 
 void CreatePullPointSubscription()
 {
-    int variant = shmWord(VARIANT_CODE);
+    int onePullPoint = modelHas(Cap::EventsOnePullPoint);
     int pullPoints = 0;
     for (int k = 0; k < SUBSCRIPTION_SLOTS; ++k)
         pullPoints += subscriptionSlot(k)[SLOT_STATE] == SLOT_PULL;
-    if (variant == VARIANT_ONE_PULL_POINT ? pullPoints >= 1 : pullPoints > 4) {
+    if (onePullPoint ? pullPoints >= 1 : pullPoints > 4) {
         writeInvalidFilterFault("Too Many Client To Connect",
-                                variant == VARIANT_ONE_PULL_POINT ? "The Subscribe Allow 1 Client To Connect."
+                                onePullPoint ? "The Subscribe Allow 1 Client To Connect."
                                                                   : "The Subscribe Allow 5 Client To Connect.",
                                 "wsnt:TopicExpression");
         return;
     }
-    int code = 10;
-    if (refuseFilter(classifyFilter(variant, 0, &code)))
+    int code = FILTER_NONE;
+    if (refuseFilter(classifyFilter(modelHas(Cap::EventsVendorTopics), onePullPoint, 0, &code)))
         return;
     char termination[64], path[64];
     int number;
@@ -361,14 +362,13 @@ void CreatePullPointSubscription()
     int host[4];
     parseAddressParts(G_Host, host);
     claimSlot(SLOT_PULL, host, code, termination, mode);
-    setShmWord(SUBSCRIPTION_CHANGE_WORD, 2);
+    setShmWord(SUBSCRIPTION_CHANGE_WORD, SUBSCRIPTION_PULL_ADDED);
 }
 
 void Subscribe()
 {
-    int variant = shmWord(VARIANT_CODE);
-    int code = 10;
-    if (refuseFilter(classifyFilter(variant == VARIANT_VENDOR_TOPICS ? VARIANT_VENDOR_TOPICS : 0, 1, &code)))
+    int code = FILTER_NONE;
+    if (refuseFilter(classifyFilter(modelHas(Cap::EventsVendorTopics), 0, 1, &code)))
         return;
     char consumer[129];
     // The record keeps the address on one line: an address with a line break is no address.
@@ -391,7 +391,7 @@ void Subscribe()
     int address[4];
     parseAddressParts(host, address);
     claimSlot(SLOT_PUSH, address, code, termination, mode);
-    setShmWord(SUBSCRIPTION_CHANGE_WORD, 1);
+    setShmWord(SUBSCRIPTION_CHANGE_WORD, SUBSCRIPTION_PUSH_ADDED);
 }
 
 void Renew()
@@ -437,7 +437,7 @@ void Unsubscribe()
 {
     int* slot = findSubscription(requestedSubscriptionNumber(), 0xFEu);
     if (!slot) {
-        if (shmWord(VARIANT_CODE) == VARIANT_LENIENT_UNSUBSCRIBE)
+        if (modelHas(Cap::EventsLenientUnsubscribe))
             setResponse("<wsnt:UnsubscribeResponse></wsnt:UnsubscribeResponse>");
         else
             writeResourceUnknownFault();

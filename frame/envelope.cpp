@@ -139,10 +139,9 @@ void SoapEnvStart()
 {
     const ActionRow* row = actionRow(PrimaryElementName);
     EnvelopeKind kind = row ? row->envelope : ENV_FULL;
-    int variant = shmWord(VARIANT_CODE);
     fputs("<?xml version=\"1.0\" encoding=\"UTF-8\"?><SOAP-ENV:Envelope", stdout);
     if (kind == ENV_FULL) {
-        fputs(variant == 32 ? SET_G1 ">" : SET_G2 ">", stdout);
+        fputs(modelHas(Cap::EventsVendorTopics) ? SET_G1 ">" : SET_G2 ">", stdout);
     } else {
         const EventEnvelope& e = eventEnvelopes[kind];
         if (G_httpAck != 200) {
@@ -151,7 +150,10 @@ void SoapEnvStart()
             fputs(">", stdout);
         } else if (!e.okSet) {
             fputs(SET_BASE SET_V, stdout);
-            fputs(variant == 32 ? NS_TNSIV NS_TNSAXIS ">" : variant == 34 ? ">" : NS_TNSAVG ">", stdout);
+            fputs(modelHas(Cap::EventsVendorTopics)   ? NS_TNSIV NS_TNSAXIS ">"
+                  : modelHas(Cap::EventsOnePullPoint) ? ">"
+                                                      : NS_TNSAVG ">",
+                  stdout);
             printHeader(e.action, 0);
         } else {
             fputs(SET_BASE, stdout);

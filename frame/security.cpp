@@ -161,14 +161,13 @@ void checkSecurity()
     if (shmWord(AUTH_ON_WORD) != 1)
         return;
     const ActionRow* row = actionRow(PrimaryElementName);
-    int variant = shmWord(VARIANT_CODE);
     int needsCredentials = 0;
     if (row) {
         switch (row->credentials) {
         case CRED_OPEN: break;
         case CRED_AUTH: needsCredentials = 1; break;
-        case CRED_AUTH12: needsCredentials = variant != 12; break;
-        case CRED_AUTH_UNLESS_12_30: needsCredentials = variant != 12 && variant != 30; break;
+        case CRED_AUTH12: needsCredentials = !modelHas(Cap::AuthWaivedForSetup); break;
+        case CRED_AUTH_UNLESS_12_30: needsCredentials = !modelHas(Cap::AuthWaivedForInterfaces); break;
         }
     }
     if (needsCredentials && !credentialsAccepted())

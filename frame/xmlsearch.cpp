@@ -129,8 +129,7 @@ static void flatten(TiXmlNode* node, const Tables& t, int header)
         int row = (*t.elementNum)++;
         t.names[row] = name;
         t.texts[row] = text;
-        int variant = shmWord(VARIANT_CODE);
-        if (header && (variant == 32 || variant == 34) && strcmp(name, "To") == 0 && text) {
+        if (header && strcmp(name, "To") == 0 && text && modelHas(Cap::EventsAddressInHeader)) {
             char work[128];
             memset(work, 0, sizeof work);
             strncpy(work, text, sizeof work - 1);

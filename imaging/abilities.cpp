@@ -170,8 +170,7 @@ int loadImagingAbilities(ImagingAbilities* a, const char* func)
 
 int exposureTimeKeptInSeconds()
 {
-    int dome = shmWord(PAN_TILT_WORD) == 2 && shmWord(ZOOM_WORD) == 6;
-    return shmWord(MODEL_CODE_WORD) == MODEL_EXPOSURE_AS_STORED || dome;
+    return modelHas(Cap::ImagingExposureInSeconds);
 }
 
 // The image process counts exposure in units of 100 microseconds.

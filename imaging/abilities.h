@@ -5,8 +5,6 @@
 
 #include <stddef.h>
 
-#define MODEL_NO_IMAGING 3
-#define MODEL_EXPOSURE_AS_STORED 4
 #define IMAGING_TABLE_DIR "/usr/apache/htdocs/onvif/imaging/"
 
 // The model's table of ranges and modes, cut down by the lens and presence

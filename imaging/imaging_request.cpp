@@ -13,7 +13,7 @@
 
 int refuseWithoutImaging()
 {
-    if (shmWord(MODEL_CODE_WORD) != MODEL_NO_IMAGING)
+    if (!modelHas(Cap::ImagingNone))
         return 0;
     // The trailing blank of the first subcode is what clients of this camera have always seen.
     writeReceiverFault2("ActionNotSupported ", "NoImagingForSource",

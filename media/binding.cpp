@@ -14,8 +14,6 @@
 #include <stdio.h>
 #include <string.h>
 
-#define MODEL_A5S_SDK310 6
-#define VARIANT_WIDE_2560 9
 
 static void writeChannelConflictFault(const char* detail)
 {
@@ -74,8 +72,7 @@ static int channelRuleAllows(const char* profile, const char* config)
 {
     ChannelState s;
     readChannelState(&s);
-    int mode = shmWord(STREAM_MODE_WORD);
-    int variant = shmWord(VARIANT_CODE);
+    int freeUpper = modelHas(Cap::MediaFreeUpperChannels);
     int uc1 = strcmp(s.useCount[0], "1") == 0, uc2 = strcmp(s.useCount[1], "1") == 0,
         uc3 = strcmp(s.useCount[2], "1") == 0;
     int h1 = strcmp(s.encoding[0], "H264") == 0, h2 = strcmp(s.encoding[1], "H264") == 0,
@@ -83,15 +80,17 @@ static int channelRuleAllows(const char* profile, const char* config)
     if (strcmp(profile, "Profile1") == 0)
         return strcmp(config, "VideoEncoder1") == 0;
     if (strcmp(profile, "Profile2") == 0)
-        return strcmp(config, "VideoEncoder2") == 0 && mode >= 1 && mode <= 8 && mode != 4;
+        return strcmp(config, "VideoEncoder2") == 0 && modelValue(Cap::MediaChannel2) == CHANNEL_OPEN;
     if (strcmp(profile, "Profile3") == 0)
-        return variant == VARIANT_WIDE_2560 ||
+        return freeUpper ||
                (strcmp(config, "VideoEncoder3") == 0 && uc1 && uc2 &&
-                (mode == 2 || mode == 5 || mode == 6 || mode == 7 || mode == 8 || (mode == 1 && h1 && h2)));
+                (modelValue(Cap::MediaChannel3) == CHANNEL_OPEN ||
+                 (modelValue(Cap::MediaChannel3) == CHANNEL_IF_LOWER_H264 && h1 && h2)));
     if (strcmp(profile, "Profile4") == 0)
-        return variant == VARIANT_WIDE_2560 ||
+        return freeUpper ||
                (strcmp(config, "VideoEncoder4") == 0 && uc1 && uc2 && uc3 &&
-                (mode == 5 || mode == 7 || mode == 8 || ((mode == 1 || mode == 2) && h1 && h2 && h3)));
+                (modelValue(Cap::MediaChannel4) == CHANNEL_OPEN ||
+                 (modelValue(Cap::MediaChannel4) == CHANNEL_IF_LOWER_H264 && h1 && h2 && h3)));
     return 1;
 }
 
@@ -106,7 +105,7 @@ static void addConfiguration(const ConfigKind& kind, const char* handler, const 
     formatChecked(configFile, sizeof configFile, "%s%s", config, kind.suffix);
     int listed = isSafeFileToken(config) && isListedConfiguration(kind.listFile, configFile, handler, kind.listMacro);
     int allowed = 1;
-    if (&kind == &VIDEO_ENCODER_KIND && shmWord(MODEL_CODE_WORD) == MODEL_A5S_SDK310)
+    if (&kind == &VIDEO_ENCODER_KIND && modelHas(Cap::MediaSharedEncoderPipeline))
         allowed = channelRuleAllows(profile, config);
     if (found != PROFILE_FOUND) {
         writeNoProfileFault();
@@ -154,7 +153,7 @@ static void removeConfiguration(const ConfigKind& kind, const char* handler, con
     char old[CONFIG_TOKEN_MAX + 1];
     if (rewriteProfileField(fileName, kind.profileKey, "NONE", old, sizeof old) != 0) {
         log_message_to_onvifErrorFile(1, "%s:[%s]:%s missing",
-                                      &kind == &VIDEO_ENCODER_KIND && shmWord(MODEL_CODE_WORD) == MODEL_A5S_SDK310
+                                      &kind == &VIDEO_ENCODER_KIND && modelHas(Cap::MediaSharedEncoderPipeline)
                                           ? "DeviceService" : "onvifService", handler, fileName);
         clearResponse();
     appendMarkup(response);
@@ -221,7 +220,7 @@ void RemoveVideoEncoder()
     requestText("trt:ProfileToken", profile, PROFILE_TOKEN_MAX + 1);
     // The first channel carries the main stream the others are derived from:
     // on this platform its encoder stays.
-    if (shmWord(MODEL_CODE_WORD) == MODEL_A5S_SDK310 && strcmp(profile, "Profile1") == 0) {
+    if (modelHas(Cap::MediaSharedEncoderPipeline) && strcmp(profile, "Profile1") == 0) {
         writeChannelConflictFault("Other configurations of the media profile are dependant on the "
                                   "VideoEncoderConfiguration and removing it would cause a conflicting media profile.");
         return;

@@ -11,11 +11,6 @@
 
 // Variants 9, 30 and those above 11 carry other sensors or encoder sets than
 // their model's base file describes.
-static int variantHasOwnOptions(int variant)
-{
-    return variant == 9 || variant == 30 || variant > 11;
-}
-
 static int existingOptionsFile(const char* name, const char* kind, char* path, size_t n)
 {
     int written = snprintf(path, n, MEDIA_OPTIONS_DIR "%s%s", name, kind);
@@ -33,7 +28,7 @@ static int optionsFilePath(const char* kind, char* path, size_t n)
     char name[48];
     int model = shmWord(MODEL_CODE_WORD), variant = shmWord(VARIANT_CODE);
     snprintf(name, sizeof name, "model%d-variant%d", model, variant);
-    if (variantHasOwnOptions(variant) && existingOptionsFile(name, kind, path, n))
+    if (modelHas(Cap::MediaVariantOptions) && existingOptionsFile(name, kind, path, n))
         return 1;
     snprintf(name, sizeof name, "model%d", model);
     if (existingOptionsFile(name, kind, path, n) || existingOptionsFile("default", kind, path, n))

@@ -82,7 +82,7 @@ static void printProfileBody(const ProfileFields* p)
         Read_Print_AudioEncoderFile(file);
         appendResponse("</tt:AudioEncoderConfiguration>");
     }
-    if (bound(p->ptz) && (shmWord(PAN_TILT_WORD) > 0 || shmWord(ZOOM_WORD) > 0)) {
+    if (bound(p->ptz) && modelHas(Cap::PtzMotors)) {
         appendResponse("<tt:PTZConfiguration xsi:type=\"tt:PTZConfiguration\" token=\"%s\">", p->ptz);
         formatChecked(file, sizeof file, "%s.PTZConf", p->ptz);
         Read_Print_PTZ_Conf(file);

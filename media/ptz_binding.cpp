@@ -5,13 +5,14 @@
 #include "state/config.h"
 #include "state/paths.h"
 #include "state/profiles.h"
+#include "state/model.h"
 #include "state/shm.h"
 
 #include <string.h>
 
 static int refuseWithoutPTZ()
 {
-    if (cameraHasPTZ())
+    if (modelHas(Cap::PtzMotors))
         return 0;
     writeSenderFault2("ActionNotSupported", "PTZNotSupported", "PTZ is not supported by the NVT.",
                       "PTZ is not supported by the NVT.");

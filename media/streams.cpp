@@ -241,7 +241,7 @@ void GetSnapshotURI()
     char encoderPath[320], encoder[CONFIG_TOKEN_MAX + 1], path[CONFIG_VALUE_SIZE];
     if (!requestEncoderPath(encoderPath, sizeof encoderPath, encoder, sizeof encoder))
         return;
-    const char* key = shmWord(VARIANT_CODE) == VARIANT_VANTOR ? "Snapshot.Variant16Path=" : "Snapshot.Path=";
+    const char* key = modelHas(Cap::PathsVariantOwn) ? "Snapshot.Variant16Path=" : "Snapshot.Path=";
     if (!encoderAddressPath(encoderPath, key, path, sizeof path, "GetSnapshotURI"))
         return;
     char host[264], port[8], uri[600];

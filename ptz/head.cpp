@@ -28,26 +28,16 @@ int runPtzCommand(const char* program, const char* verb, const char* name1, cons
 
 int zoomModuleFactor(int forPresets)
 {
-    switch (shmWord(ZOOM_MODULE_WORD)) {
-    case 0: return 1274;
-    case 1: return 2241;
-    case 2: return 2452;
-    case 3: return 2489;
-    case 7: return 5972;
-    case 8: return 7311;
-    case 9: return 9408;
-    case 22: return 1260;
-    case 23: return forPresets ? 1281 : 1280;
-    default: return 0;
-    }
+    int own = forPresets ? modelValue(Cap::LensPresetZoomFactor) : 0;
+    return own ? own : modelValue(Cap::LensZoomFactor);
 }
 
 int zoomStepFor(int lensType, double z, int* step6Variant)
 {
     int step;
-    if (lensType == 3) {
+    if (lensType == LENS_THREE_STEPS) {
         step = z < 3.5 ? 1 : z < 7 ? 2 : 3;
-    } else if (lensType == 5) {
+    } else if (lensType == LENS_EIGHTEEN_STEPS) {
         if (z < 1) step = 1;
         else if (z < 2) step = 2;
         else if (z < 2.5) step = 3;
@@ -58,7 +48,7 @@ int zoomStepFor(int lensType, double z, int* step6Variant)
             step = 17;
     } else {
         step = z >= 10 ? 10 : (int)floor(z) + 1;
-        if (lensType == 4 && z >= 5 && z < 7) {
+        if (lensType == LENS_SPLIT_SIXTH_STEP && z >= 5 && z < 7) {
             *step6Variant = z >= 6 ? 1 : 0;
             step = 6;
         }
@@ -69,13 +59,13 @@ int zoomStepFor(int lensType, double z, int* step6Variant)
 
 double zoomFromStep(int lensType, int n)
 {
-    if (lensType == 4) {
+    if (lensType == LENS_SPLIT_SIXTH_STEP) {
         static const double steps[] = {0, 0, 0.1, 0.2, 0.3, 0.4, 0.5, 0.7, 0.8, 0.9};
         if (n == 6)
             return shmWord(ZOOM_STEP6_WORD) == 1 ? 0.6 : 0.5;
         return n >= 1 && n <= 9 ? steps[n] : 1.0;
     }
-    if (lensType == 5) {
+    if (lensType == LENS_EIGHTEEN_STEPS) {
         if (n == 1) return 0;
         if (n == 2) return 0.1;
         if (n == 3) return 0.2;

@@ -6,7 +6,6 @@
 
 #define ZOOM_STATUS_FILE "/tmp/onvif/zoom_status"
 #define RELATIVE_ZOOM_STATUS_FILE "/tmp/onvif/tmp/zoom_status"
-#define LENS_DOME 6
 
 // Runs one of the PTZ programs with QUERY_STRING=<verb> and up to three
 // assignments (a 0 name ends the list); the runner quotes every value.

@@ -19,26 +19,24 @@
 #define RS485_STORE_MODEL2 "/etc/sysconfig/presetlist.conf"
 #define RS485_STORE "/etc/sysconfig/preset_ptz.conf"
 #define MAX_PRESETS 255
-#define MAX_PRESETS_MODEL2 127
 
 enum PresetStore { STORE_NONE, STORE_INTEGRATED, STORE_RS485 };
 
 static PresetStore presetStore()
 {
-    int layout = shmWord(IO_LAYOUT_WORD);
-    if (layout >= 2 && layout <= 4)
+    if (modelHas(Cap::IoPtzHead))
         return STORE_INTEGRATED;
-    if (layout == 1 && shmWord(PAN_TILT_WORD) == 1)
+    if (modelHas(Cap::PtzRs485Head))
         return STORE_RS485;
     return STORE_NONE;
 }
 
 static const char* rs485StoreFile()
 {
-    return shmWord(MODEL_CODE_WORD) == 2 ? RS485_STORE_MODEL2 : RS485_STORE;
+    return modelHas(Cap::PtzSmallPresetStore) ? RS485_STORE_MODEL2 : RS485_STORE;
 }
 
-static int presetLimit() { return shmWord(MODEL_CODE_WORD) == 2 ? MAX_PRESETS_MODEL2 : MAX_PRESETS; }
+static int presetLimit() { return modelValue(Cap::PtzPresetLimit); }
 
 // The checks every preset action starts with; 0 after a fault.
 static int presetChecks(const char* func)

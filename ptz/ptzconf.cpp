@@ -33,10 +33,10 @@
 #define ZOOM_VELOCITY SPACES "ZoomSpaces/VelocityGenericSpace"
 #define ZOOM_SPEED SPACES "ZoomSpaces/ZoomGenericSpeedSpace"
 
-static int panTilt() { return shmWord(PAN_TILT_WORD) > 0; }
-static int zoom() { return shmWord(ZOOM_WORD) > 0; }
-static int hasPTZ() { return cameraHasPTZ(); }
-static int integratedDome() { return shmWord(PAN_TILT_WORD) == 2 && shmWord(ZOOM_WORD) == 6; }
+static int panTilt() { return modelHas(Cap::PtzPanTilt); }
+static int zoom() { return modelHas(Cap::PtzZoom); }
+static int hasPTZ() { return modelHas(Cap::PtzMotors); }
+static int integratedDome() { return modelHas(Cap::PtzDome); }
 
 enum NoPTZWording { NO_PTZ_LIST, NO_PTZ_NVT, NO_PTZ_SET };
 
@@ -135,10 +135,9 @@ static void printMaximumNumberOfPresets(const char* value)
     const char* shown = "0";
     if (integratedDome()) {
         shown = strcmp(value, "NONE") == 0 ? "0" : value;
-    } else if (shmWord(IO_LAYOUT_WORD) == 1 && shmWord(PAN_TILT_WORD) == 1 && strcmp(value, "NONE") != 0 &&
+    } else if (modelHas(Cap::PtzRs485Head) && strcmp(value, "NONE") != 0 &&
                rs485SwitchOn()) {
-        int model = shmWord(MODEL_CODE_WORD);
-        shown = model == 5 || model == 6 ? value : model == 2 ? "127" : "0";
+        shown = modelHas(Cap::PtzHeadReportsPresets) ? value : modelHas(Cap::PtzSmallPresetStore) ? "127" : "0";
     }
     appendResponse("<tt:MaximumNumberOfPresets>%s</tt:MaximumNumberOfPresets>", shown);
 }

@@ -27,7 +27,7 @@
 
 int refuseWithoutPtzMotors()
 {
-    if (shmWord(PAN_TILT_WORD) >= 1 || shmWord(ZOOM_WORD) >= 1)
+    if (modelHas(Cap::PtzMotors))
         return 0;
     writePtzNotSupportedFault();
     return 1;
@@ -125,7 +125,7 @@ void ContinuousMove()
         if (!readAttributeNumber("x", 1, 31, &value))
             return writeInvalidVelocityFault();
         x = (float)(value * 100.0);
-        if (shmWord(PAN_TILT_WORD) < 1)
+        if (!modelHas(Cap::PtzPanTilt))
             x = y = 0;
         if (x < -100 || x > 100 || y < -100 || y > 100)
             return writeInvalidVelocityFault();
@@ -174,13 +174,13 @@ void ContinuousMove()
 }
 
 // The zoom value a target z = x * 10 sends: a lens step, a dome position,
-// or none (lens type 2). Returns 0 when the target is out of range.
+// or none (a lens that takes no position). Returns 0 when the target is out of range.
 static int zoomTarget(double x, int* value, int* sendsZoom)
 {
     int lens = shmWord(ZOOM_WORD);
     double z = x * 10;
     *sendsZoom = 1;
-    if (lens == 2) {
+    if (lens == LENS_UNCONTROLLED) {
         *sendsZoom = 0;
         return x >= -1 && x <= 1;
     }
@@ -209,7 +209,7 @@ static void sendTarget(int hasPanTilt, double pan, double tilt, int sendsZoom, i
     snprintf(panText, sizeof panText, "%f", pan);
     snprintf(tiltText, sizeof tiltText, "%f", tilt);
     snprintf(zoomText, sizeof zoomText, "%d", zoom);
-    int together = shmWord(PAN_TILT_WORD) >= 2 || shmWord(ZOOM_WORD) < 1;
+    int together = modelHas(Cap::PtzIntegratedPanTilt) || !modelHas(Cap::PtzZoom);
     if (together) {
         if (hasPanTilt && sendsZoom)
             runPtzCommand("com/ptz.cgi", "move", "pan", panText, "tilt", tiltText, "zoom", zoomText);
@@ -330,14 +330,14 @@ void RelativeMove()
             int factor = zoomModuleFactor(0);
             zoom = (int)fmin(factor, fmax(0, current + zx * factor));
             sendsZoom = 1;
-        } else if (lens != 2) {
+        } else if (lens != LENS_UNCONTROLLED) {
             double target = fmin(1, fmax(0, zoomFromStep(lens, current) + zx));
             int variant = -1;
             zoom = zoomStepFor(lens, target * 10, &variant);
             if (variant >= 0)
                 setShmWord(ZOOM_STEP6_WORD, variant);
             steps = zoom - current;
-            stepsOnly = !hasPanTilt && shmWord(PAN_TILT_WORD) < 2;
+            stepsOnly = !hasPanTilt && !modelHas(Cap::PtzIntegratedPanTilt);
             sendsZoom = 1;
         }
     }

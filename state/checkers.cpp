@@ -158,7 +158,7 @@ int CheckTTLRange(const char* text) { return checkDecimalRange(text, 0, 255); }
 
 int CheckSampleRate(const char* text)
 {
-    if (shmWord(VARIANT_CODE) == 11)
+    if (modelHas(Cap::AudioSampleRateKHz))
         return (strcmp(text, "8") == 0 || strcmp(text, "16") == 0) ? 0 : 1;
     return (strcmp(text, "8000") == 0 || strcmp(text, "16000") == 0) ? 0 : 1;
 }

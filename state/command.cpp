@@ -12,8 +12,8 @@ char G_Cmd[2048];
 const char* cameraUser()
 {
     switch (shmWord(WEB_USER_WORD)) {
-    case 1: return "admin";
-    case 2: return "root";
+    case WEB_USER_ADMIN: return "admin";
+    case WEB_USER_ROOT: return "root";
     default: return "Admin";
     }
 }
@@ -33,7 +33,7 @@ static int runCameraProgramAs(const char* assignments, const char* program, cons
 {
     char path[512], quoted[700], cmd[4096];
     int p = snprintf(path, sizeof path, "%s/%s",
-                     shmWord(VARIANT_CODE) == VARIANT_VANTOR ? CAMERA_VANTOR_CGI_DIR : CAMERA_CGI_DIR, program);
+                     modelHas(Cap::PathsVariantOwn) ? CAMERA_VANTOR_CGI_DIR : CAMERA_CGI_DIR, program);
     if (p < 0 || (size_t)p >= sizeof path || !shellQuotedPath(path, quoted, sizeof quoted))
         return -1;
     int n = snprintf(cmd, sizeof cmd, "%s REMOTE_USER=%s %s 1> /dev/null 2> /dev/null",

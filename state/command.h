@@ -6,7 +6,6 @@
 
 #define CAMERA_CGI_DIR "/usr/apache/htdocs/cgi-bin"
 #define CAMERA_VANTOR_CGI_DIR "/usr/apache/htdocs/vantor-cgi"
-#define VARIANT_VANTOR 16
 
 // The global command buffer some handlers build their request in.
 extern char G_Cmd[2048];

@@ -105,8 +105,3 @@ void setShmWord(int n, int value)
     if (G_shared_memory)
         G_shared_memory[n] = value;
 }
-
-int cameraHasPTZ()
-{
-    return shmWord(PAN_TILT_WORD) > 0 || shmWord(ZOOM_WORD) > 0;
-}

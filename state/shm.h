@@ -6,6 +6,7 @@
 #include <stddef.h>
 
 #include "state/shm_words.h"
+#include "state/model.h"
 
 #define ONVIF_SHM_KEY_FILE "/tmp/ONVIF_SHM/onvif"
 #define ONVIF_SHM_ATTACH_BYTES 1000
@@ -26,8 +27,5 @@ void createShareMemoryDevice();
 int shmWord(int n);
 // Writes a word; nothing when the segment is not attached.
 void setShmWord(int n, int value);
-
-// The camera has a pan/tilt head or a zoom lens (words 16, 17).
-int cameraHasPTZ();
 
 #endif

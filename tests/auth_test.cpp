@@ -11,7 +11,7 @@ protected:
     void SetUp() override
     {
         CameraTest::SetUp();
-        word(845) = 1;
+        word(AUTH_ON_WORD) = 1;
     }
     static std::string digestOf(const std::string& nonceB64, const std::string& created, const std::string& password)
     {
@@ -52,18 +52,18 @@ TEST_F(Auth, WhichActionsNeedCredentials)
 {
     struct Case { int auth; int variant; const char* body; int status; };
     for (const Case& c : {
-             Case{0, 1, "<tds:SetUser/>", 200},            // off: through to the handler
-             Case{1, 1, "<tds:GetDeviceInformation/>", 200},
-             Case{1, 30, "<tds:GetNetworkInterfaces/>", 200},  // open for 30
-             Case{1, 12, "<tds:GetNetworkInterfaces/>", 200},
-             Case{1, 1, "<tds:GetNetworkInterfaces/>", 401},
-             Case{1, 1, "<tev:Unsubscribe/>", 401},            // its own row, not "Subscribe"'s
-             Case{1, 1, "<trt:GetStreamUri/>", 200},           // no row: open, through to the handler
-             Case{1, 12, "<tev:PullMessages/>", 200},          // auth12 lets variant 12 through
-             Case{1, 1, "<tds:GetDiscoveryMode/>", 401},
+             Case{0, VARIANT_GENERIC, "<tds:SetUser/>", 200},            // off: through to the handler
+             Case{1, VARIANT_GENERIC, "<tds:GetDeviceInformation/>", 200},
+             Case{1, VARIANT_COUNTRY_SCOPE, "<tds:GetNetworkInterfaces/>", 200},  // open for 30
+             Case{1, VARIANT_OPEN_SETUP, "<tds:GetNetworkInterfaces/>", 200},
+             Case{1, VARIANT_GENERIC, "<tds:GetNetworkInterfaces/>", 401},
+             Case{1, VARIANT_GENERIC, "<tev:Unsubscribe/>", 401},            // its own row, not "Subscribe"'s
+             Case{1, VARIANT_GENERIC, "<trt:GetStreamUri/>", 200},           // no row: open, through to the handler
+             Case{1, VARIANT_OPEN_SETUP, "<tev:PullMessages/>", 200},          // auth12 lets variant 12 through
+             Case{1, VARIANT_GENERIC, "<tds:GetDiscoveryMode/>", 401},
          }) {
-        word(845) = c.auth;
-        word(2) = c.variant;
+        word(AUTH_ON_WORD) = c.auth;
+        word(VARIANT_CODE) = c.variant;
         CgiResult r = call(c.body);
         SCOPED_TRACE(c.body);
         if (c.status == 401) {

@@ -20,7 +20,7 @@ static std::string textToken(const std::string& user, const std::string& passwor
 
 TEST_F(Boundaries, CredentialFieldsFitOrAreRefused)
 {
-    word(845) = 1;
+    word(AUTH_ON_WORD) = 1;
     const std::string fits(31, 'p'), past(32, 'q');
     writeFile("etc/appWeb/appweb.pass", "admin:admin\nfits:" + fits + "\npast:" + past + "\n");
     struct Case { std::string token; int status; };
@@ -60,9 +60,9 @@ protected:
     void SetUp() override
     {
         CameraTest::SetUp();
-        word(16) = 1;
-        word(17) = 4;
-        word(18) = 2;
+        word(PAN_TILT_WORD) = PAN_TILT_RS485;
+        word(ZOOM_WORD) = LENS_SPLIT_SIXTH_STEP;
+        word(IO_LAYOUT_WORD) = IO_LAYOUT_HEAD;
     }
     std::string relative(const std::string& translation)
     {
@@ -94,7 +94,7 @@ TEST_F(PtzEndStops, TiltAndZoomStopAtBothEnds)
 
 TEST_F(Boundaries, MarkupInValuesNeverBecomesMarkup)
 {
-    word(845) = 0;
+    word(AUTH_ON_WORD) = 0;
     CgiResult r = call("<tds:DeleteUsers><tds:Username>x&lt;/SOAP-ENV:Text&gt;&lt;evil/&gt;</tds:Username>"
                        "</tds:DeleteUsers>");
     EXPECT_EQ(r.status, 400);
@@ -104,10 +104,10 @@ TEST_F(Boundaries, MarkupInValuesNeverBecomesMarkup)
 
 TEST_F(Boundaries, AnAnswerTooLargeIsTheGenericFaultNotACutBody)
 {
-    word(16) = 2;
-    word(17) = 6;
-    word(18) = 2;
-    word(78) = 3;
+    word(PAN_TILT_WORD) = PAN_TILT_INTEGRATED;
+    word(ZOOM_WORD) = LENS_DOME;
+    word(IO_LAYOUT_WORD) = IO_LAYOUT_HEAD;
+    word(ZOOM_MODULE_WORD) = ZOOM_MODULE_2489;
     std::string store;
     for (int i = 1; i <= 255; ++i)
         store += "root.PTZ.PresetPos.P" + std::to_string(i) + ".Pos=0.000000,45.000000,0\n"
@@ -121,9 +121,9 @@ TEST_F(Boundaries, AnAnswerTooLargeIsTheGenericFaultNotACutBody)
 
 TEST_F(Boundaries, StoredMarkupIsPrintedAsText)
 {
-    word(16) = 1;
-    word(17) = 4;
-    word(18) = 2;
+    word(PAN_TILT_WORD) = PAN_TILT_RS485;
+    word(ZOOM_WORD) = LENS_SPLIT_SIXTH_STEP;
+    word(IO_LAYOUT_WORD) = IO_LAYOUT_HEAD;
     CgiResult set = call("<tptz:SetConfiguration><tptz:PTZConfiguration token=\"PTZConfig1\">"
                          "<tt:DefaultAbsolutePantTiltPositionSpace>http://x/&lt;evil/&gt;"
                          "</tt:DefaultAbsolutePantTiltPositionSpace></tptz:PTZConfiguration>"

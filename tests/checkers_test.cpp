@@ -67,11 +67,11 @@ TEST(Checkers, RangesAndSampleRateByVariant)
     EXPECT_EQ(CheckFloatRange(1.5f, 0.0f, 1.0f), 1);
     EXPECT_EQ(CheckFloatRange(-7.0f, 0.0f, 0.0f), 0);
 
-    int words[1024] = {0};
+    int words[ONVIF_SHM_WORDS] = {0};
     G_shared_memory = words;
     EXPECT_EQ(CheckSampleRate("8000"), 0);
     EXPECT_EQ(CheckSampleRate("8"), 1);
-    words[2] = 11;
+    words[VARIANT_CODE] = VARIANT_LENIENT;
     EXPECT_EQ(CheckSampleRate("16"), 0);
     EXPECT_EQ(CheckSampleRate("16000"), 1);
     G_shared_memory = nullptr;

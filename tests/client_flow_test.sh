@@ -66,7 +66,7 @@ client=""
 kill -TERM "$sim"
 wait "$sim"
 sim=""
-ONVIF_ROOT="$root" "$build/onvif-shm" get 1 2>/dev/null && fail "segment left behind"
+ONVIF_ROOT="$root" "$build/onvif-shm" get SERVICE_READY 2>/dev/null && fail "segment left behind"
 grep -q "simulated camera stopped" "$work/log" || fail "no clean stop"
 # device_service's standard error lands in the web server's logs: a sanitizer
 # build's report there fails the flow even when the client got its answer.

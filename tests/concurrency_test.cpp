@@ -159,9 +159,9 @@ TEST_F(Concurrent, WritersEndAsSomeSerialOrderWould)
 
 TEST_F(Concurrent, StatusQueriesNeverShareTheirAnswerFiles)
 {
-    word(16) = 1;
-    word(17) = 4;
-    word(18) = 2;
+    word(PAN_TILT_WORD) = PAN_TILT_RS485;
+    word(ZOOM_WORD) = LENS_SPLIT_SIXTH_STEP;
+    word(IO_LAYOUT_WORD) = IO_LAYOUT_HEAD;
     // Query programs that take a while and note when two of them run at once.
     const std::string overlapCheck =
         "#!/bin/sh\n"

@@ -94,7 +94,7 @@ TEST_F(DateTime, ManualSetRunsDateProgramOnly)
     EXPECT_EQ(readFile("tmp/onvif/onvif.conf").find("%"), std::string::npos);
 
     removeFile("camera_calls.log");
-    word(2) = 16;
+    word(VARIANT_CODE) = VARIANT_VANTOR;
     EXPECT_EQ(set(manual(2100, 2, 29, 6, 7, 8, "LocalDateTime")).status, 200);
     EXPECT_EQ(cameraCalls(), "/usr/apache/htdocs/vantor-cgi/date.cgi REMOTE_USER=admin method=manu "
                              "system_date=2100/02/29 system_time=06:07:08\n");

@@ -50,7 +50,7 @@ TEST(EventTimes, TerminationFromDurations)
 
 class Events : public CameraTest {
 protected:
-    int* slot(int k) { return &word(85 + 15 * k); }
+    int* slot(int k) { return &word(SUBSCRIPTION_TABLE_WORD + SLOT_WORDS * k); }
     CgiResult create(const std::string& filter = "", const std::string& initial = "")
     {
         std::string body = "<tev:CreatePullPointSubscription>";
@@ -84,17 +84,17 @@ protected:
 
 TEST_F(Events, PropertiesOfEachVariantAreWellFormed)
 {
-    for (int variant : {32, 34, 1})
-        for (int model : {6, 2}) {
-            word(2) = variant;
-            word(79) = model;
+    for (int variant : {VARIANT_VENDOR_TOPICS, VARIANT_ONE_PULL_POINT, VARIANT_GENERIC})
+        for (int model : {MODEL_A5S_SDK310, MODEL_WITHOUT_TAMPERING}) {
+            word(VARIANT_CODE) = variant;
+            word(MODEL_CODE_WORD) = model;
             CgiResult r = call("<tev:GetEventProperties/>");
             EXPECT_EQ(r.status, 200);
             expectWellFormed(r);
-            EXPECT_EQ(r.envelopeBody.find("TamperingDetection") != std::string::npos, model != 2) << variant;
+            EXPECT_EQ(r.envelopeBody.find("TamperingDetection") != std::string::npos, model != MODEL_WITHOUT_TAMPERING) << variant;
         }
-    word(2) = 1;
-    word(79) = 6;
+    word(VARIANT_CODE) = VARIANT_GENERIC;
+    word(MODEL_CODE_WORD) = MODEL_A5S_SDK310;
     const std::string b = call("<tev:GetEventProperties/>").envelopeBody;
     EXPECT_NE(b.find("<tns1:VideoAnalytics><tnsavg:MotionDetection wstop:topic=\"true\">"), std::string::npos);
     EXPECT_NE(b.find("<tns1:Device wstop:topic=\"true\"><Trigger wstop:topic=\"true\"><BinaryInput"), std::string::npos);
@@ -102,7 +102,7 @@ TEST_F(Events, PropertiesOfEachVariantAreWellFormed)
 
 TEST_F(Events, PullPointLimitsAndSlots)
 {
-    word(2) = 1;
+    word(VARIANT_CODE) = VARIANT_GENERIC;
     for (int i = 0; i < 5; ++i)
         EXPECT_EQ(create().status, 200) << i;
     CgiResult push = call("<wsnt:Subscribe><wsnt:ConsumerReference><a:Address xmlns:a=\"http://www.w3.org/2005/08/"
@@ -111,34 +111,34 @@ TEST_F(Events, PullPointLimitsAndSlots)
     CgiResult sixth = create();
     EXPECT_EQ(sixth.status, 400);
     EXPECT_NE(sixth.envelopeBody.find("The Subscribe Allow 5 Client To Connect."), std::string::npos);
-    EXPECT_EQ(slot(0)[0], 1);
-    EXPECT_EQ(slot(0)[1], 192);
-    EXPECT_EQ(slot(0)[4], 100);
-    EXPECT_EQ(slot(0)[5], 1);
-    EXPECT_EQ(slot(0)[6], 10);
-    EXPECT_EQ(slot(0)[14], 2);
-    EXPECT_EQ(slot(5)[0], 2);
-    EXPECT_EQ(slot(5)[1], 10);
-    EXPECT_EQ(slot(5)[4], 9);
-    EXPECT_EQ(word(83), 1);
+    EXPECT_EQ(slot(0)[SLOT_STATE], SLOT_PULL);
+    EXPECT_EQ(slot(0)[SLOT_ADDRESS], 192);
+    EXPECT_EQ(slot(0)[SLOT_ADDRESS + 3], 100);
+    EXPECT_EQ(slot(0)[SLOT_NUMBER], 1);
+    EXPECT_EQ(slot(0)[SLOT_FILTER], FILTER_NONE);
+    EXPECT_EQ(slot(0)[SLOT_TERMINATION_MODE], 2);
+    EXPECT_EQ(slot(5)[SLOT_STATE], SLOT_PUSH);
+    EXPECT_EQ(slot(5)[SLOT_ADDRESS], 10);
+    EXPECT_EQ(slot(5)[SLOT_ADDRESS + 3], 9);
+    EXPECT_EQ(word(SUBSCRIPTION_CHANGE_WORD), SUBSCRIPTION_PUSH_ADDED);
     EXPECT_EQ(readFile("tmp/onvif/subscribe6.event"), "consumer_address=http://10.0.0.9:8080/events\nclient_no=6\n");
     EXPECT_TRUE(exists("tmp/onvif/eventfile5"));
 
     // A full table still answers, but slot 0's event file stays its subscriber's.
-    for (int k = 6; k < 50; ++k)
-        slot(k)[0] = 2;
+    for (int k = 6; k < SUBSCRIPTION_SLOTS; ++k)
+        slot(k)[SLOT_STATE] = SLOT_PUSH;
     writeFile("tmp/onvif/eventfile1", "pending\n");
-    word(2) = 1;
+    word(VARIANT_CODE) = VARIANT_GENERIC;
     for (int k = 1; k < 5; ++k)
-        slot(k)[0] = 2;
+        slot(k)[SLOT_STATE] = SLOT_PUSH;
     EXPECT_EQ(create().status, 200);
     EXPECT_EQ(readFile("tmp/onvif/eventfile1"), "pending\n");
-    for (int k = 6; k < 50; ++k)
-        slot(k)[0] = 0;
+    for (int k = 6; k < SUBSCRIPTION_SLOTS; ++k)
+        slot(k)[SLOT_STATE] = SLOT_FREE;
 
-    word(2) = 34;
+    word(VARIANT_CODE) = VARIANT_ONE_PULL_POINT;
     for (int k = 1; k < 5; ++k)
-        slot(k)[0] = 0;
+        slot(k)[SLOT_STATE] = SLOT_FREE;
     CgiResult second = create();
     EXPECT_NE(second.envelopeBody.find("The Subscribe Allow 1 Client To Connect."), std::string::npos);
 
@@ -151,48 +151,48 @@ TEST_F(Events, FilterClassification)
 {
     struct Case { int variant; std::string filter; int code; const char* fault; };
     for (const Case& c : {
-             Case{1, topic("tns1:VideoSource/MotionAlarm"), 1, nullptr},
-             Case{1, topic("tns1:VideoSource/TamperingDetection"), 2, nullptr},
-             Case{1, topic("tns1:VideoSource/MotionAlarm|TamperingDetection"), 3, nullptr},
-             Case{1, topic("tns1:VideoSource"), 4, nullptr},
-             Case{1, topic("tns1:Device/Trigger/Relay"), 6, nullptr},
-             Case{1, topic("tns1:Device"), 8, nullptr},
-             Case{1, topic("tns1:VideoAnalytics/tnsavg:MotionDetection"), 9, nullptr},
-             Case{1, topic("tns1:Foo/(null)"), 0, nullptr},
-             Case{34, topic("tns1:Foo/(null)"), -1, "wsnt:TopicExpression"},
-             Case{1, topic("tns1:Foo/Bar"), -1, "wsnt:TopicExpression"},
-             Case{34, topic("tns1:VideoAnalytics/tnsavg:MotionDetection"), -1, "wsnt:TopicExpression"},
-             Case{32, topic("tns1:VideoAnalytics/tnsaxis:MotionDetection"), 1, nullptr},
-             Case{32, topic("tns1:Device/tnsiv:BinaryInput"), 5, nullptr},
-             Case{1, content("boolean(//tt:SimpleItem[@Name=\"State\"])"), 0, nullptr},
-             Case{1, content("not(//tt:SimpleItem[@Name=\"State\"]) or boolean(//tt:SimpleItem[@Name=\"x\"])"), -1,
+             Case{VARIANT_GENERIC, topic("tns1:VideoSource/MotionAlarm"), FILTER_MOTION, nullptr},
+             Case{VARIANT_GENERIC, topic("tns1:VideoSource/TamperingDetection"), FILTER_TAMPERING, nullptr},
+             Case{VARIANT_GENERIC, topic("tns1:VideoSource/MotionAlarm|TamperingDetection"), FILTER_VIDEO_SOURCE, nullptr},
+             Case{VARIANT_GENERIC, topic("tns1:VideoSource"), FILTER_VIDEO_SOURCE_ROOT, nullptr},
+             Case{VARIANT_GENERIC, topic("tns1:Device/Trigger/Relay"), FILTER_RELAYS, nullptr},
+             Case{VARIANT_GENERIC, topic("tns1:Device"), FILTER_DEVICE_ROOT, nullptr},
+             Case{VARIANT_GENERIC, topic("tns1:VideoAnalytics/tnsavg:MotionDetection"), FILTER_ANALYTICS_MOTION, nullptr},
+             Case{VARIANT_GENERIC, topic("tns1:Foo/(null)"), FILTER_CONTENT_ONLY, nullptr},
+             Case{VARIANT_ONE_PULL_POINT, topic("tns1:Foo/(null)"), -1, "wsnt:TopicExpression"},
+             Case{VARIANT_GENERIC, topic("tns1:Foo/Bar"), -1, "wsnt:TopicExpression"},
+             Case{VARIANT_ONE_PULL_POINT, topic("tns1:VideoAnalytics/tnsavg:MotionDetection"), -1, "wsnt:TopicExpression"},
+             Case{VARIANT_VENDOR_TOPICS, topic("tns1:VideoAnalytics/tnsaxis:MotionDetection"), FILTER_MOTION, nullptr},
+             Case{VARIANT_VENDOR_TOPICS, topic("tns1:Device/tnsiv:BinaryInput"), FILTER_INPUTS, nullptr},
+             Case{VARIANT_GENERIC, content("boolean(//tt:SimpleItem[@Name=\"State\"])"), FILTER_CONTENT_ONLY, nullptr},
+             Case{VARIANT_GENERIC, content("not(//tt:SimpleItem[@Name=\"State\"]) or boolean(//tt:SimpleItem[@Name=\"x\"])"), -1,
                   "wsnt:MessageContent"},
-             Case{1, content("boolean(//tt:SimpleItem[@Name=\"a\"]) or boolean(//tt:SimpleItem[@Name=\"b\"])"), 0,
+             Case{VARIANT_GENERIC, content("boolean(//tt:SimpleItem[@Name=\"a\"]) or boolean(//tt:SimpleItem[@Name=\"b\"])"), FILTER_CONTENT_ONLY,
                   nullptr},
-             Case{1, topic("tns1:Device/Trigger/BinaryInput") + content("boolean (//tns1:SimpleItem)"), 5, nullptr},
-             Case{1, topic("tns1:Device/Trigger/BinaryInput") + content("boolean(//tns1:SimpleItem[@Name=\"x\"])"), -1,
+             Case{VARIANT_GENERIC, topic("tns1:Device/Trigger/BinaryInput") + content("boolean (//tns1:SimpleItem)"), FILTER_INPUTS, nullptr},
+             Case{VARIANT_GENERIC, topic("tns1:Device/Trigger/BinaryInput") + content("boolean(//tns1:SimpleItem[@Name=\"x\"])"), -1,
                   "wsnt:MessageContent"},
          }) {
-        word(2) = c.variant;
-        for (int k = 0; k < 50; ++k)
-            slot(k)[0] = 0;
+        word(VARIANT_CODE) = c.variant;
+        for (int k = 0; k < SUBSCRIPTION_SLOTS; ++k)
+            slot(k)[SLOT_STATE] = SLOT_FREE;
         CgiResult r = create(c.filter);
         if (c.fault) {
             EXPECT_EQ(r.status, 400) << c.filter;
             EXPECT_NE(r.envelopeBody.find(std::string("<wsnt:UnknownFilter>") + c.fault), std::string::npos) << c.filter;
         } else {
             EXPECT_EQ(r.status, 200) << c.filter << r.envelopeBody;
-            EXPECT_EQ(slot(0)[6], c.code) << c.filter;
+            EXPECT_EQ(slot(0)[SLOT_FILTER], c.code) << c.filter;
         }
     }
 }
 
 TEST_F(Events, RenewAndUnsubscribe)
 {
-    word(2) = 32;
+    word(VARIANT_CODE) = VARIANT_VENDOR_TOPICS;
     create("", "PT1H");
-    EXPECT_EQ(slot(0)[14], 1);
-    const int year = slot(0)[8];
+    EXPECT_EQ(slot(0)[SLOT_TERMINATION_MODE], 1);
+    const int year = slot(0)[SLOT_TERMINATION];
     CgiResult bare = toSubscription(0, "<wsnt:Renew/>");
     EXPECT_EQ(bare.envelopeBody, "<wsnt:RenewResponse><wsnt:TerminationTime>Z</wsnt:TerminationTime>"
                                  "<wsnt:CurrentTime>Z</wsnt:CurrentTime></wsnt:RenewResponse>");
@@ -200,23 +200,23 @@ TEST_F(Events, RenewAndUnsubscribe)
                                        "</wsnt:TerminationTime></wsnt:Renew>");
     EXPECT_EQ(past.envelopeBody, "<wsnt:RenewResponse><wsnt:TerminationTime>2001-02-03T04:05:06Z</wsnt:TerminationTime>"
                                  "<wsnt:CurrentTime>2001-02-03T04:05:06Z</wsnt:CurrentTime></wsnt:RenewResponse>");
-    EXPECT_EQ(slot(0)[8], 2001);
+    EXPECT_EQ(slot(0)[SLOT_TERMINATION], 2001);
     EXPECT_EQ(toSubscription(0, "<wsnt:Renew><wsnt:TerminationTime>PT10M</wsnt:TerminationTime></wsnt:Renew>").status,
               200);
-    EXPECT_GE(slot(0)[8], year);
+    EXPECT_GE(slot(0)[SLOT_TERMINATION], year);
     EXPECT_NE(toSubscription(7, "<wsnt:Renew/>").envelopeBody.find("Resource unknown"), std::string::npos);
 
     EXPECT_EQ(toSubscription(0, "<wsnt:Unsubscribe/>").envelopeBody, "<wsnt:UnsubscribeResponse></wsnt:UnsubscribeResponse>");
     EXPECT_FALSE(exists("tmp/onvif/eventfile1"));
-    EXPECT_EQ(slot(0)[0], 0);
+    EXPECT_EQ(slot(0)[SLOT_STATE], SLOT_FREE);
     CgiResult again = toSubscription(0, "<wsnt:Unsubscribe/>");
     EXPECT_EQ(again.status, 400);
     EXPECT_NE(again.envelopeBody.find("wsrf-r:ResourceUnknownFault"), std::string::npos);
     expectWellFormed(again);
-    word(2) = 11;
+    word(VARIANT_CODE) = VARIANT_LENIENT;
     EXPECT_EQ(call("<wsnt:Unsubscribe/>").status, 200);
     for (const char* idx : {"-1", "99999999", "x"}) {
-        word(2) = 34;
+        word(VARIANT_CODE) = VARIANT_ONE_PULL_POINT;
         CgiResult r = run(soap("<wsnt:Unsubscribe/>", std::string("<To>http://h/onvif/device_service?Idx=") + idx + "</To>"));
         EXPECT_EQ(r.status, 400) << idx;
     }
@@ -224,10 +224,10 @@ TEST_F(Events, RenewAndUnsubscribe)
 
 TEST_F(Events, PullingInitialStatesAndMessages)
 {
-    word(2) = 32;
-    word(18) = 3;
-    word(21) = 1;
-    word(836) = 1;
+    word(VARIANT_CODE) = VARIANT_VENDOR_TOPICS;
+    word(IO_LAYOUT_WORD) = IO_LAYOUT_HEAD_TWO_RELAYS;
+    word(MOTION_WORD) = 1;
+    word(RELAY_WORD_1) = 1;
     CgiResult max = toSubscription(0, "<tev:PullMessages><tev:Timeout>PT61S</tev:Timeout></tev:PullMessages>");
     EXPECT_EQ(max.envelopeBody, "<tev:PullMessagesResponse><tev:MaxTimeout>PT60S</tev:MaxTimeout>"
                                 "<tev:MaxMessageLimit>8</tev:MaxMessageLimit></tev:PullMessagesResponse>");
@@ -242,7 +242,7 @@ TEST_F(Events, PullingInitialStatesAndMessages)
     EXPECT_NE(b.find("<tt:SimpleItem Name=\"motion\" Value=\"1\">"), std::string::npos);
     EXPECT_NE(b.find("tns1:VideoAnalytics/TamperingDetection"), std::string::npos);
     EXPECT_EQ(b.find("BinaryInput"), std::string::npos);
-    EXPECT_EQ(word(83), 0);
+    EXPECT_EQ(word(SUBSCRIPTION_CHANGE_WORD), SUBSCRIPTIONS_SETTLED);
 
     CgiResult second = toSubscription(0, "<tev:PullMessages><tev:Timeout>PT5S</tev:Timeout></tev:PullMessages>");
     EXPECT_NE(second.envelopeBody.find("</tev:TerminationTime><wsnt:NotificationMessage>one</wsnt:NotificationMessage>\n"
@@ -252,7 +252,7 @@ TEST_F(Events, PullingInitialStatesAndMessages)
     EXPECT_EQ(readFile("tmp/onvif/eventfile1"), "");
 
     EXPECT_EQ(toSubscription(0, "<tev:SetSynchronizationPoint/>").status, 200);
-    EXPECT_EQ(slot(0)[0], 3);
+    EXPECT_EQ(slot(0)[SLOT_STATE], SLOT_PULL_SYNC);
     CgiResult sync = toSubscription(0, "<tev:PullMessages><tev:Timeout>PT1S</tev:Timeout>"
                                        "<tev:MessageLimit>10</tev:MessageLimit></tev:PullMessages>");
     expectWellFormed(sync);
@@ -260,7 +260,7 @@ TEST_F(Events, PullingInitialStatesAndMessages)
     EXPECT_NE(sync.envelopeBody.find("<tt:SimpleItem Name=\"RelayToken\" Value=\"IO_Output2\"></tt:SimpleItem>"
                                      "</tt:Source><tt:Data><tt:SimpleItem Name=\"State\" Value=\"open\">"), std::string::npos);
     EXPECT_NE(sync.envelopeBody.find("Value=\"closed\""), std::string::npos);
-    EXPECT_EQ(slot(0)[0], 1);
+    EXPECT_EQ(slot(0)[SLOT_STATE], SLOT_PULL);
 
     // A short timeout with nothing to say ends after its rounds.
     CgiResult quiet = toSubscription(0, "<tev:PullMessages><tev:Timeout>PT1S</tev:Timeout></tev:PullMessages>");

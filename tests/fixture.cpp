@@ -48,7 +48,7 @@ static int freshRootAndSegment(std::string& root)
         root = tmpl;
         shell("cp -a '" + src + "/factory/.' '" + root + "/'");
         key_t key = ftok((root + "/tmp/ONVIF_SHM/onvif").c_str(), 0);
-        int id = key == (key_t)-1 ? -1 : shmget(key, 4096, 0666 | IPC_CREAT | IPC_EXCL);
+        int id = key == (key_t)-1 ? -1 : shmget(key, ONVIF_SHM_WORDS * sizeof(int), 0666 | IPC_CREAT | IPC_EXCL);
         if (id >= 0)
             return id;
         shell("rm -rf '" + root + "'");
@@ -76,8 +76,8 @@ void CameraTest::SetUp()
     void* p = shmat(segmentId, nullptr, 0);
     ASSERT_NE(p, (void*)-1);
     words = (int*)p;
-    memset(words, 0, 4096);
-    words[1] = 1;  // service ready
+    memset(words, 0, ONVIF_SHM_WORDS * sizeof(int));
+    words[SERVICE_READY] = 1;
 }
 
 void CameraTest::TearDown()

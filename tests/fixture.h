@@ -4,6 +4,8 @@
 #ifndef TESTS_FIXTURE_H
 #define TESTS_FIXTURE_H
 
+#include "state/shm.h"
+
 #include <gtest/gtest.h>
 #include <map>
 #include <string>
@@ -45,6 +47,7 @@ protected:
     std::string cameraCalls() const { return readFile("camera_calls.log"); }
     std::string errorLog() const { return readFile("tmp/onvif_error"); }
 
+    // A segment word, by its name in state/shm_words.h.
     int& word(int n) { return words[n]; }
 
     std::string root;

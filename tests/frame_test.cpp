@@ -14,7 +14,7 @@ TEST_F(Frame, ServiceNotReadyOrBadLengthIsAnswered400WithoutReadingTheBody)
     struct Case { int ready; std::string length; };
     for (const Case& c : {Case{0, ""}, Case{2, ""}, Case{1, "-"}, Case{1, "abc"}, Case{1, "-5"},
                           Case{1, "99999999999"}, Case{1, "65537"}}) {
-        word(1) = c.ready;
+        word(SERVICE_READY) = c.ready;
         CgiResult r = run(soap("<tds:GetDeviceInformation/>"), c.length);
         SCOPED_TRACE(std::to_string(c.ready) + " length " + c.length);
         EXPECT_EQ(r.status, 400);
@@ -22,7 +22,7 @@ TEST_F(Frame, ServiceNotReadyOrBadLengthIsAnswered400WithoutReadingTheBody)
         EXPECT_EQ(r.headers, std::string("Status: 400 Bad Request\r\n") + CONTENT_TYPE);
     }
     // A length that claims less than the body reads only that much: a cut body is not SOAP.
-    word(1) = 1;
+    word(SERVICE_READY) = 1;
     CgiResult cut = run(soap("<tds:GetDeviceInformation/>"), "20");
     EXPECT_EQ(cut.status, 400);
     EXPECT_EQ(cut.envelopeBody, "");
@@ -62,8 +62,8 @@ TEST_F(Frame, GetCapabilitiesSectionsFollowCategoriesAndWords)
               "The service is not supported</SOAP-ENV:Text></SOAP-ENV:Reason><SOAP-ENV:Detail>"
               "The requested WSDL service category is not supported by the NVT</SOAP-ENV:Detail></SOAP-ENV:Fault>");
 
-    word(16) = 1;
-    word(18) = 2;
+    word(PAN_TILT_WORD) = PAN_TILT_RS485;
+    word(IO_LAYOUT_WORD) = IO_LAYOUT_HEAD;
     CgiResult two = call("<tds:GetCapabilities><tds:Category>Device</tds:Category>"
                          "<tds:Category>PTZ</tds:Category></tds:GetCapabilities>");
     EXPECT_EQ(two.status, 200);
@@ -72,7 +72,7 @@ TEST_F(Frame, GetCapabilitiesSectionsFollowCategoriesAndWords)
     EXPECT_NE(two.envelopeBody.find("<tt:PTZ>"), std::string::npos);
     EXPECT_EQ(two.envelopeBody.find("<tt:Media>"), std::string::npos);
 
-    word(79) = 3;
+    word(MODEL_CODE_WORD) = MODEL_NO_IMAGING;
     EXPECT_EQ(call("<tds:GetCapabilities><tds:Category>Imaging</tds:Category></tds:GetCapabilities>").status, 400);
 }
 

@@ -1,6 +1,7 @@
 // Requests an attacker would send: bodies shaped to make parsing costly,
 // lists longer than the element tables, values that would read back as other
 // settings, malformed event filters; and an event backlog larger than an answer.
+#include "events/events.h"
 #include "frame/prescan.h"
 #include "tests/fixture.h"
 
@@ -118,7 +119,7 @@ TEST_F(HostileInput, ListsPastTheElementTablesChangeNothing)
         EXPECT_EQ(readFile(USERS_FILE), before);
         EXPECT_EQ(readFile(CONF), conf);
     }
-    EXPECT_EQ(word(62), 0);
+    EXPECT_EQ(word(SCOPES_CHANGED_WORD), 0);
 }
 
 TEST_F(HostileInput, StoredValuesNeverNameAnotherSetting)
@@ -150,7 +151,7 @@ TEST_F(HostileInput, StoredValuesNeverNameAnotherSetting)
         EXPECT_EQ(readFile(CONF), conf);
         EXPECT_EQ(readFile(CONF_MIRROR), mirror);
     }
-    EXPECT_EQ(word(62), 0);
+    EXPECT_EQ(word(SCOPES_CHANGED_WORD), 0);
     CgiResult info = call("<tds:GetDeviceInformation/>");
     EXPECT_NE(info.envelopeBody.find("<tds:Manufacturer>Camera</tds:Manufacturer>"), std::string::npos);
     EXPECT_NE(info.envelopeBody.find("<tds:SerialNumber>00:1A:2B:3C:4D:5E</tds:SerialNumber>"), std::string::npos);
@@ -197,9 +198,9 @@ protected:
 
 TEST_F(PullBacklog, WhatDoesNotFitStaysForTheNextPull)
 {
-    word(2) = 32;
+    word(VARIANT_CODE) = VARIANT_VENDOR_TOPICS;
     ASSERT_EQ(call("<tev:CreatePullPointSubscription/>").status, 200);
-    word(83) = 0;  // past the initial states
+    word(SUBSCRIPTION_CHANGE_WORD) = SUBSCRIPTIONS_SETTLED;  // past the initial states
     std::string events;
     for (int i = 0; i < 1000; ++i) {
         std::string n = std::to_string(i);

@@ -17,9 +17,9 @@ protected:
 
 TEST_F(Imaging, FactoryReportIsWellFormed)
 {
-    word(38) = 6;
-    word(84) = 2;
-    word(57) = 333;
+    word(GAIN_WORD) = 6;
+    word(IRIS_WORD) = 2;
+    word(SHUTTER_WORD) = 333;
     CgiResult r = report();
     EXPECT_EQ(r.status, 200);
     TiXmlDocument doc;
@@ -36,24 +36,24 @@ TEST_F(Imaging, ExposureGainIrisAndGroupRules)
 {
     struct Case { int model, panTilt, lens, w36, w38, w42; std::string lines; std::string expect; bool present; };
     for (const Case& c : {
-             Case{2, 1, 4, 0, 0, 0, "Exposure.ExposureTime=333\n", "<tt:ExposureTime>0.033300</tt:ExposureTime>", true},
-             Case{4, 1, 4, 0, 0, 0, "Exposure.ExposureTime=333\n", "<tt:ExposureTime>333.000000</tt:ExposureTime>", true},
-             Case{2, 2, 6, 0, 0, 0, "Exposure.ExposureTime=333\n", "<tt:ExposureTime>333.000000</tt:ExposureTime>", true},
-             Case{2, 1, 4, 0, 12, 0, "Exposure.Gain=NONE\n", "<tt:Gain>12.000</tt:Gain>", true},
-             Case{2, 1, 4, 0, 0, 0, "Exposure.Gain=abc\n", "<tt:Gain>0.000</tt:Gain>", true},
-             Case{2, 1, 4, -1, 0, 0, "Exposure.Iris=NONE\n", "Iris", false},
-             Case{2, 1, 4, -1, 0, 0, "Exposure.Iris=NONE\n", "</tt:Exposure>", false},
-             Case{2, 1, 4, 0, 0, 0, "WhiteBalance.CbGain=NONE\n", "<timg:ImagingSettings></tt:WhiteBalance>", true},
-             Case{2, 1, 4, 0, 0, -1, "WhiteBalance.CbGain=NONE\n", "WhiteBalance", false},
-             Case{2, 1, 4, 0, 0, 0, "Focus.FarLimit=NONE\n", "Focus", false},
-             Case{2, 1, 4, 0, 0, 0, "Brightness=" + std::string(400, '7') + "Contrast=9\n", "Contrast", false},
+             Case{MODEL_WITHOUT_TAMPERING, PAN_TILT_RS485, LENS_SPLIT_SIXTH_STEP, 0, 0, 0, "Exposure.ExposureTime=333\n", "<tt:ExposureTime>0.033300</tt:ExposureTime>", true},
+             Case{MODEL_EXPOSURE_AS_STORED, PAN_TILT_RS485, LENS_SPLIT_SIXTH_STEP, 0, 0, 0, "Exposure.ExposureTime=333\n", "<tt:ExposureTime>333.000000</tt:ExposureTime>", true},
+             Case{MODEL_WITHOUT_TAMPERING, PAN_TILT_INTEGRATED, LENS_DOME, 0, 0, 0, "Exposure.ExposureTime=333\n", "<tt:ExposureTime>333.000000</tt:ExposureTime>", true},
+             Case{MODEL_WITHOUT_TAMPERING, PAN_TILT_RS485, LENS_SPLIT_SIXTH_STEP, 0, 12, 0, "Exposure.Gain=NONE\n", "<tt:Gain>12.000</tt:Gain>", true},
+             Case{MODEL_WITHOUT_TAMPERING, PAN_TILT_RS485, LENS_SPLIT_SIXTH_STEP, 0, 0, 0, "Exposure.Gain=abc\n", "<tt:Gain>0.000</tt:Gain>", true},
+             Case{MODEL_WITHOUT_TAMPERING, PAN_TILT_RS485, LENS_SPLIT_SIXTH_STEP, -1, 0, 0, "Exposure.Iris=NONE\n", "Iris", false},
+             Case{MODEL_WITHOUT_TAMPERING, PAN_TILT_RS485, LENS_SPLIT_SIXTH_STEP, -1, 0, 0, "Exposure.Iris=NONE\n", "</tt:Exposure>", false},
+             Case{MODEL_WITHOUT_TAMPERING, PAN_TILT_RS485, LENS_SPLIT_SIXTH_STEP, 0, 0, 0, "WhiteBalance.CbGain=NONE\n", "<timg:ImagingSettings></tt:WhiteBalance>", true},
+             Case{MODEL_WITHOUT_TAMPERING, PAN_TILT_RS485, LENS_SPLIT_SIXTH_STEP, 0, 0, -1, "WhiteBalance.CbGain=NONE\n", "WhiteBalance", false},
+             Case{MODEL_WITHOUT_TAMPERING, PAN_TILT_RS485, LENS_SPLIT_SIXTH_STEP, 0, 0, 0, "Focus.FarLimit=NONE\n", "Focus", false},
+             Case{MODEL_WITHOUT_TAMPERING, PAN_TILT_RS485, LENS_SPLIT_SIXTH_STEP, 0, 0, 0, "Brightness=" + std::string(400, '7') + "Contrast=9\n", "Contrast", false},
          }) {
-        word(79) = c.model;
-        word(16) = c.panTilt;
-        word(17) = c.lens;
-        word(36) = c.w36;
-        word(38) = c.w38;
-        word(42) = c.w42;
+        word(MODEL_CODE_WORD) = c.model;
+        word(PAN_TILT_WORD) = c.panTilt;
+        word(ZOOM_WORD) = c.lens;
+        word(IRIS_PRESENT_WORD) = c.w36;
+        word(GAIN_WORD) = c.w38;
+        word(WHITE_BALANCE_WORD) = c.w42;
         settings(c.lines);
         CgiResult r = report();
         EXPECT_EQ(r.envelopeBody.find(c.expect) != std::string::npos, c.present) << c.lines << r.envelopeBody;
@@ -62,7 +62,7 @@ TEST_F(Imaging, ExposureGainIrisAndGroupRules)
 
 TEST_F(Imaging, NoImagingModelAndUnknownSources)
 {
-    word(79) = 3;
+    word(MODEL_CODE_WORD) = MODEL_NO_IMAGING;
     EXPECT_EQ(report().envelopeBody,
               "<SOAP-ENV:Fault><SOAP-ENV:Code><SOAP-ENV:Value>SOAP-ENV:Receiver</SOAP-ENV:Value><SOAP-ENV:Subcode>"
               "<SOAP-ENV:Value>ter:ActionNotSupported </SOAP-ENV:Value><SOAP-ENV:Subcode><SOAP-ENV:Value>"
@@ -70,7 +70,7 @@ TEST_F(Imaging, NoImagingModelAndUnknownSources)
               "<SOAP-ENV:Reason><SOAP-ENV:Text xml:lang=\"en\">The requested VideoSource does not support imaging "
               "settings.</SOAP-ENV:Text></SOAP-ENV:Reason><SOAP-ENV:Detail>The requested VideoSource does not "
               "support imaging settings.</SOAP-ENV:Detail></SOAP-ENV:Fault>");
-    word(79) = 6;
+    word(MODEL_CODE_WORD) = MODEL_A5S_SDK310;
     writeFile("tmp/x.VSource", "Brightness=1\n");
     for (const char* token : {"Nope", "../x", "../../tmp/x"}) {
         CgiResult r = report(token);
@@ -102,7 +102,7 @@ protected:
 
 TEST_F(Relays, ListingAndOptions)
 {
-    word(18) = 3;
+    word(IO_LAYOUT_WORD) = IO_LAYOUT_HEAD_TWO_RELAYS;
     CgiResult list = call("<tds:GetRelayOutputs/>");
     EXPECT_NE(list.envelopeBody.find("<tds:RelayOutputs token=\"IO_Output2\"><tt:Properties><tt:Mode>Bistable"
                                      "</tt:Mode><tt:DelayTime>PT5S</tt:DelayTime><tt:IdleState>open</tt:IdleState>"
@@ -123,8 +123,8 @@ TEST_F(Relays, ListingAndOptions)
 
 TEST_F(Relays, SettingsChecksFilesCommandsAndWords)
 {
-    word(18) = 1;
-    word(66) = 2;
+    word(IO_LAYOUT_WORD) = IO_LAYOUT_BASIC;
+    word(WEB_USER_WORD) = WEB_USER_ROOT;
     EXPECT_NE(settings("IO_Output1", "Monostable", "PT601S", "open").envelopeBody.find("ter:ModeError"),
               std::string::npos);
     EXPECT_NE(settings("IO_Output1", "Bistable", "PT5S&#10;IdleState=x", "open").envelopeBody.find("ter:ModeError"),
@@ -135,17 +135,17 @@ TEST_F(Relays, SettingsChecksFilesCommandsAndWords)
     EXPECT_EQ(readFile("tmp/onvif/IO_Output1.IOConf"),
               "token=IO_Output1\nRelayMode=Bistable\nDelayTime=PT601S\nIdleState=closed\nRelayLogicalState=inactive\n");
     expectCopiesEqual(1);
-    EXPECT_EQ(word(838), 0);
-    EXPECT_EQ(word(839), 1);
+    EXPECT_EQ(word(IDLE_STATE_WORD_1), 0);
+    EXPECT_EQ(word(IDLE_STATE_WORD_1 + 1), 1);
     EXPECT_EQ(cameraCalls(), "/usr/apache/htdocs/cgi-bin/admin/param.cgi "
                              "QUERY_STRING=action=update&Output.O0.Active=closed REMOTE_USER=root isOnvif=1\n");
 
     // On a PTZ layout the camera's own rules keep the idle state; variant 32 refuses changing it.
-    word(18) = 3;
-    word(2) = 32;
+    word(IO_LAYOUT_WORD) = IO_LAYOUT_HEAD_TWO_RELAYS;
+    word(VARIANT_CODE) = VARIANT_VENDOR_TOPICS;
     EXPECT_NE(settings("IO_Output2", "Bistable", "PT1S", "open").envelopeBody.find("PTZ can't set IdleState by the device."),
               std::string::npos);
-    word(2) = 16;
+    word(VARIANT_CODE) = VARIANT_VANTOR;
     removeFile("camera_calls.log");
     EXPECT_EQ(settings("IO_Output2", "Monostable", "PT10S", "open").status, 200);
     EXPECT_FALSE(exists("camera_calls.log"));
@@ -154,19 +154,19 @@ TEST_F(Relays, SettingsChecksFilesCommandsAndWords)
 
 TEST_F(Relays, StateSwitchesTheOutputProgram)
 {
-    word(18) = 3;
-    word(2) = 16;
-    word(66) = 1;
+    word(IO_LAYOUT_WORD) = IO_LAYOUT_HEAD_TWO_RELAYS;
+    word(VARIANT_CODE) = VARIANT_VANTOR;
+    word(WEB_USER_WORD) = WEB_USER_ADMIN;
     EXPECT_EQ(state("IO_Output2", "active").status, 200);
-    EXPECT_EQ(word(843), 1);
+    EXPECT_EQ(word(LOGICAL_STATE_WORD_1 + 1), 1);
     EXPECT_EQ(state("IO_Output1", "inactive").status, 200);
-    EXPECT_EQ(word(842), 0);
+    EXPECT_EQ(word(LOGICAL_STATE_WORD_1), 0);
     EXPECT_EQ(cameraCalls(), "/usr/apache/htdocs/vantor-cgi/io/output.cgi REMOTE_USER=admin action=2:/ isOnvif=1\n"
                              "/usr/apache/htdocs/vantor-cgi/io/output.cgi REMOTE_USER=admin action=1:\\ isOnvif=1\n");
     EXPECT_NE(readFile("tmp/onvif/IO_Output2.IOConf").find("RelayLogicalState=active\n"), std::string::npos);
     expectCopiesEqual(2);
     EXPECT_EQ(state("../../etc/passwd", "active").status, 400);
-    word(18) = 0;
+    word(IO_LAYOUT_WORD) = IO_LAYOUT_NONE;
     EXPECT_EQ(state("IO_Output1", "active").status, 400);
 }
 

@@ -19,13 +19,13 @@ protected:
     {
         CameraTest::SetUp();
         factorySettings = readFile(SOURCE_FILE);
-        word(79) = 6;
-        word(16) = 2;
-        word(17) = 6;
-        word(36) = 1;
-        word(39) = 0;
-        word(41) = 0;
-        word(42) = 0;
+        word(MODEL_CODE_WORD) = MODEL_A5S_SDK310;
+        word(PAN_TILT_WORD) = PAN_TILT_INTEGRATED;
+        word(ZOOM_WORD) = LENS_DOME;
+        word(IRIS_PRESENT_WORD) = 1;
+        word(WDR_WORD) = 0;
+        word(BACKLIGHT_WORD) = 0;
+        word(WHITE_BALANCE_WORD) = 0;
     }
     CgiResult imagingCall(const std::string& action, const std::string& inner, const std::string& token = "VideoSource1")
     {
@@ -106,17 +106,17 @@ TEST_F(ImagingSetter, OptionsFollowThePresenceAndLensWords)
 {
     struct Case { int w17, w36, w39, w41, w42; std::vector<std::string> present, absent; };
     for (const Case& c : {
-             Case{6, -1, 0, 0, 0, {"<tt:WideDynamicRange>", "<tt:Gain>"}, {"Iris>"}},
-             Case{6, 1, -1, 0, 0, {"<tt:Iris>", "<tt:MinIris>"}, {"WideDynamicRange"}},
-             Case{6, -1, -1, -1, -1, {"<tt:Exposure>", "<tt:Focus>"},
+             Case{LENS_DOME, -1, 0, 0, 0, {"<tt:WideDynamicRange>", "<tt:Gain>"}, {"Iris>"}},
+             Case{LENS_DOME, 1, -1, 0, 0, {"<tt:Iris>", "<tt:MinIris>"}, {"WideDynamicRange"}},
+             Case{LENS_DOME, -1, -1, -1, -1, {"<tt:Exposure>", "<tt:Focus>"},
                   {"Iris>", "WideDynamicRange", "BacklightCompensation", "WhiteBalance"}},
-             Case{0, 1, 0, 0, 0, {"<tt:Iris>", "<tt:WhiteBalance>"}, {"Focus"}},
+             Case{LENS_NONE, 1, 0, 0, 0, {"<tt:Iris>", "<tt:WhiteBalance>"}, {"Focus"}},
          }) {
-        word(17) = c.w17;
-        word(36) = c.w36;
-        word(39) = c.w39;
-        word(41) = c.w41;
-        word(42) = c.w42;
+        word(ZOOM_WORD) = c.w17;
+        word(IRIS_PRESENT_WORD) = c.w36;
+        word(WDR_WORD) = c.w39;
+        word(BACKLIGHT_WORD) = c.w41;
+        word(WHITE_BALANCE_WORD) = c.w42;
         CgiResult r = imagingCall("GetOptions", "");
         EXPECT_EQ(r.status, 200);
         for (const std::string& s : c.present)
@@ -128,7 +128,7 @@ TEST_F(ImagingSetter, OptionsFollowThePresenceAndLensWords)
 
 TEST_F(ImagingSetter, ModelsWithoutATableOfTheirOwnTakeTheDefaultOne)
 {
-    word(79) = 2;
+    word(MODEL_CODE_WORD) = MODEL_WITHOUT_TAMPERING;
     CgiResult options = imagingCall("GetOptions", "");
     EXPECT_TRUE(has(options, "<tt:Brightness><tt:Min>0</tt:Min><tt:Max>100</tt:Max></tt:Brightness>"));
     EXPECT_FALSE(has(options, "Focus"));
@@ -139,7 +139,7 @@ TEST_F(ImagingSetter, ModelsWithoutATableOfTheirOwnTakeTheDefaultOne)
     // A model's own table is data: a new one changes the answers without new code.
     writeFile("usr/apache/htdocs/onvif/imaging/Model7.ImagingOptions",
               "# a test model\nBrightness=-5 5\nExposure.Mode=AUTO\n");
-    word(79) = 7;
+    word(MODEL_CODE_WORD) = MODEL_WITHOUT_TABLES;
     EXPECT_EQ(imagingCall("GetOptions", "").envelopeBody,
               "<timg:GetOptionsResponse><timg:ImagingOptions>"
               "<tt:Brightness><tt:Min>-5</tt:Min><tt:Max>5</tt:Max></tt:Brightness>"
@@ -178,7 +178,7 @@ TEST_F(ImagingSetter, PartialSettingsChangeExactlyTheirKeys)
 
 TEST_F(ImagingSetter, AFullSetIsWrittenOnceAndReportedBack)
 {
-    word(66) = 1;
+    word(WEB_USER_WORD) = WEB_USER_ADMIN;
     std::string full =
         "<tt:BacklightCompensation><tt:Mode>ON</tt:Mode><tt:Level>20</tt:Level></tt:BacklightCompensation>"
         "<tt:Brightness>40</tt:Brightness><tt:ColorSaturation>45</tt:ColorSaturation><tt:Contrast>55</tt:Contrast>"
@@ -235,14 +235,14 @@ TEST_F(ImagingSetter, ExposureTimeIsKeptInTheUnitsOfItsFile)
     // Only the dome and model 4 keep seconds; the others count units of 100 us.
     struct Case { int model, panTilt, lens; std::string request, line, reported; };
     for (const Case& c : {
-             Case{6, 2, 6, "0.0333", "Exposure.ExposureTime=0.0333", "0.033300"},
-             Case{6, 1, 4, "0.0333", "Exposure.ExposureTime=333", "0.033300"},
-             Case{6, 1, 4, "0.033333", "Exposure.ExposureTime=333.33", "0.033333"},
-             Case{4, 0, 0, "0.02", "Exposure.ExposureTime=0.02", "0.020000"},
+             Case{MODEL_A5S_SDK310, PAN_TILT_INTEGRATED, LENS_DOME, "0.0333", "Exposure.ExposureTime=0.0333", "0.033300"},
+             Case{MODEL_A5S_SDK310, PAN_TILT_RS485, LENS_SPLIT_SIXTH_STEP, "0.0333", "Exposure.ExposureTime=333", "0.033300"},
+             Case{MODEL_A5S_SDK310, PAN_TILT_RS485, LENS_SPLIT_SIXTH_STEP, "0.033333", "Exposure.ExposureTime=333.33", "0.033333"},
+             Case{MODEL_EXPOSURE_AS_STORED, PAN_TILT_NONE, LENS_NONE, "0.02", "Exposure.ExposureTime=0.02", "0.020000"},
          }) {
-        word(79) = c.model;
-        word(16) = c.panTilt;
-        word(17) = c.lens;
+        word(MODEL_CODE_WORD) = c.model;
+        word(PAN_TILT_WORD) = c.panTilt;
+        word(ZOOM_WORD) = c.lens;
         writeFile("usr/apache/htdocs/onvif/imaging/Model4.ImagingOptions", "Exposure.ExposureTime=0.0001 0.04\n");
         writeFile(SOURCE_FILE, factorySettings);
         CgiResult r = set("<tt:Exposure><tt:ExposureTime>" + c.request + "</tt:ExposureTime></tt:Exposure>");
@@ -303,9 +303,9 @@ TEST_F(ImagingSetter, ValuesOutsideTheOptionsAndHostileValuesChangeNothing)
 
 TEST_F(ImagingSetter, PartsTheCameraLacksCannotBeSet)
 {
-    word(36) = -1;
-    word(39) = -1;
-    word(17) = 0;
+    word(IRIS_PRESENT_WORD) = -1;
+    word(WDR_WORD) = -1;
+    word(ZOOM_WORD) = LENS_NONE;
     for (const char* settings : {
              "<tt:Exposure><tt:Mode>AUTO</tt:Mode><tt:Iris>2</tt:Iris></tt:Exposure>",
              "<tt:WideDynamicRange><tt:Mode>OFF</tt:Mode></tt:WideDynamicRange>",
@@ -329,7 +329,7 @@ TEST_F(ImagingSetter, UnknownSourcesAndModelsWithoutImaging)
             EXPECT_TRUE(has(r, "The requested VideoSource does not exist.")) << action << " " << token;
         }
     }
-    word(79) = 3;
+    word(MODEL_CODE_WORD) = MODEL_NO_IMAGING;
     for (const char* action : {"GetOptions", "GetMoveOptions", "SetImagingSettings", "Move", "MoveIris"}) {
         CgiResult r = imagingCall(action, "<timg:ImagingSettings><tt:Brightness>1</tt:Brightness>"
                                           "</timg:ImagingSettings>");
@@ -387,8 +387,8 @@ TEST_F(ImagingSetter, FocusMovesReachThePtzProgram)
 
 TEST_F(ImagingSetter, AFixedLensHasNoFocusMoves)
 {
-    word(16) = 0;
-    word(17) = 0;
+    word(PAN_TILT_WORD) = PAN_TILT_NONE;
+    word(ZOOM_WORD) = LENS_NONE;
     EXPECT_EQ(imagingCall("GetMoveOptions", "").envelopeBody,
               "<timg:GetMoveOptionsResponse><timg:MoveOptions></timg:MoveOptions></timg:GetMoveOptionsResponse>");
     CgiResult r = move("Move", "Focus", "<tt:Continuous><tt:Speed>0.5</tt:Speed></tt:Continuous>");
@@ -415,7 +415,7 @@ TEST_F(ImagingSetter, IrisMovesNeedAControllableIris)
         EXPECT_EQ(takeCalls(), c.calls) << c.inner;
     }
     EXPECT_EQ(move("MoveIris", "Iris", "<tt:Absolute><tt:Position>11</tt:Position></tt:Absolute>").status, 400);
-    word(36) = -1;
+    word(IRIS_PRESENT_WORD) = -1;
     CgiResult r = move("MoveIris", "Iris", "<tt:Absolute><tt:Position>4</tt:Position></tt:Absolute>");
     EXPECT_EQ(r.status, 400);
     EXPECT_TRUE(has(r, "The requested VideoSource does not support iris movement."));

@@ -10,17 +10,17 @@ TEST_F(Maintenance, CommandWordsForRebootAndFactoryDefault)
     CgiResult reboot = call("<tds:SystemReboot/>");
     EXPECT_EQ(reboot.envelopeBody, "<tds:SystemRebootResponse><tds:Message>Rebooting in 20 seconds.</tds:Message>"
                                    "</tds:SystemRebootResponse>");
-    EXPECT_EQ(word(60), 1);
+    EXPECT_EQ(word(MAINTENANCE_WORD), 1);
     struct Case { const char* body; int word; const char* answer; };
     for (const Case& c : {Case{"<tds:FactoryDefault>Hard</tds:FactoryDefault>", 2, "<tds:SetSystemFactoryDefaultResponse>"},
                           Case{"<tds:FactoryDefault>Soft</tds:FactoryDefault>", 3, "<tds:SetSystemFactoryDefaultResponse>"},
                           Case{"<tds:FactoryDefault>Medium</tds:FactoryDefault>", 7, "<tds:SetSystemFactoryDefaultResponse>"},
                           Case{"", 7, ""}}) {
-        word(60) = 7;
+        word(MAINTENANCE_WORD) = 7;
         CgiResult r = call(std::string("<tds:SetSystemFactoryDefault>") + c.body + "</tds:SetSystemFactoryDefault>");
         EXPECT_EQ(r.status, 200);
         EXPECT_EQ(r.envelopeBody.rfind(c.answer, 0), 0u) << c.body;
-        EXPECT_EQ(word(60), c.word) << c.body;
+        EXPECT_EQ(word(MAINTENANCE_WORD), c.word) << c.body;
         EXPECT_NE(r.headers.find("Connection: close"), std::string::npos);
     }
 }

@@ -35,8 +35,8 @@ const char VSRC[] = "tmp/onvif/VideoSrcConfig1.VSConf";
 
 TEST_F(MediaProfiles, FactoryListingsAreWellFormedAndInSchemaOrder)
 {
-    word(76) = 1;
-    word(16) = 1;
+    word(AUDIO_INPUTS_WORD) = 1;
+    word(PAN_TILT_WORD) = PAN_TILT_RS485;
     CgiResult all = call("<trt:GetProfiles/>");
     EXPECT_EQ(all.status, 200);
     expectWellFormed(all);
@@ -57,7 +57,7 @@ TEST_F(MediaProfiles, FactoryListingsAreWellFormedAndInSchemaOrder)
         EXPECT_NE(b.find("token=\"Profile" + std::to_string(i) + "\""), std::string::npos);
     EXPECT_EQ(b.find("<tt:H264><tt:GovLength>5"), std::string::npos);  // JPEG has no H264 block
 
-    word(76) = 0;  // audio still bound, but hidden
+    word(AUDIO_INPUTS_WORD) = 0;  // audio still bound, but hidden
     CgiResult one = call("<trt:GetProfile><trt:ProfileToken>Profile1</trt:ProfileToken></trt:GetProfile>");
     expectWellFormed(one);
     EXPECT_EQ(one.envelopeBody.find("Audio"), std::string::npos);
@@ -157,16 +157,16 @@ TEST_F(MediaProfiles, BindingKeepsUseCounts)
 
 TEST_F(MediaProfiles, ChannelRuleOnModelCode6)
 {
-    word(79) = 6;
-    word(10) = 4;
+    word(MODEL_CODE_WORD) = MODEL_A5S_SDK310;
+    word(STREAM_MODE_WORD) = 4;
     struct Case { int variant; int mode; const char* profile; const char* config; const char* uc1; int ok; };
-    for (const Case& c : {Case{1, 4, "Profile1", "VideoEncoder2", "1", 0}, Case{1, 4, "Profile1", "VideoEncoder1", "1", 1},
-                          Case{1, 4, "Profile2", "VideoEncoder2", "1", 0}, Case{1, 5, "Profile2", "VideoEncoder2", "1", 1},
-                          Case{1, 5, "Profile3", "VideoEncoder3", "2", 0}, Case{1, 5, "Profile3", "VideoEncoder3", "1", 1},
-                          Case{9, 4, "Profile3", "VideoEncoder1", "2", 1}, Case{9, 4, "Profile4", "VideoEncoder2", "2", 1},
-                          Case{1, 1, "Profile4", "VideoEncoder4", "1", 0}}) {
-        word(2) = c.variant;
-        word(10) = c.mode;
+    for (const Case& c : {Case{VARIANT_GENERIC, 4, "Profile1", "VideoEncoder2", "1", 0}, Case{VARIANT_GENERIC, 4, "Profile1", "VideoEncoder1", "1", 1},
+                          Case{VARIANT_GENERIC, 4, "Profile2", "VideoEncoder2", "1", 0}, Case{VARIANT_GENERIC, 5, "Profile2", "VideoEncoder2", "1", 1},
+                          Case{VARIANT_GENERIC, 5, "Profile3", "VideoEncoder3", "2", 0}, Case{VARIANT_GENERIC, 5, "Profile3", "VideoEncoder3", "1", 1},
+                          Case{VARIANT_WIDE_SENSOR, 4, "Profile3", "VideoEncoder1", "2", 1}, Case{VARIANT_WIDE_SENSOR, 4, "Profile4", "VideoEncoder2", "2", 1},
+                          Case{VARIANT_GENERIC, 1, "Profile4", "VideoEncoder4", "1", 0}}) {
+        word(VARIANT_CODE) = c.variant;
+        word(STREAM_MODE_WORD) = c.mode;
         writeFile("tmp/onvif/VideoEncoder1.VEncoder", std::string("Name=VideoEncoder1\nUseCount=") + c.uc1 +
                                                           "\nEncoding=H264\n");
         CgiResult r = bind("AddVideoEncoderConfiguration", c.profile, c.config);

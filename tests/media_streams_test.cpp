@@ -67,7 +67,7 @@ std::string withToken(const std::string& action, const std::string& element, con
 
 TEST_F(MediaStreams, EveryGetReportsTheFactoryFiles)
 {
-    word(76) = 1;
+    word(AUDIO_INPUTS_WORD) = 1;
     struct Case { std::string body; std::vector<std::string> expected; };
     const std::vector<Case> cases = {
         {"<trt:GetVideoSources/>",
@@ -159,7 +159,7 @@ TEST_F(MediaStreams, SourceTokensPairWithTheProfilesConfigurations)
 
 TEST_F(MediaStreams, WithoutAudioListsAreEmptyAndAudioActionsAreRefused)
 {
-    word(76) = 0;
+    word(AUDIO_INPUTS_WORD) = 0;
     for (const char* list : {"GetAudioSources", "GetAudioSourceConfigurations", "GetAudioEncoderConfigurations"}) {
         CgiResult r = ask(std::string("<trt:") + list + "/>");
         EXPECT_EQ(r.envelopeBody, std::string("<trt:") + list + "Response></trt:" + list + "Response>");
@@ -235,8 +235,8 @@ TEST_F(MediaStreams, EncoderChangeRewritesExactlyItsKeysAndRestartsOnce)
               "REMOTE_USER=Admin isOnvif=1\n");
     // The programs run where and as whom the stream restart of the media service runs them.
     writeFile("camera_calls.log", "");
-    word(2) = 16;
-    word(66) = 2;
+    word(VARIANT_CODE) = VARIANT_VANTOR;
+    word(WEB_USER_WORD) = WEB_USER_ROOT;
     EXPECT_EQ(ask(encoderSet("VideoEncoder3", "<tt:RateControl><tt:FrameRateLimit>10</tt:FrameRateLimit>"
                                               "</tt:RateControl>")).status, 200);
     EXPECT_EQ(cameraCalls(),
@@ -248,8 +248,8 @@ TEST_F(MediaStreams, EncoderChangeRewritesExactlyItsKeysAndRestartsOnce)
 TEST_F(MediaStreams, WhatAGetReportsCanBeSetBackUnchanged)
 {
     // Clients edit the configuration they were given and send all of it back.
-    word(76) = 1;
-    word(2) = 11;  // the variant whose sample rates are given in kHz, as the files keep them
+    word(AUDIO_INPUTS_WORD) = 1;
+    word(VARIANT_CODE) = VARIANT_LENIENT;  // the variant whose sample rates are given in kHz, as the files keep them
     struct Case { const char* kind; const char* token; };
     for (const Case& c : {Case{"VideoEncoder", "VideoEncoder1"}, Case{"VideoEncoder", "VideoEncoder2"},
                           Case{"VideoEncoder", "VideoEncoder3"}, Case{"VideoEncoder", "VideoEncoder4"},
@@ -289,7 +289,7 @@ TEST_F(MediaStreams, EncoderChangeToAnotherEncodingOfTheChannel)
 
 TEST_F(MediaStreams, OutOfOptionsAndHostileValuesAreRefusedWithNothingWrittenOrRun)
 {
-    word(76) = 1;
+    word(AUDIO_INPUTS_WORD) = 1;
     const std::string longText(300, 'a');
     struct Case { std::string token; std::string inner; std::string fault; };
     const std::vector<Case> cases = {
@@ -376,10 +376,10 @@ TEST_F(MediaStreams, OutOfOptionsAndHostileValuesAreRefusedWithNothingWrittenOrR
 TEST_F(MediaStreams, OptionsFollowTheModelAndVariant)
 {
     const std::string big = "<tt:Resolution><tt:Width>2560</tt:Width><tt:Height>1440</tt:Height></tt:Resolution>";
-    word(79) = 6;
-    word(2) = 1;  // the model's base options: 1080p at most
+    word(MODEL_CODE_WORD) = MODEL_A5S_SDK310;
+    word(VARIANT_CODE) = VARIANT_GENERIC;  // the model's base options: 1080p at most
     EXPECT_EQ(ask(encoderSet("VideoEncoder1", big)).status, 400);
-    word(2) = 9;  // the variant with the larger sensor
+    word(VARIANT_CODE) = VARIANT_WIDE_SENSOR;  // the variant with the larger sensor
     CgiResult options = ask(withToken("GetVideoEncoderConfigurationOptions", "ConfigurationToken", "VideoEncoder1"));
     EXPECT_EQ(has(options, "<tt:ResolutionsAvailable><tt:Width>2560</tt:Width><tt:Height>1440</tt:Height>"), "");
     CgiResult sources = ask("<trt:GetVideoSources/>");
@@ -387,8 +387,8 @@ TEST_F(MediaStreams, OptionsFollowTheModelAndVariant)
     EXPECT_EQ(ask(encoderSet("VideoEncoder1", big)).status, 200);
     EXPECT_NE(readFile(VENC1).find("Resolution.Width=2560\nResolution.Height=1440\n"), std::string::npos);
     // A model without a file of its own takes the default camera's.
-    word(79) = 42;
-    word(2) = 1;
+    word(MODEL_CODE_WORD) = MODEL_WITHOUT_OPTIONS;
+    word(VARIANT_CODE) = VARIANT_GENERIC;
     CgiResult fallback = ask(withToken("GetVideoEncoderConfigurationOptions", "ConfigurationToken", "VideoEncoder1"));
     EXPECT_EQ(fallback.status, 200);
     EXPECT_EQ(fallback.envelopeBody.find("2560"), std::string::npos);
@@ -396,7 +396,7 @@ TEST_F(MediaStreams, OptionsFollowTheModelAndVariant)
 
 TEST_F(MediaStreams, SourceAndAudioSettersWriteTheirFiles)
 {
-    word(76) = 1;
+    word(AUDIO_INPUTS_WORD) = 1;
     CgiResult source = ask("<trt:SetVideoSourceConfiguration><trt:Configuration token=\"VideoSrcConfig1\">"
                            "<tt:Name>Front door</tt:Name><tt:UseCount>9</tt:UseCount><tt:SourceToken>VideoSource1"
                            "</tt:SourceToken><tt:Bounds x=\"0\" y=\"0\" width=\"1920\" height=\"1080\"></tt:Bounds>"
@@ -407,7 +407,7 @@ TEST_F(MediaStreams, SourceAndAudioSettersWriteTheirFiles)
                                "Bounds.width=1920\nBounds.height=1080\n");
     EXPECT_EQ(cameraCalls(), "");  // the camera programs take no source names
 
-    word(2) = 11;  // this variant gives sample rates in kHz
+    word(VARIANT_CODE) = VARIANT_LENIENT;  // this variant gives sample rates in kHz
     CgiResult audio = ask("<trt:SetAudioEncoderConfiguration><trt:Configuration token=\"AudioEncoder1\">"
                           "<tt:Encoding>G726</tt:Encoding><tt:Bitrate>32</tt:Bitrate><tt:SampleRate>8</tt:SampleRate>"
                           "</trt:Configuration><trt:ForcePersistence>false</trt:ForcePersistence>"
@@ -418,7 +418,7 @@ TEST_F(MediaStreams, SourceAndAudioSettersWriteTheirFiles)
               "/usr/apache/htdocs/cgi-bin/admin/param.cgi QUERY_STRING=action=update&Audio.Encoding=G726"
               "&Audio.Bitrate=32 REMOTE_USER=Admin isOnvif=1\n"
               "/usr/apache/htdocs/cgi-bin/h264/restart_stream.cgi REMOTE_USER=Admin\n");
-    word(2) = 1;  // the others give Hz, and the file keeps kHz
+    word(VARIANT_CODE) = VARIANT_GENERIC;  // the others give Hz, and the file keeps kHz
     CgiResult hz = ask("<trt:SetAudioEncoderConfiguration><trt:Configuration token=\"AudioEncoder1\">"
                        "<tt:Encoding>AAC</tt:Encoding><tt:Bitrate>64</tt:Bitrate><tt:SampleRate>16000</tt:SampleRate>"
                        "</trt:Configuration><trt:ForcePersistence>false</trt:ForcePersistence>"
@@ -456,7 +456,7 @@ TEST_F(MediaStreams, AddressesFollowTheHostTheClientUsed)
     EXPECT_EQ(has(ask(streamUri("Profile3"), "10.0.0.7:8080"), "<tt:Uri>rtsp://10.0.0.7:8554/live/ch3</tt:Uri>"), "");
     EXPECT_EQ(has(ask(streamUri("Profile3"), "[fe80::1]:8080"), "<tt:Uri>rtsp://[fe80::1]:8554/live/ch3</tt:Uri>"), "");
 
-    word(2) = 16;  // this variant serves snapshots under its own path
+    word(VARIANT_CODE) = VARIANT_VANTOR;  // this variant serves snapshots under its own path
     EXPECT_EQ(has(ask(snapshotUri("Profile2"), "10.0.0.7"),
                   "<tt:Uri>http://10.0.0.7/vantor-cgi/snapshot.jpg?channel=2</tt:Uri>"), "");
 }
@@ -514,7 +514,7 @@ TEST_F(MediaStreams, MulticastStartAndStopTellTheStreamProgram)
 {
     EXPECT_EQ(ask(withToken("StartMulticastStreaming", "ProfileToken", "Profile2")).envelopeBody,
               "<trt:StartMulticastStreamingResponse></trt:StartMulticastStreamingResponse>");
-    word(66) = 1;
+    word(WEB_USER_WORD) = WEB_USER_ADMIN;
     EXPECT_EQ(ask(withToken("StopMulticastStreaming", "ProfileToken", "Profile2")).status, 200);
     EXPECT_EQ(cameraCalls(),
               "/usr/apache/htdocs/cgi-bin/h264/restart_stream.cgi QUERY_STRING=action=multicast_start&encoder="

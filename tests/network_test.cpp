@@ -56,7 +56,7 @@ protected:
     void SetUp() override
     {
         CameraTest::SetUp();
-        word(66) = 1;  // the camera's programs run as admin
+        word(WEB_USER_WORD) = WEB_USER_ADMIN;  // the camera's programs run as admin
     }
     std::string conf() { return readFile("tmp/onvif/onvif.conf"); }
     // The lines of the settings file that a call changed (the file keeps its lines).
@@ -425,7 +425,7 @@ TEST_F(Network, AnHttpPortOtherThan80ReachesEveryAddressHandedOut)
     CgiResult caps = call("<tds:GetCapabilities/>");
     EXPECT_NE(caps.envelopeBody.find("<tt:XAddr>" + moved + "</tt:XAddr>"), std::string::npos);
     EXPECT_EQ(caps.envelopeBody.find(port80), std::string::npos);
-    word(2) = 1;
+    word(VARIANT_CODE) = VARIANT_GENERIC;
     EXPECT_NE(call("<tev:CreatePullPointSubscription/>").envelopeBody.find(
                   "<wsa5:Address>" + moved + "?Idx=0</wsa5:Address>"), std::string::npos);
     CgiResult push = call("<wsnt:Subscribe><wsnt:ConsumerReference><a:Address xmlns:a=\"http://www.w3.org/2005/08/"
@@ -437,8 +437,8 @@ TEST_F(Network, AnHttpPortOtherThan80ReachesEveryAddressHandedOut)
 // Home Assistant reads the MAC address this way when it adds the camera.
 TEST_F(Network, HomeAssistantReadsTheMacWithCredentials)
 {
-    word(845) = 1;
-    word(2) = 1;
+    word(AUTH_ON_WORD) = 1;
+    word(VARIANT_CODE) = VARIANT_GENERIC;
     CgiResult anonymous = call("<tds:GetNetworkInterfaces/>");
     EXPECT_EQ(anonymous.status, 400);
     EXPECT_NE(anonymous.envelopeBody.find("ter:NotAuthorized"), std::string::npos);

@@ -11,9 +11,9 @@ protected:
     void SetUp() override
     {
         CameraTest::SetUp();
-        word(16) = 2;
-        word(17) = 6;
-        word(18) = 2;
+        word(PAN_TILT_WORD) = PAN_TILT_INTEGRATED;
+        word(ZOOM_WORD) = LENS_DOME;
+        word(IO_LAYOUT_WORD) = IO_LAYOUT_HEAD;
     }
     static void expectWellFormed(const CgiResult& r)
     {
@@ -60,8 +60,8 @@ TEST_F(PtzConfig, FactoryListingsAreWellFormed)
 
 TEST_F(PtzConfig, CapabilitiesDecideWhatIsListed)
 {
-    word(16) = 0;
-    word(17) = 1;
+    word(PAN_TILT_WORD) = PAN_TILT_NONE;
+    word(ZOOM_WORD) = LENS_TEN_STEPS;
     CgiResult confs = call("<tptz:GetConfigurations/>");
     expectWellFormed(confs);
     EXPECT_NE(confs.envelopeBody.find("<tt:DefaultPTZSpeed><tt:Zoom space=\"http://www.onvif.org/ver10/tptz/ZoomSpaces/"
@@ -74,12 +74,12 @@ TEST_F(PtzConfig, CapabilitiesDecideWhatIsListed)
     EXPECT_NE(nodes.envelopeBody.find("<tt:MaximumNumberOfPresets>0<"), std::string::npos);
 
     // An RS-485 head: presets by model code and the port switch.
-    word(16) = 1;
-    word(18) = 1;
+    word(PAN_TILT_WORD) = PAN_TILT_RS485;
+    word(IO_LAYOUT_WORD) = IO_LAYOUT_BASIC;
     struct Case { int model; const char* rs485; const char* presets; };
-    for (const Case& c : {Case{2, "root.RS485Control.Switch=1\n", ">127<"}, Case{6, "root.RS485Control.Switch=1\n", ">255<"},
-                          Case{2, "root.RS485Control.Switch=0\n", ">0<"}, Case{3, "root.RS485Control.Switch=1\n", ">0<"}}) {
-        word(79) = c.model;
+    for (const Case& c : {Case{MODEL_WITHOUT_TAMPERING, "root.RS485Control.Switch=1\n", ">127<"}, Case{MODEL_A5S_SDK310, "root.RS485Control.Switch=1\n", ">255<"},
+                          Case{MODEL_WITHOUT_TAMPERING, "root.RS485Control.Switch=0\n", ">0<"}, Case{MODEL_NO_IMAGING, "root.RS485Control.Switch=1\n", ">0<"}}) {
+        word(MODEL_CODE_WORD) = c.model;
         writeFile("etc/sysconfig/rs485protocol.conf", c.rs485);
         EXPECT_NE(call("<tptz:GetNodes/>").envelopeBody.find(std::string("<tt:MaximumNumberOfPresets") + c.presets),
                   std::string::npos) << c.model << c.rs485;
@@ -87,8 +87,8 @@ TEST_F(PtzConfig, CapabilitiesDecideWhatIsListed)
     writeFile("usr/apache/htdocs/onvif/PTZConfig1.PTZConf", "Name=x\nUseCount=NONE\nNodeToken=PTZNode1\n");
     EXPECT_NE(call("<tptz:GetConfigurations/>").envelopeBody.find("<tt:UseCount></tt:UseCount>"), std::string::npos);
 
-    word(16) = 0;
-    word(17) = 0;
+    word(PAN_TILT_WORD) = PAN_TILT_NONE;
+    word(ZOOM_WORD) = LENS_NONE;
     struct Fault { const char* action; const char* text; };
     for (const Fault& f : {Fault{"<tptz:GetNodes/>", "<SOAP-ENV:Value>ter:PTZNotSupported</SOAP-ENV:Value></SOAP-ENV:Subcode>"
                                                    "</SOAP-ENV:Code><SOAP-ENV:Reason><SOAP-ENV:Text xml:lang=\"en\">PTZ is not supported.<"},

@@ -12,9 +12,9 @@ protected:
     void SetUp() override
     {
         CameraTest::SetUp();
-        word(16) = 1;
-        word(17) = 4;
-        word(18) = 2;
+        word(PAN_TILT_WORD) = PAN_TILT_RS485;
+        word(ZOOM_WORD) = LENS_SPLIT_SIXTH_STEP;
+        word(IO_LAYOUT_WORD) = IO_LAYOUT_HEAD;
     }
     CgiResult move(const std::string& action, const std::string& inner, const std::string& profile = "Profile1")
     {
@@ -48,20 +48,22 @@ TEST_F(PtzMove, ContinuousMoveCommandsAndTimers)
     struct Case { std::string inner; std::string profile; std::string calls; int w55, w56; };
     for (const Case& c : {
              Case{panTilt("Velocity", "0", "0"), "Profile1",
-                  "QUERY_STRING=continuouspantiltmove REMOTE_USER=Admin continuouspantiltmove=0.000,0.000\n", -2, -2},
+                  "QUERY_STRING=continuouspantiltmove REMOTE_USER=Admin continuouspantiltmove=0.000,0.000\n", TIMER_ZERO_VELOCITY,
+                  TIMER_ZERO_VELOCITY},
              Case{panTilt("Velocity", "0.5", "-0.25") + "<tptz:Timeout>PT10M</tptz:Timeout>", "Profile1",
                   "QUERY_STRING=continuouspantiltmove REMOTE_USER=Admin continuouspantiltmove=50.000,-25.000\n", 6000, 7},
              Case{zoom("Velocity", "-0.555"), "",
-                  "QUERY_STRING=continuouszoommove REMOTE_USER=Admin continuouszoommove=-55\n", -2, -9999},
+                  "QUERY_STRING=continuouszoommove REMOTE_USER=Admin continuouszoommove=-55\n", TIMER_ZERO_VELOCITY,
+                  TIMER_UNLIMITED},
          }) {
-        word(55) = 7;
-        word(56) = 7;
+        word(PAN_TILT_TIMER_WORD) = 7;
+        word(ZOOM_TIMER_WORD) = 7;
         CgiResult r = move("ContinuousMove", c.inner, c.profile);
         EXPECT_EQ(r.envelopeBody, "<tptz:ContinuousMoveResponse></tptz:ContinuousMoveResponse>") << c.inner;
         std::string calls = takeCalls();
         EXPECT_EQ(calls, PTZ + c.calls) << c.inner;
-        EXPECT_EQ(word(55), c.w55) << c.inner;
-        EXPECT_EQ(word(56), c.w56) << c.inner;
+        EXPECT_EQ(word(PAN_TILT_TIMER_WORD), c.w55) << c.inner;
+        EXPECT_EQ(word(ZOOM_TIMER_WORD), c.w56) << c.inner;
     }
     struct Bad { std::string inner; const char* fault; };
     for (const Bad& b : {Bad{panTilt("Velocity", "0.1", "0.1") + "<tptz:Timeout>PT0S</tptz:Timeout>", "timeout argument"},
@@ -81,32 +83,32 @@ TEST_F(PtzMove, AbsoluteTargetsAndLensTables)
 {
     struct Case { int lens; std::string inner; std::string calls; int w68; };
     for (const Case& c : {
-             Case{4, panTilt("Position", "-1", "-1"), "QUERY_STRING=move REMOTE_USER=Admin pan=-179.000000 tilt=0.000000\n", 9},
-             Case{4, panTilt("Position", "1", "1"), "QUERY_STRING=move REMOTE_USER=Admin pan=180.000000 tilt=90.000000\n", 9},
-             Case{4, zoom("Position", "0.55"), "QUERY_STRING=zoomratio REMOTE_USER=Admin zoomratio=6\n", 0},
-             Case{4, zoom("Position", "0.65"), "QUERY_STRING=zoomratio REMOTE_USER=Admin zoomratio=6\n", 1},
-             Case{4, zoom("Position", "1"), "QUERY_STRING=zoomratio REMOTE_USER=Admin zoomratio=10\n", 9},
-             Case{3, zoom("Position", "0.34"), "QUERY_STRING=zoomratio REMOTE_USER=Admin zoomratio=1\n", 9},
-             Case{3, zoom("Position", "0.35"), "QUERY_STRING=zoomratio REMOTE_USER=Admin zoomratio=2\n", 9},
-             Case{3, zoom("Position", "0.7"), "QUERY_STRING=zoomratio REMOTE_USER=Admin zoomratio=3\n", 9},
-             Case{5, zoom("Position", "0.25"), "QUERY_STRING=zoomratio REMOTE_USER=Admin zoomratio=4\n", 9},
-             Case{5, zoom("Position", "0.35"), "QUERY_STRING=zoomratio REMOTE_USER=Admin zoomratio=6\n", 9},
-             Case{5, zoom("Position", "0.99"), "QUERY_STRING=zoomratio REMOTE_USER=Admin zoomratio=17\n", 9},
-             Case{5, zoom("Position", "1"), "QUERY_STRING=zoomratio REMOTE_USER=Admin zoomratio=18\n", 9},
-             Case{1, zoom("Position", "0.99"), "QUERY_STRING=zoomratio REMOTE_USER=Admin zoomratio=10\n", 9},
-             Case{2, zoom("Position", "0.5"), "", 9},
+             Case{LENS_SPLIT_SIXTH_STEP, panTilt("Position", "-1", "-1"), "QUERY_STRING=move REMOTE_USER=Admin pan=-179.000000 tilt=0.000000\n", 9},
+             Case{LENS_SPLIT_SIXTH_STEP, panTilt("Position", "1", "1"), "QUERY_STRING=move REMOTE_USER=Admin pan=180.000000 tilt=90.000000\n", 9},
+             Case{LENS_SPLIT_SIXTH_STEP, zoom("Position", "0.55"), "QUERY_STRING=zoomratio REMOTE_USER=Admin zoomratio=6\n", 0},
+             Case{LENS_SPLIT_SIXTH_STEP, zoom("Position", "0.65"), "QUERY_STRING=zoomratio REMOTE_USER=Admin zoomratio=6\n", 1},
+             Case{LENS_SPLIT_SIXTH_STEP, zoom("Position", "1"), "QUERY_STRING=zoomratio REMOTE_USER=Admin zoomratio=10\n", 9},
+             Case{LENS_THREE_STEPS, zoom("Position", "0.34"), "QUERY_STRING=zoomratio REMOTE_USER=Admin zoomratio=1\n", 9},
+             Case{LENS_THREE_STEPS, zoom("Position", "0.35"), "QUERY_STRING=zoomratio REMOTE_USER=Admin zoomratio=2\n", 9},
+             Case{LENS_THREE_STEPS, zoom("Position", "0.7"), "QUERY_STRING=zoomratio REMOTE_USER=Admin zoomratio=3\n", 9},
+             Case{LENS_EIGHTEEN_STEPS, zoom("Position", "0.25"), "QUERY_STRING=zoomratio REMOTE_USER=Admin zoomratio=4\n", 9},
+             Case{LENS_EIGHTEEN_STEPS, zoom("Position", "0.35"), "QUERY_STRING=zoomratio REMOTE_USER=Admin zoomratio=6\n", 9},
+             Case{LENS_EIGHTEEN_STEPS, zoom("Position", "0.99"), "QUERY_STRING=zoomratio REMOTE_USER=Admin zoomratio=17\n", 9},
+             Case{LENS_EIGHTEEN_STEPS, zoom("Position", "1"), "QUERY_STRING=zoomratio REMOTE_USER=Admin zoomratio=18\n", 9},
+             Case{LENS_TEN_STEPS, zoom("Position", "0.99"), "QUERY_STRING=zoomratio REMOTE_USER=Admin zoomratio=10\n", 9},
+             Case{LENS_UNCONTROLLED, zoom("Position", "0.5"), "", 9},
          }) {
-        word(17) = c.lens;
-        word(68) = 9;
+        word(ZOOM_WORD) = c.lens;
+        word(ZOOM_STEP6_WORD) = 9;
         CgiResult r = move("AbsoluteMove", c.inner);
         EXPECT_EQ(r.status, 200) << c.inner << r.envelopeBody;
         EXPECT_EQ(takeCalls(), c.calls.empty() ? "" : PTZ + c.calls) << c.lens << c.inner;
-        EXPECT_EQ(word(68), c.w68) << c.inner;
+        EXPECT_EQ(word(ZOOM_STEP6_WORD), c.w68) << c.inner;
     }
     // The integrated dome takes pan, tilt and zoom position together.
-    word(16) = 2;
-    word(17) = 6;
-    word(78) = 3;
+    word(PAN_TILT_WORD) = PAN_TILT_INTEGRATED;
+    word(ZOOM_WORD) = LENS_DOME;
+    word(ZOOM_MODULE_WORD) = ZOOM_MODULE_2489;
     EXPECT_EQ(move("AbsoluteMove", "<tptz:Position><tt:PanTilt x=\"0.5\" y=\"0\"/><tt:Zoom x=\"0.5\"/></tptz:Position>"
                                    "<tptz:Speed><tt:PanTilt x=\"1\" y=\"0.5\"/><tt:Zoom x=\"0\"/></tptz:Speed>").status, 200);
     EXPECT_EQ(takeCalls(), PTZ + "QUERY_STRING=move REMOTE_USER=Admin pan=90.000000 tilt=45.000000 zoom=1244\n");
@@ -119,21 +121,21 @@ TEST_F(PtzMove, AbsoluteTargetsAndLensTables)
 
 TEST_F(PtzMove, StopStatusAndProfileChecks)
 {
-    word(55) = 30;
-    word(56) = -9999;
+    word(PAN_TILT_TIMER_WORD) = 30;
+    word(ZOOM_TIMER_WORD) = TIMER_UNLIMITED;
     position("pan = 90.0\ntilt = 0.0\nzoom = 5\n", "zoom = 6\n");
-    word(68) = 0;
+    word(ZOOM_STEP6_WORD) = 0;
     CgiResult status = move("GetStatus", "");
     EXPECT_NE(status.envelopeBody.find("y=\"-1\" x=\"0.5\"></tt:PanTilt><tt:Zoom space=\"http://www.onvif.org/ver10/"
                                        "tptz/ZoomSpaces/PositionGenericSpace\" x=\"0.5\"></tt:Zoom></tt:Position>"
                                        "<tt:MoveStatus><tt:PanTilt>MOVING</tt:PanTilt><tt:Zoom>MOVING</tt:Zoom>"),
               std::string::npos) << status.envelopeBody;
-    word(68) = 1;
+    word(ZOOM_STEP6_WORD) = 1;
     EXPECT_NE(move("GetStatus", "").envelopeBody.find("x=\"0.6\"></tt:Zoom>"), std::string::npos);
 
     EXPECT_EQ(move("Stop", "<tptz:PanTilt>true</tptz:PanTilt><tptz:Zoom>true</tptz:Zoom>").status, 200);
-    EXPECT_EQ(word(55), -1);
-    EXPECT_EQ(word(56), -1);
+    EXPECT_EQ(word(PAN_TILT_TIMER_WORD), TIMER_STOPPED);
+    EXPECT_EQ(word(ZOOM_TIMER_WORD), TIMER_STOPPED);
     const std::string stops = takeCalls();
     EXPECT_NE(stops.find(PTZ + "QUERY_STRING=continuouspantiltmove REMOTE_USER=Admin continuouspantiltmove=0,0\n" + PTZ +
                          "QUERY_STRING=continuouszoommove REMOTE_USER=Admin continuouszoommove=0\n"), std::string::npos)
@@ -150,8 +152,8 @@ TEST_F(PtzMove, StopStatusAndProfileChecks)
     EXPECT_NE(move("GetStatus", "", "NoPtz").envelopeBody.find("ter:NoPTZProfile"), std::string::npos);
     EXPECT_NE(move("GetStatus", "", "Nope").envelopeBody.find("The requested profile token ProfileToken Nope does not exist."),
               std::string::npos);
-    word(16) = 0;
-    word(17) = 0;
+    word(PAN_TILT_WORD) = PAN_TILT_NONE;
+    word(ZOOM_WORD) = LENS_NONE;
     EXPECT_NE(move("ContinuousMove", "").envelopeBody.find("PTZ is not supported."), std::string::npos);
     // The imaging service's focus stop lands here too.
     CgiResult focus = call("<timg:Stop><timg:VideoSourceToken>VideoSrcConfig1</timg:VideoSourceToken></timg:Stop>");

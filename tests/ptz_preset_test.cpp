@@ -11,10 +11,10 @@ protected:
     void SetUp() override
     {
         CameraTest::SetUp();
-        word(16) = 2;
-        word(17) = 6;
-        word(18) = 2;
-        word(78) = 23;
+        word(PAN_TILT_WORD) = PAN_TILT_INTEGRATED;
+        word(ZOOM_WORD) = LENS_DOME;
+        word(IO_LAYOUT_WORD) = IO_LAYOUT_HEAD;
+        word(ZOOM_MODULE_WORD) = ZOOM_MODULE_1280;
     }
     CgiResult preset(const std::string& action, const std::string& inner = "")
     {
@@ -102,17 +102,17 @@ TEST_F(Presets, TokensGotoRemoveAndHome)
 
 TEST_F(Presets, Rs485StoreLimits)
 {
-    word(16) = 1;
-    word(17) = 0;
-    word(18) = 1;
-    word(79) = 2;
+    word(PAN_TILT_WORD) = PAN_TILT_RS485;
+    word(ZOOM_WORD) = LENS_NONE;
+    word(IO_LAYOUT_WORD) = IO_LAYOUT_BASIC;
+    word(MODEL_CODE_WORD) = MODEL_WITHOUT_TAMPERING;
     std::string full;
     for (int i = 1; i <= 127; ++i)
         full += "root.preset.position" + std::to_string(i) + ".set=yes\n";
     writeFile("etc/sysconfig/presetlist.conf", full + "root.preset.position128.set=no\n");
     EXPECT_NE(preset("SetPreset").envelopeBody.find("Maximum number of Presets reached."), std::string::npos);
     EXPECT_EQ(preset("SetPreset", "<tptz:PresetToken>5</tptz:PresetToken>").status, 200);  // an existing slot
-    word(79) = 6;
+    word(MODEL_CODE_WORD) = MODEL_A5S_SDK310;
     CgiResult list = preset("GetPresets");
     EXPECT_EQ(list.envelopeBody, "<tptz:GetPresetsResponse><tptz:Preset token=\"1\"><tt:Name>Preset1</tt:Name>"
                                  "</tptz:Preset><tptz:Preset token=\"2\"><tt:Name>Preset2</tt:Name></tptz:Preset>"
@@ -122,7 +122,7 @@ TEST_F(Presets, Rs485StoreLimits)
     takeCalls();
     EXPECT_EQ(preset("GotoHomePosition").status, 200);
     EXPECT_EQ(takeCalls(), PTZ + "QUERY_STRING= REMOTE_USER=Admin pan=0 tilt=0 zoom=0\n");
-    word(18) = 5;
+    word(IO_LAYOUT_WORD) = IO_LAYOUT_INPUTS_ONLY;
     EXPECT_NE(preset("GetPresets").envelopeBody.find("PTZ is not supported."), std::string::npos);
 }
 

@@ -35,7 +35,7 @@ const char B[] = "onvif://www.onvif.org/location/city/b";
 
 TEST_F(Scopes, ListingStopsAtAForeignConfigurableLine)
 {
-    word(18) = 2;
+    word(IO_LAYOUT_WORD) = IO_LAYOUT_HEAD;
     writeFile("tmp/onvif/onvif.conf", FIXED + "ConfigurableScopes=http://x/y\nConfigurableScopes=onvif://late\n");
     EXPECT_EQ(call("<tds:GetScopes/>").envelopeBody,
               "<tds:GetScopesResponse>"
@@ -47,8 +47,8 @@ TEST_F(Scopes, ListingStopsAtAForeignConfigurableLine)
               "</tt:ScopeItem></tds:Scopes>"
               "<tds:Scopes><tt:ScopeDef>Configurable</tt:ScopeDef><tt:ScopeItem>"
               "onvif://www.onvif.org/location/country/unknown</tt:ScopeItem></tds:Scopes></tds:GetScopesResponse>");
-    word(2) = 30;
-    word(18) = 1;
+    word(VARIANT_CODE) = VARIANT_COUNTRY_SCOPE;
+    word(IO_LAYOUT_WORD) = IO_LAYOUT_BASIC;
     EXPECT_NE(call("<tds:GetScopes/>").envelopeBody.find("onvif://www.onvif.org/location/countryONVIF"),
               std::string::npos);
 }
@@ -56,7 +56,7 @@ TEST_F(Scopes, ListingStopsAtAForeignConfigurableLine)
 TEST_F(Scopes, AddScopesAndItsFoundFlag)
 {
     EXPECT_EQ(call(items("AddScopes", "ScopeItem", {A, B})).status, 200);
-    EXPECT_EQ(word(62), 1);
+    EXPECT_EQ(word(SCOPES_CHANGED_WORD), 1);
     expectBothFiles("Brand=Camera\n" + FIXED + "ConfigurableScopes=" + A + "\nConfigurableScopes=" + B + "\n");
     // An existing scope first: its line goes, and nothing after it is added.
     EXPECT_EQ(call(items("AddScopes", "ScopeItem", {A, "onvif://www.onvif.org/name/c"})).status, 200);
@@ -111,23 +111,23 @@ TEST_F(Scopes, RemoveScopesInFileOrderOnly)
     CgiResult fixed = call(items("RemoveScopes", "ScopeItem", {"onvif://www.onvif.org/type/audio_encoder"}));
     EXPECT_NE(fixed.envelopeBody.find("ter:FixedScope"), std::string::npos);
     EXPECT_EQ(conf(), added);
-    word(62) = 0;
+    word(SCOPES_CHANGED_WORD) = 0;
     // Removing A drops B after it too.
     CgiResult r = call(items("RemoveScopes", "ScopeItem", {A}));
     EXPECT_EQ(r.envelopeBody, "<tds:RemoveScopesResponse><tds:ScopeItem>" + std::string(A) +
                                   "</tds:ScopeItem></tds:RemoveScopesResponse>");
     expectBothFiles("Brand=Camera\n" + FIXED);
-    EXPECT_EQ(word(62), 1);
+    EXPECT_EQ(word(SCOPES_CHANGED_WORD), 1);
 }
 
 TEST_F(Scopes, DiscoveryModeGoesToBothFilesAndWord77)
 {
-    word(77) = 1;
+    word(DISCOVERY_WORD) = 1;
     struct Case { const char* mode; int word; };
     for (const Case& c : {Case{"NonDiscoverable", 0}, Case{"Discoverable", 1}, Case{"Sometimes", 1}}) {
         EXPECT_EQ(call(std::string("<tds:SetDiscoveryMode><tds:DiscoveryMode>") + c.mode +
                        "</tds:DiscoveryMode></tds:SetDiscoveryMode>").status, 200);
-        EXPECT_EQ(word(77), c.word) << c.mode;
+        EXPECT_EQ(word(DISCOVERY_WORD), c.word) << c.mode;
         EXPECT_NE(readFile("usr/apache/htdocs/onvif/onvif.conf").find(std::string("Discovery_Mode=") + c.mode + "\n"),
                   std::string::npos);
         EXPECT_EQ(call("<tds:GetDiscoveryMode/>").envelopeBody,

@@ -169,16 +169,16 @@ TEST_F(Search, ARequestPastTheTablesIsRefusedWhole)
 
 TEST_F(Search, EventIndexIsTakenFromTheHeaderToOnlyForItsVariants)
 {
-    int words[1024] = {0};
+    int words[ONVIF_SHM_WORDS] = {0};
     G_shared_memory = words;
     const std::string to = "<wsa:To>http://10.0.0.2/onvif/device_service?Idx=3 x</wsa:To>";
-    words[2] = 32;
+    words[VARIANT_CODE] = VARIANT_VENDOR_TOPICS;
     parse("<PullMessages/>", to);
     EXPECT_STREQ(G_event_service, "3");
-    words[2] = 34;
+    words[VARIANT_CODE] = VARIANT_ONE_PULL_POINT;
     parse("<PullMessages/>", "<To>http://h/onvif/device_service?Idx=123456789012</To>");
     EXPECT_STREQ(G_event_service, "1234567");  // bounded by its size
-    words[2] = 1;
+    words[VARIANT_CODE] = VARIANT_GENERIC;
     parse("<PullMessages/>", to);
     EXPECT_STREQ(G_event_service, "");
     G_shared_memory = nullptr;

@@ -17,11 +17,11 @@ for i in $(seq 1 150); do
     sleep 0.2
 done
 echo "$answer" | grep -q "<tds:Manufacturer>Camera</tds:Manufacturer>" || fail "no device information: $answer"
-key=$(ONVIF_ROOT="$work/root" $shm get 1)
-[ "$key" = "1" ] || fail "segment word 1 is '$key'"
+key=$(ONVIF_ROOT="$work/root" $shm get SERVICE_READY)
+[ "$key" = "1" ] || fail "service ready word is '$key'"
 kill -TERM $sim  # a background job ignores SIGINT; TERM takes the same way out
 wait $sim
-ONVIF_ROOT="$work/root" $shm get 1 2>/dev/null && fail "segment left behind"
+ONVIF_ROOT="$work/root" $shm get SERVICE_READY 2>/dev/null && fail "segment left behind"
 grep -q "simulated camera stopped" "$work/log" || fail "no clean stop"
 rm -rf "$work"
 echo PASS

@@ -196,8 +196,8 @@ pull=""
 grep -q 'tns1:VideoSource/MotionAlarm</wsnt:Topic>' "$work/pulled" || fail "motion not pulled: $(cat "$work/pulled")"
 grep -q 'PropertyOperation="Changed"' "$work/pulled" || fail "no Changed message: $(cat "$work/pulled")"
 grep -q 'Name="motion" Value="true"' "$work/pulled" || fail "motion state not true: $(cat "$work/pulled")"
-[ "$(ONVIF_ROOT="$root" "$top/build/onvif-shm" get 21)" = 1 ] || fail "motion word not set"
-[ "$(ONVIF_ROOT="$root" "$top/build/onvif-shm" get 82)" = 0 ] || fail "event file left busy"
+[ "$(ONVIF_ROOT="$root" "$top/build/onvif-shm" get MOTION_WORD)" = 1 ] || fail "motion word not set"
+[ "$(ONVIF_ROOT="$root" "$top/build/onvif-shm" get EVENT_FILE_BUSY_WORD)" = 0 ] || fail "event file left busy"
 ONVIF_ROOT="$root" "$top/tools/sim/event" input 2 on || fail "input event failed"
 pulled=$(soap "$pull_body" "$to")
 echo "$pulled" | grep -q 'Value="IO_Input2"' || fail "input not pulled: $pulled"
@@ -215,7 +215,7 @@ done
 kill -TERM $sim
 wait $sim
 sim=""
-ONVIF_ROOT="$root" "$top/build/onvif-shm" get 1 2>/dev/null && fail "segment left behind"
+ONVIF_ROOT="$root" "$top/build/onvif-shm" get SERVICE_READY 2>/dev/null && fail "segment left behind"
 grep -q "simulated camera stopped" "$work/log" || fail "no clean stop"
 kill -0 "$(cat "$root/tmp/rtsp_server.pid")" 2>/dev/null && fail "stream server left running"
 echo PASS

@@ -5,7 +5,10 @@
 //   onvif-shm set N=V [N=V...]  set words
 //   onvif-shm get N             print a word
 //   onvif-shm dump              print the non-zero words as N=V
-// The root is ONVIF_ROOT, as for the service.
+//   onvif-shm has CAPABILITY    exit 0 when the camera the words describe has it
+//   onvif-shm value CAPABILITY  print a capability's value
+// A word N may be given by its name in state/shm_words.h, a value V by the
+// name of a code in state/model.h. The root is ONVIF_ROOT, as for the service.
 #include "state/paths.h"
 #include "state/shm.h"
 
@@ -23,11 +26,30 @@ static int* attach()
     return p;
 }
 
+// A number, or a word or code name, up to the end or an '='.
+static int parseNumberOrName(const char* text, long* out)
+{
+    char name[64];
+    size_t len = strcspn(text, "=");
+    char* end;
+    *out = strtol(text, &end, 10);
+    if (end != text && (size_t)(end - text) == len)
+        return 1;
+    int value;
+    if (len >= sizeof name)
+        return 0;
+    memcpy(name, text, len);
+    name[len] = 0;
+    if (!shmNameValue(name, &value))
+        return 0;
+    *out = value;
+    return 1;
+}
+
 static int wordNumber(const char* text)
 {
-    char* end;
-    long n = strtol(text, &end, 10);
-    if (end == text || n < 0 || n >= ONVIF_SHM_WORDS) {
+    long n;
+    if (!parseNumberOrName(text, &n) || n < 0 || n >= ONVIF_SHM_WORDS) {
         fprintf(stderr, "onvif-shm: bad word number %s\n", text);
         exit(2);
     }
@@ -37,7 +59,7 @@ static int wordNumber(const char* text)
 int main(int argc, char** argv)
 {
     if (argc < 2) {
-        fprintf(stderr, "usage: onvif-shm create|remove|set N=V...|get N|dump\n");
+        fprintf(stderr, "usage: onvif-shm create|remove|set N=V...|get N|dump|has C|value C\n");
         return 2;
     }
     const char* verb = argv[1];
@@ -71,12 +93,29 @@ int main(int argc, char** argv)
                 fprintf(stderr, "onvif-shm: expected N=V, got %s\n", argv[i]);
                 return 2;
             }
-            words[wordNumber(argv[i])] = (int)strtol(eq + 1, 0, 10);
+            long value;
+            if (!parseNumberOrName(eq + 1, &value)) {
+                fprintf(stderr, "onvif-shm: bad value %s\n", eq + 1);
+                return 2;
+            }
+            words[wordNumber(argv[i])] = (int)value;
         }
         return 0;
     }
     if (strcmp(verb, "get") == 0 && argc > 2) {
         printf("%d\n", words[wordNumber(argv[2])]);
+        return 0;
+    }
+    if ((strcmp(verb, "has") == 0 || strcmp(verb, "value") == 0) && argc > 2) {
+        Cap cap;
+        if (!capabilityByText(argv[2], &cap)) {
+            fprintf(stderr, "onvif-shm: unknown capability %s\n", argv[2]);
+            return 2;
+        }
+        G_shared_memory = words;
+        if (verb[0] == 'h')
+            return modelHas(cap) ? 0 : 1;
+        printf("%d\n", modelValue(cap));
         return 0;
     }
     if (strcmp(verb, "dump") == 0) {

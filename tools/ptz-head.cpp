@@ -9,6 +9,7 @@
 #include "state/config.h"
 #include "state/paths.h"
 #include "state/shm.h"
+#include "ptz/ptzmove.h"
 
 #include <math.h>
 #include <signal.h>
@@ -38,11 +39,11 @@ struct Head {
     int graceTicks[2] = {0, 0};  // a new move is not stopped by the old timer word
 };
 
-static int* words;
-
+// The dome's zoom runs to its module's position factor, a stepped lens to
+// its tenth step.
 static double zoomLimit()
 {
-    return words[17] == 6 ? 2489.0 : 10.0;
+    return shmWord(ZOOM_WORD) == LENS_DOME ? modelValue(Cap::LensZoomFactor) : 10.0;
 }
 
 static void writeFileWhole(const char* path, const char* text)
@@ -195,17 +196,17 @@ static void apply(Head& h, char* line)
 // ends the motion.
 static int axisMoving(int word, int* grace)
 {
-    int t = words[word];
+    int t = shmWord(word);
     if (*grace > 0) {
         --*grace;
-        if (t < 0 && t != -9999)
+        if (t < 0 && t != TIMER_UNLIMITED)
             return 1;
     }
     if (t > 0) {
-        words[word] = t - 1 == 0 ? -1 : t - 1;
+        setShmWord(word, t - 1 == 0 ? TIMER_STOPPED : t - 1);
         return 1;
     }
-    return t == -9999;
+    return t == TIMER_UNLIMITED;
 }
 
 static double approach(double value, double goal, double step)
@@ -216,8 +217,8 @@ static double approach(double value, double goal, double step)
 static void tick(Head& h)
 {
     double dt = TICK_MS / 1000.0;
-    int panTilt = axisMoving(55, &h.graceTicks[0]);
-    int zoomMoving = axisMoving(56, &h.graceTicks[1]);
+    int panTilt = axisMoving(PAN_TILT_TIMER_WORD, &h.graceTicks[0]);
+    int zoomMoving = axisMoving(ZOOM_TIMER_WORD, &h.graceTicks[1]);
     if (h.hasTarget) {
         h.pan = approach(h.pan, h.targetPan, PAN_DEGREES_PER_SECOND * dt);
         h.tilt = approach(h.tilt, h.targetTilt, TILT_DEGREES_PER_SECOND * dt);
@@ -260,8 +261,8 @@ int main()
     signal(SIGTERM, stop);
     signal(SIGINT, stop);
     int id;
-    words = (int*)getShareMemory(&id, ONVIF_SHM_KEY_FILE, ONVIF_SHM_WORDS * 4);
-    if (!words) {
+    G_shared_memory = (int*)getShareMemory(&id, ONVIF_SHM_KEY_FILE, ONVIF_SHM_WORDS * 4);
+    if (!G_shared_memory) {
         fprintf(stderr, "ptz-head: no device-state segment for this root\n");
         return 1;
     }

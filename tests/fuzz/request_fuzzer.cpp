@@ -8,6 +8,7 @@
 // PTZ and IO layout, model code); the rest is the body.
 #include "frame/frame.h"
 #include "frame/xmlsearch.h"
+#include "ptz/ptzmove.h"
 #include "state/command.h"
 #include "state/config.h"
 #include "state/shm.h"
@@ -220,20 +221,30 @@ void checkAndRestore()
 
 void chooseDeviceState(uint8_t b)
 {
-    static const int VARIANTS[] = {0, 1, 12, 16, 24, 30, 32, 34};
+    static const int VARIANTS[] = {0, VARIANT_GENERIC, VARIANT_OPEN_SETUP, VARIANT_VANTOR, VARIANT_V20,
+                                   VARIANT_COUNTRY_SCOPE, VARIANT_VENDOR_TOPICS, VARIANT_ONE_PULL_POINT};
     memset(segment, 0, sizeof segment);
     segment[SERVICE_READY] = 1;
-    segment[845] = b & 1;
+    segment[AUTH_ON_WORD] = b & 1;
     segment[VARIANT_CODE] = VARIANTS[(b >> 1) & 7];
     switch ((b >> 4) & 3) {
-    case 1: segment[16] = 1; segment[17] = 4; segment[18] = 2; break;
-    case 2: segment[16] = 2; segment[17] = 6; segment[18] = 3; segment[78] = 3; break;
-    case 3: segment[18] = 4; break;
+    case 1:
+        segment[PAN_TILT_WORD] = PAN_TILT_RS485;
+        segment[ZOOM_WORD] = LENS_SPLIT_SIXTH_STEP;
+        segment[IO_LAYOUT_WORD] = IO_LAYOUT_HEAD;
+        break;
+    case 2:
+        segment[PAN_TILT_WORD] = PAN_TILT_INTEGRATED;
+        segment[ZOOM_WORD] = LENS_DOME;
+        segment[IO_LAYOUT_WORD] = IO_LAYOUT_HEAD_TWO_RELAYS;
+        segment[ZOOM_MODULE_WORD] = ZOOM_MODULE_2489;
+        break;
+    case 3: segment[IO_LAYOUT_WORD] = IO_LAYOUT_HEAD_TWO_RELAYS_B; break;
     default: break;
     }
-    static const int MODELS[] = {0, 6, 2, 6};
-    segment[79] = MODELS[(b >> 6) & 3];
-    segment[55] = segment[56] = -1;
+    static const int MODELS[] = {0, MODEL_A5S_SDK310, MODEL_WITHOUT_TAMPERING, MODEL_A5S_SDK310};
+    segment[MODEL_CODE_WORD] = MODELS[(b >> 6) & 3];
+    segment[PAN_TILT_TIMER_WORD] = segment[ZOOM_TIMER_WORD] = TIMER_STOPPED;
 }
 
 void removeSandbox()
