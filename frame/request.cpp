@@ -7,10 +7,12 @@
 #include "state/shm.h"
 
 #include <errno.h>
+#include <poll.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
 #include <tinyxml.h>
+#include <unistd.h>
 
 void writeGenericFault();
 
@@ -31,6 +33,26 @@ static long acceptedContentLength(const char* text)
     return n <= MAX_CONTENT_LENGTH ? n : -1;
 }
 
+// A body we refuse unread is still taken off standard input before the
+// answer: Apache's mod_cgid hands the program a socket, and leaving bytes in
+// it resets the connection and loses the answer. Bounded in bytes, and a
+// second of silence ends it: the web server may never close our input.
+#define UNREAD_BODY_DISCARD_LIMIT (4L * 1024 * 1024)
+#define UNREAD_BODY_SILENCE_MS 1000
+
+static void discardUnreadBody()
+{
+    char chunk[4096];
+    long discarded = 0;
+    struct pollfd input = {STDIN_FILENO, POLLIN, 0};
+    while (discarded < UNREAD_BODY_DISCARD_LIMIT && poll(&input, 1, UNREAD_BODY_SILENCE_MS) > 0) {
+        ssize_t n = read(STDIN_FILENO, chunk, sizeof chunk);
+        if (n <= 0)
+            break;
+        discarded += n;
+    }
+}
+
 int serveRequest()
 {
     TiXmlDocument document;
@@ -43,7 +65,8 @@ int serveRequest()
         G_Host = "";
     G_httpAck = 400;
 
-    if (length >= 0 && G_shared_memory && G_shared_memory[SERVICE_READY] == 1) {
+    bool bodyRead = length >= 0 && G_shared_memory && G_shared_memory[SERVICE_READY] == 1;
+    if (bodyRead) {
         size_t got = 0;
         while (got < (size_t)length) {
             size_t n = fread(requestBody + got, 1, (size_t)length - got, stdin);
@@ -67,6 +90,8 @@ int serveRequest()
         }
     }
 
+    if (!bodyRead)
+        discardUnreadBody();
     HttpStatus(G_httpAck);
     if (G_httpAck == 401)
         Print_Error_MSG_to_G_Reponse();
