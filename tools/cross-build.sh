@@ -4,8 +4,10 @@
 # forms: linked against the C library only (build-ARCH/) and, with --static,
 # fully static as well (build-ARCH-static/). Installs Debian's cross
 # toolchain, qemu-user and the target's libraries when missing; prints sizes.
-#   tools/cross-build.sh armel|armhf [--static] [--tests]
+#   tools/cross-build.sh armel|armhf [--static] [--tests] [--install DIR]
 # --tests also builds the test programs (ctest runs them under qemu-arm).
+# --install DIR stages the image's files under DIR (cmake --install with
+# DESTDIR): the fully static program with --static, the other one without.
 # ONVIF_DEBIAN_TINYXML=1 links Debian's TinyXML (with iostreams) instead.
 set -eu
 cd "$(dirname "$0")/.."
@@ -13,17 +15,25 @@ arch="${1:-}"
 case "$arch" in
     armel) triplet=arm-linux-gnueabi ;;
     armhf) triplet=arm-linux-gnueabihf ;;
-    *) echo "usage: $0 armel|armhf [--static] [--tests]" >&2; exit 2 ;;
+    *) echo "usage: $0 armel|armhf [--static] [--tests] [--install DIR]" >&2; exit 2 ;;
 esac
 shift
-static=""; tests=""
-for a in "$@"; do
-    case "$a" in
+static=""; tests=""; stage=""
+while [ $# -gt 0 ]; do
+    case "$1" in
         --static) static=1 ;;
         --tests) tests=1 ;;
-        *) echo "unknown option $a" >&2; exit 2 ;;
+        --install) [ $# -ge 2 ] || { echo "--install needs a directory" >&2; exit 2; }
+                   stage="$2"; shift ;;
+        *) echo "unknown option $1" >&2; exit 2 ;;
     esac
+    shift
 done
+# cmake --install takes DESTDIR from where it runs: make it absolute first.
+if [ -n "$stage" ]; then
+    mkdir -p "$stage"
+    stage=$(cd "$stage" && pwd)
+fi
 
 packages="g++-$triplet qemu-user cmake ninja-build pkg-config dpkg-dev patch libtinyxml-dev:$arch"
 [ -z "$tests" ] || packages="$packages libgtest-dev:$arch lighttpd curl python3"
@@ -49,3 +59,10 @@ fi
 for f in $sizes; do
     printf '%-40s %8d bytes\n' "$f" "$(stat -c %s "$f")"
 done
+if [ -n "$stage" ]; then
+    staged="build-$arch"
+    [ -z "$static" ] || staged="build-$arch-static"
+    DESTDIR="$stage" cmake --install "$staged" >/dev/null
+    echo "staged $staged into $stage:"
+    (cd "$stage" && find . -type f -perm -u+x | sed 's|^\.||')
+fi

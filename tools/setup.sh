@@ -8,6 +8,8 @@ set -eu
 cd "$(dirname "$0")/.."
 
 packages="g++ cmake ninja-build pkg-config libtinyxml-dev libgtest-dev lighttpd python3 python3-lxml curl"
+# The web servers the program is tested behind besides lighttpd.
+packages="$packages apache2 mini-httpd"
 # The simulated camera's stream and snapshots, and ffprobe for their tests.
 packages="$packages libgstrtspserver-1.0-dev gstreamer1.0-plugins-base gstreamer1.0-plugins-good"
 packages="$packages gstreamer1.0-plugins-ugly ffmpeg"
