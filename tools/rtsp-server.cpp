@@ -156,9 +156,13 @@ static int launchLine(const Channel* c, char* out, size_t n)
         len = snprintf(out, n,
                        "( appsrc name=scene is-live=true format=time "
                        "caps=video/x-raw,format=I420,width=%d,height=%d,framerate=%d/1 ! "
-                       "x264enc tune=zerolatency speed-preset=ultrafast bitrate=%d key-int-max=%d ! "
+                       "x264enc tune=zerolatency speed-preset=%s bitrate=%d key-int-max=%d ! "
                        "video/x-h264,profile=%s ! rtph264pay name=pay0 pt=96 config-interval=1 )",
-                       c->width, c->height, c->fps, c->bitrate, c->fps, h264Profile(c));
+                       c->width, c->height, c->fps,
+                       // x264 names the smallest profile its tools fit: the fastest preset
+                       // leaves CABAC out and so always makes Baseline.
+                       strcmp(h264Profile(c), "baseline") == 0 ? "ultrafast" : "superfast", c->bitrate, c->fps,
+                       h264Profile(c));
     return len > 0 && (size_t)len < n;
 }
 
