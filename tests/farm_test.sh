@@ -2,6 +2,7 @@
 # A farm of four simulated cameras end to end, on free loopback addresses and
 # ports: one Probe finds them all with distinct identities and addresses, each
 # answers with its own serial, a pan on one slides its picture and no other,
+# the stream carries the configured H.264 profile,
 # and the watch page in headless Chromium shows them all and its motion switch
 # reaches a pull point of that camera. Nothing is left running.
 set -u
@@ -132,6 +133,11 @@ for k in $(seq 2 $count); do
     still=$(shift_of $k) || fail "camera $k: $still"
     [ "$still" -eq 0 ] || fail "camera $k's picture moved $still pixels without a move"
 done
+
+# --- The stream's H.264 profile is the encoder settings' (channel 2: Main).
+profile=$(timeout 30 ffprobe -v error -rtsp_transport tcp -select_streams v:0 -show_entries stream=profile \
+    -of csv=p=0 "rtsp://$net.2:$rtsp_port/live/ch2" 2>&1)
+[ "$profile" = Main ] || fail "camera 2's channel 2 says Main and streams '$profile'"
 
 # --- Only the loopback range: every listening socket of the farm.
 listening=$(ss -Hlntu 2>/dev/null | awk '{print $5}' | grep -E ":($port|$rtsp_port|$discovery_port)\$")
