@@ -58,10 +58,14 @@ for k in $(seq 1 $count); do
 done
 [ "$(echo $serials | tr ' ' '\n' | sort -u | wc -l)" = $count ] || fail "serials not distinct:$serials"
 
-# --- One Probe to the responder finds every camera, each from its own address.
-python3 - "$discovery_port" "$net" "$port" "$count" > "$work/probe" 2>&1 <<'PY' || fail "discovery: $(cat "$work/probe")"
+# --- One Probe to the responder finds every discoverable camera, each from its
+# own address; a camera made NonDiscoverable hides only itself.
+probe() {  # probe CAMERA...: the cameras that must answer
+    python3 - "$discovery_port" "$net" "$port" "$@" > "$work/probe" 2>&1 <<'PY' || fail "discovery: $(cat "$work/probe")"
 import re, socket, sys, uuid
-port, net, http, count = int(sys.argv[1]), sys.argv[2], sys.argv[3], int(sys.argv[4])
+port, net, http = int(sys.argv[1]), sys.argv[2], sys.argv[3]
+expected = [int(k) for k in sys.argv[4:]]
+count = len(expected)
 probe = ('<?xml version="1.0" encoding="UTF-8"?><e:Envelope xmlns:e="http://www.w3.org/2003/05/soap-envelope" '
          'xmlns:w="http://schemas.xmlsoap.org/ws/2004/08/addressing" xmlns:d="http://schemas.xmlsoap.org/ws/2005/04/discovery" '
          'xmlns:dn="http://www.onvif.org/ver10/network/wsdl"><e:Header><w:MessageID>uuid:%s</w:MessageID>'
@@ -70,7 +74,7 @@ probe = ('<?xml version="1.0" encoding="UTF-8"?><e:Envelope xmlns:e="http://www.
          '<e:Body><d:Probe><d:Types>dn:NetworkVideoTransmitter</d:Types></d:Probe></e:Body></e:Envelope>' % uuid.uuid4())
 s = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
 s.bind(("127.0.0.1", 0))
-s.settimeout(3)
+s.settimeout(2)
 s.sendto(probe.encode(), ("127.0.0.1", port))
 found = {}
 try:
@@ -83,12 +87,22 @@ try:
         found[sender[0]] = (endpoint, xaddr, name)
 except socket.timeout:
     pass
-want = {"%s.%d" % (net, k): "http://%s.%d:%s/onvif/device_service" % (net, k, http) for k in range(1, count + 1)}
+want = {"%s.%d" % (net, k): "http://%s.%d:%s/onvif/device_service" % (net, k, http) for k in expected}
+try:
+    data, sender = s.recvfrom(65536)  # nobody more
+    found[sender[0]] = ("", "", "")
+except socket.timeout:
+    pass
 assert set(found) == set(want), "answered from %s" % sorted(found)
 assert all(found[a][1] == want[a] for a in want), "XAddrs %s" % found
 assert len({f[0] for f in found.values()}) == count, "endpoints not distinct: %s" % found
 assert len({f[2] for f in found.values()}) == count, "names not distinct: %s" % found
 PY
+}
+probe $(seq 1 $count)
+hidden=$(soap $count "<tds:SetDiscoveryMode><tds:DiscoveryMode>NonDiscoverable</tds:DiscoveryMode></tds:SetDiscoveryMode>")
+echo "$hidden" | grep -q SetDiscoveryModeResponse || fail "SetDiscoveryMode: $hidden"
+probe $(seq 1 $((count - 1)))
 
 # --- A pan to the right on camera 1 slides its picture left; the others stay.
 snapshots() {  # snapshots SUFFIX: the sub-stream picture of every camera, as grey pixels

@@ -262,6 +262,9 @@ static void mountChannel(Camera* camera, GstRTSPMountPoints* mounts, int n, cons
 static void loadChannels(Camera* camera)
 {
     loadSceneCamera(&camera->scene, camera->scene.root);
+    // Attaches the segment here, before any streaming thread looks at it.
+    SceneView view;
+    currentView(&camera->scene, 1, &view);
     GstRTSPMountPoints* mounts = gst_rtsp_server_get_mount_points(camera->server);
     for (int i = 0; i < MAX_CHANNELS; ++i) {
         Channel* c = &camera->channels[i];

@@ -61,8 +61,19 @@ install_program() {  # root stand-in path
     mkdir -p "$(dirname "$1/$3")"
     cp "tools/sim/$2" "$1/$3"
 }
-# prepare_root ROOT ADDRESS [NUMBER]: a fresh root at ADDRESS; a farm camera
-# (NUMBER given) gets its own serial/MAC address, host name and scope name.
+# identify ROOT ADDRESS NUMBER: a farm camera's own address, serial/MAC
+# address, host name and scope name, over a copy of a prepared root.
+identify() {
+    for conf in "$1/tmp/onvif/onvif.conf" "$1/usr/apache/htdocs/onvif/onvif.conf"; do
+        sed -i -e "s|^Network.IPv4.Config.Manual.Address=.*|Network.IPv4.Config.Manual.Address=$2|" \
+            -e "s|^MAC=.*|MAC=$(printf '02:53:49:4D:%02X:%02X' $(($3 / 256)) $(($3 % 256)))|" \
+            -e "s|^HostnameInformation.Name=.*|HostnameInformation.Name=ipcamera-$3|" \
+            -e "s|^FixedScopes=onvif://www.onvif.org/name/.*|FixedScopes=onvif://www.onvif.org/name/IPCamera-$3|" "$conf"
+    done
+    sed -i -e "s|^root.Network.IPAddress=.*|root.Network.IPAddress=$2|" \
+        -e "s|^root.Network.HostName=.*|root.Network.HostName=ipcamera-$3|" "$1/etc/sysconfig/network.conf"
+}
+# prepare_root ROOT ADDRESS: a fresh root at ADDRESS.
 prepare_root() {
     rm -rf "$1"
     mkdir -p "$1"
@@ -72,13 +83,7 @@ prepare_root() {
         set_key "$conf" Network.IPv4.Config.Manual.Address "$2"
         set_key "$conf" Network.Protocols.HTTP.Port "$port"
         set_key "$conf" Network.Protocols.RTSP.Port "$rtsp_port"
-        if [ -n "${3:-}" ]; then
-            set_key "$conf" MAC "$(printf '02:53:49:4D:%02X:%02X' $(($3 / 256)) $(($3 % 256)))"
-            set_key "$conf" HostnameInformation.Name "ipcamera-$3"
-            sed -i "s|^FixedScopes=onvif://www.onvif.org/name/.*|FixedScopes=onvif://www.onvif.org/name/IPCamera-$3|" "$conf"
-        fi
     done
-    [ -z "${3:-}" ] || set_key "$1/etc/sysconfig/network.conf" root.Network.HostName "ipcamera-$3"
     # Each encoder channel's RTSP path and snapshot name, where the factory
     # files do not carry them yet.
     for encoder in "$1"/tmp/onvif/VideoEncoder*.VEncoder; do
@@ -115,13 +120,18 @@ if [ -z "$farm" ]; then
     export ONVIF_ROOT="$root"
     echo "127.0.0.1 $root" > "$list"
 else
+    # One root prepared, then copied: a large farm starts in seconds.
+    prepare_root "$farm/template" "$net.1"
+    set_key "$farm/template/etc/sysconfig/network.conf" root.Network.HostName ipcamera
     k=1
     : > "$list"
     while [ $k -le "$cameras" ]; do
-        prepare_root "$farm/cam$k" "$net.$k" $k
+        cp -a "$farm/template" "$farm/cam$k"
+        identify "$farm/cam$k" "$net.$k" $k
         echo "$net.$k $farm/cam$k" >> "$list"
         k=$((k + 1))
     done
+    rm -rf "$farm/template"
 fi
 roots=$(cut -d' ' -f2 "$list")
 
