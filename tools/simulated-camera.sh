@@ -208,17 +208,23 @@ server.document-root = "$page_dir"
 server.errorlog = "${farm:-$root}/lighttpd-error.log"
 index-file.names = ("index.html")
 mimetype.assign = (".jpg" => "image/jpeg", ".html" => "text/html; charset=utf-8")
-alias.url = ("/onvif/device_service" => "$build/device_service", "/status.cgi" => "$top/tools/sim/status.cgi")
 cgi.assign = ("/device_service" => "$cgi_runner", "/status.cgi" => ""$snapshot_cgi)
 CONF
 if [ -z "$farm" ]; then
-    echo "setenv.add-environment = (\"ONVIF_ROOT\" => \"$root\", \"SIM_TOOLS\" => \"$top/tools/sim\")" >> "$conf"
+    cat >> "$conf" <<CONF
+alias.url = ("/onvif/device_service" => "$build/device_service", "/status.cgi" => "$top/tools/sim/status.cgi")
+setenv.add-environment = ("ONVIF_ROOT" => "$root", "SIM_TOOLS" => "$top/tools/sim")
+CONF
 else
+    # The page's address runs no service: without a camera root it would
+    # reach for the real camera's files.
+    echo "alias.url = (\"/status.cgi\" => \"$top/tools/sim/status.cgi\")" >> "$conf"
     echo "setenv.add-environment = (\"SIM_CAMERAS\" => \"$list\")" >> "$conf"
     while read -r address r; do
         cat >> "$conf" <<CONF
 \$SERVER["socket"] == "$address:$port" {
     server.document-root = "$r/www"
+    alias.url = ("/onvif/device_service" => "$build/device_service")
     setenv.add-environment = ("ONVIF_ROOT" => "$r", "SIM_TOOLS" => "$top/tools/sim")
 }
 CONF

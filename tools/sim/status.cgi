@@ -82,8 +82,8 @@ def reply(status, body, kind="application/json"):
 def main():
     known = cameras()
     if os.environ.get("REQUEST_METHOD") == "POST":
-        length = int(os.environ.get("CONTENT_LENGTH") or 0)
-        form = urllib.parse.parse_qs(sys.stdin.read(min(length, 1024)))
+        length = os.environ.get("CONTENT_LENGTH", "")
+        form = urllib.parse.parse_qs(sys.stdin.read(min(int(length), 1024)) if length.isdigit() else "")
         number = (form.get("camera") or [""])[0]
         state = (form.get("motion") or [""])[0]
         if not number.isdigit() or not 1 <= int(number) <= len(known) or state not in ("on", "off"):
