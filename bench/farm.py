@@ -4,7 +4,7 @@
 # measures the start time, the idle processor time and memory, N_STREAMS (8)
 # sub-stream viewers at once, and a paced load of device-information class
 # requests spread over the farm with every answer checked. Prints a Markdown
-# section for bench/RESULTS.md.
+# section and puts it in bench/RESULTS.md in place of the last one.
 #   bench/farm.py [CAMERAS]      (FARM_IDLE_SECONDS 30, FARM_STREAM_SECONDS 20,
 #                                 FARM_RATE 100, FARM_LOAD_SECONDS 10)
 import concurrent.futures
@@ -35,6 +35,17 @@ DEVICE_INFORMATION = open(os.path.join(TOP, "tools/sim/GetDeviceInformation.xml"
 CAPABILITIES = (b'<?xml version="1.0" encoding="UTF-8"?><s:Envelope xmlns:s="http://www.w3.org/2003/05/soap-envelope" '
                 b'xmlns:tds="http://www.onvif.org/ver10/device/wsdl"><s:Body><tds:GetCapabilities>'
                 b'<tds:Category>All</tds:Category></tds:GetCapabilities></s:Body></s:Envelope>')
+
+
+NOTES = (
+    "One web server, one stream server and one discovery responder serve the whole farm; each camera adds "
+    "its PTZ head process (resident memory counted whole, shared library pages included). A channel is "
+    "encoded only while someone watches it, in one pipeline its viewers share; a snapshot is drawn when "
+    "it is asked for. Idle: nobody asks anything; the heads poll their command queues ten times a second "
+    "and write their position only when it changes. Viewers: ffmpeg over RTSP/TCP, one per camera, "
+    "frames received per second of stream. Requests: paced at the rate, each to a random camera, every "
+    "answer checked for that camera's serial number or its own address; GetDeviceInformation carries the "
+    "program's fixed half-second wait after opening a settings file, hence the latency.")
 
 
 def free_port(kind=socket.SOCK_STREAM):
@@ -205,13 +216,24 @@ def main():
         log.close()
         subprocess.run(["rm", "-rf", work])
     load = os.getloadavg()
-    print("## The camera farm\n")
-    print("Output of `bench/farm.py %d` on %s UTC: %d cores, load average %.1f at the end (the machine is shared "
+    section = []
+    say = section.append  # the section goes to the screen and to the results
+    say("## The camera farm\n")
+    say("Output of `bench/farm.py %d` on %s UTC: %d cores, load average %.1f at the end (the machine is shared "
           "with other work while it runs).\n" % (CAMERAS, time.strftime("%Y-%m-%d %H:%M", time.gmtime()),
                                                  os.cpu_count(), load[0]))
-    print("| measure | goal | result | met |\n|---|---|---|---|")
+    say("| measure | goal | result | met |\n|---|---|---|---|")
     for what, goal, result, met in rows:
-        print("| %s | %s | %s | %s |" % (what, goal, result, "yes" if met else "**no**"))
+        say("| %s | %s | %s | %s |" % (what, goal, result, "yes" if met else "**no**"))
+    say("")
+    say(NOTES)
+    text = "\n".join(section) + "\n"
+    sys.stdout.write(text)
+    results = os.path.join(TOP, "bench/RESULTS.md")
+    with open(results, encoding="utf-8") as f:
+        kept = f.read().split("## The camera farm")[0].rstrip("\n")
+    with open(results, "w", encoding="utf-8") as f:
+        f.write(kept + "\n\n" + text)
     return 0 if all(r[3] for r in rows) else 1
 
 
