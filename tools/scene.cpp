@@ -25,7 +25,7 @@ struct Landmark {
 // view tells where it points.
 static const Landmark LANDMARKS[] = {
     {0, 3, 16, 76, 84, 255},    // red tower at north
-    {30, 9, 6, 150, 44, 21},    // yellow hall
+    {30, 9, 6, 150, 44, 21},    // green hall
     {62, 5, 11, 105, 212, 234}, // magenta block
     {95, 12, 4, 120, 120, 120}, // grey wall
     {128, 4, 14, 29, 255, 107}, // blue tower
@@ -34,7 +34,7 @@ static const Landmark LANDMARKS[] = {
     {238, 8, 10, 170, 166, 16}, // cyan block
     {275, 6, 5, 145, 54, 34},   // green-yellow shed
     {310, 11, 9, 95, 100, 200}, // brick row
-    {340, 4, 13, 180, 60, 150}, // orange tower
+    {340, 4, 13, 180, 60, 150}, // yellow tower
 };
 #define LANDMARK_COUNT (sizeof LANDMARKS / sizeof LANDMARKS[0])
 
