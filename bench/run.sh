@@ -151,6 +151,8 @@ for line in open(f"{work}/sizes"):
 PY
 
 cpu=$(sed -n 's/^model name[[:space:]]*: //p' /proc/cpuinfo | head -n 1)
+# The farm's section (bench/farm.py) stays as it was.
+sed -n '/^## The camera farm/,$p' bench/RESULTS.md > "$work/farm" 2>/dev/null || true
 {
     echo "# Benchmark results"
     echo
@@ -158,5 +160,6 @@ cpu=$(sed -n 's/^model name[[:space:]]*: //p' /proc/cpuinfo | head -n 1)
     echo "work), $(uname -sr), $(. /etc/os-release && echo "$PRETTY_NAME"), commit $(git rev-parse --short HEAD)."
     echo
     cat "$work/table"
+    [ ! -s "$work/farm" ] || { echo; cat "$work/farm"; }
 } > bench/RESULTS.md
 cat bench/RESULTS.md

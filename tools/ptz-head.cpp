@@ -1,9 +1,10 @@
 // ptz-head: plays the camera's PTZ process for the simulated camera. It
 // carries out the commands the PTZ program stand-in queues, moves a head
 // state at the commanded velocities, counts the motion timers of the
-// device-state segment down in tenths of a second as the camera does,
+// device-state segment down in tenths of a second of the monotonic clock, as
+// the camera does (a busy machine delays a tick, never stretches a move),
 // keeps presets in the integrated preset store, and leaves the position
-// where the query stand-ins print it from. It tells how far into the queue
+// where the query stand-ins print it from and the picture reads it. It tells how far into the queue
 // it has carried out commands, so the stand-in can answer a preset only once
 // it is stored. Runs until it gets SIGTERM.
 #include "state/config.h"
@@ -16,6 +17,7 @@
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
+#include <time.h>
 #include <unistd.h>
 
 #define COMMANDS "/tmp/ptz_head_commands"
@@ -23,7 +25,9 @@
 #define ZOOM "/tmp/ptz_head_zoom"
 #define PRESETS "/etc/dynamic/ptz.conf"
 #define DONE "/tmp/ptz_head_done"
-#define TICK_MS 100
+#define VIEW "/tmp/ptz_head_view"
+#define IDLE_TICK_MS 100
+#define MOVING_TICK_MS 40   // the picture follows a moving head smoothly
 #define PAN_DEGREES_PER_SECOND 60.0
 #define TILT_DEGREES_PER_SECOND 30.0
 
@@ -37,6 +41,7 @@ struct Head {
     double targetPan = 0, targetTilt = 45, targetZoom = 0;
     double homePan = 0, homeTilt = 45, homeZoom = 0;
     int graceTicks[2] = {0, 0};  // a new move is not stopped by the old timer word
+    double owed[2] = {0, 0};     // seconds run on each timer not yet counted off in tenths
 };
 
 // The dome's zoom runs to its module's position factor, a stepped lens to
@@ -51,13 +56,25 @@ static void writeFileWhole(const char* path, const char* text)
     replaceFileContent(path, text);
 }
 
+// Written only when they change: an idle farm of heads stays quiet.
+static void publishWhenChanged(const char* path, const char* text, char* last, size_t n)
+{
+    if (strcmp(text, last) == 0)
+        return;
+    writeFileWhole(path, text);
+    snprintf(last, n, "%s", text);
+}
+
 static void publish(const Head& h)
 {
+    static char lastPosition[128], lastZoom[128], lastView[128];
     char text[128];
     snprintf(text, sizeof text, "pan = %f\ntilt = %f\nzoom = %d\n", h.pan, h.tilt, (int)lround(h.zoom));
-    writeFileWhole(POSITION, text);
+    publishWhenChanged(POSITION, text, lastPosition, sizeof lastPosition);
     snprintf(text, sizeof text, "zoom = %d\n", (int)lround(h.zoom));
-    writeFileWhole(ZOOM, text);
+    publishWhenChanged(ZOOM, text, lastZoom, sizeof lastZoom);
+    snprintf(text, sizeof text, "%f %f %f\n", h.pan, h.tilt, h.zoom / zoomLimit());
+    publishWhenChanged(VIEW, text, lastView, sizeof lastView);
 }
 
 struct PresetEdit {
@@ -192,21 +209,36 @@ static void apply(Head& h, char* line)
     }
 }
 
-// The timer word of one axis: tenths left, counted down here; a stop value
-// ends the motion.
-static int axisMoving(int word, int* grace)
+// The timer word of one axis: tenths left, counted down here by the time
+// that has run; a stop value ends the motion. Returns how long within the
+// last dt seconds the axis was moving.
+static double axisMoving(int word, int* grace, double* owed, double dt)
 {
     int t = shmWord(word);
     if (*grace > 0) {
         --*grace;
-        if (t < 0 && t != TIMER_UNLIMITED)
-            return 1;
+        if (t < 0 && t != TIMER_UNLIMITED) {
+            *owed = 0;
+            return dt;
+        }
     }
-    if (t > 0) {
-        setShmWord(word, t - 1 == 0 ? TIMER_STOPPED : t - 1);
-        return 1;
+    if (t == TIMER_UNLIMITED)
+        return dt;
+    if (t <= 0) {
+        *owed = 0;
+        return 0;
     }
-    return t == TIMER_UNLIMITED;
+    *owed += dt;
+    int tenths = (int)(*owed * 10);
+    if (tenths >= t) {
+        setShmWord(word, TIMER_STOPPED);
+        double moved = dt - (*owed - t / 10.0);
+        *owed = 0;
+        return moved > 0 ? moved : 0;
+    }
+    setShmWord(word, t - tenths);
+    *owed -= tenths / 10.0;
+    return dt;
 }
 
 static double approach(double value, double goal, double step)
@@ -214,11 +246,15 @@ static double approach(double value, double goal, double step)
     return fabs(goal - value) <= step ? goal : value + (goal > value ? step : -step);
 }
 
-static void tick(Head& h)
+static int moving(const Head& h)
 {
-    double dt = TICK_MS / 1000.0;
-    int panTilt = axisMoving(PAN_TILT_TIMER_WORD, &h.graceTicks[0]);
-    int zoomMoving = axisMoving(ZOOM_TIMER_WORD, &h.graceTicks[1]);
+    return h.hasTarget || h.panSpeed != 0 || h.tiltSpeed != 0 || h.zoomSpeed != 0;
+}
+
+static void tick(Head& h, double dt)
+{
+    double panTilt = axisMoving(PAN_TILT_TIMER_WORD, &h.graceTicks[0], &h.owed[0], dt);
+    double zoomTime = axisMoving(ZOOM_TIMER_WORD, &h.graceTicks[1], &h.owed[1], dt);
     if (h.hasTarget) {
         h.pan = approach(h.pan, h.targetPan, PAN_DEGREES_PER_SECOND * dt);
         h.tilt = approach(h.tilt, h.targetTilt, TILT_DEGREES_PER_SECOND * dt);
@@ -227,17 +263,24 @@ static void tick(Head& h)
             h.hasTarget = 0;
         return;
     }
-    if (!panTilt)
-        h.panSpeed = h.tiltSpeed = 0;
-    if (!zoomMoving)
-        h.zoomSpeed = 0;
-    h.pan += h.panSpeed * dt;
+    h.pan += h.panSpeed * panTilt;
     if (h.pan > 180)
         h.pan -= 360;
     if (h.pan < -180)
         h.pan += 360;
-    h.tilt = fmin(90, fmax(0, h.tilt + h.tiltSpeed * dt));
-    h.zoom = fmin(zoomLimit(), fmax(0, h.zoom + h.zoomSpeed * dt));
+    h.tilt = fmin(90, fmax(0, h.tilt + h.tiltSpeed * panTilt));
+    h.zoom = fmin(zoomLimit(), fmax(0, h.zoom + h.zoomSpeed * zoomTime));
+    if (panTilt < dt)
+        h.panSpeed = h.tiltSpeed = 0;
+    if (zoomTime < dt)
+        h.zoomSpeed = 0;
+}
+
+static double monotonicSeconds()
+{
+    struct timespec now;
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    return now.tv_sec + now.tv_nsec / 1e9;
 }
 
 // The queue offset up to which commands are carried out, written whole and
@@ -276,6 +319,7 @@ int main()
     long done = ftell(queue);
     acknowledge(done);
     char line[1024];
+    double last = monotonicSeconds();
     while (running) {
         clearerr(queue);
         while (fgets(line, sizeof line, queue))
@@ -284,9 +328,11 @@ int main()
             done = ftell(queue);
             acknowledge(done);
         }
-        tick(h);
+        double now = monotonicSeconds();
+        tick(h, now - last);
+        last = now;
         publish(h);
-        usleep(TICK_MS * 1000);
+        usleep((moving(h) ? MOVING_TICK_MS : IDLE_TICK_MS) * 1000);
     }
     fclose(queue);
     return 0;

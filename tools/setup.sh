@@ -12,7 +12,9 @@ packages="g++ cmake ninja-build pkg-config libtinyxml-dev libgtest-dev lighttpd 
 packages="$packages apache2 mini-httpd"
 # The simulated camera's stream and snapshots, and ffprobe for their tests.
 packages="$packages libgstrtspserver-1.0-dev gstreamer1.0-plugins-base gstreamer1.0-plugins-good"
-packages="$packages gstreamer1.0-plugins-ugly ffmpeg"
+packages="$packages gstreamer1.0-plugins-ugly ffmpeg libjpeg-dev"
+# The watch page's test: headless Chromium.
+packages="$packages chromium"
 # The client flows: zeep, and node with npm for the npm clients (a node that
 # came without Debian's package is kept as it is).
 packages="$packages python3-zeep"
