@@ -319,18 +319,13 @@ static int nextSectionRow(const NetworkSetter* setter, int from)
     return first;
 }
 
-static int readInSpan(const char* element, Span span, char* buf, size_t n)
+static Read readInSpan(const char* element, Span span, char* buf, size_t n)
 {
-    int row = -1;
-    int r = requestTextFrom(element, span.from, &row, buf, n);
-    if (r != VALUE_ABSENT && row >= span.to) {
-        buf[0] = 0;
-        return VALUE_ABSENT;
-    }
-    return r;
+    return requestTextWithin(element, span.from, span.to, buf, n);
 }
 
-// The span of a rule's section in this request; 0 when the request has none.
+// The span of a rule's section in this request; 0 when the request has none,
+// -1 when a selecting name was refused (the refusal is written).
 static int sectionSpan(const NetworkSetter* setter, const NetworkRule* rule, Span* span)
 {
     if (!rule->section) {
@@ -345,8 +340,12 @@ static int sectionSpan(const NetworkSetter* setter, const NetworkRule* rule, Spa
         span->from = row + 1;
         span->to = nextSectionRow(setter, row + 1);
         char name[16];
-        if (!rule->selector || (readInSpan("Name", *span, name, sizeof name) == VALUE_READ &&
-                                strcmp(name, rule->selector) == 0))
+        if (!rule->selector)
+            return 1;
+        Read r = readInSpan("Name", *span, name, sizeof name);
+        if (r == Read::Refused)
+            return -1;
+        if (r == Read::Value && strcmp(name, rule->selector) == 0)
             return 1;
         from = row + 1;
     }
@@ -361,9 +360,9 @@ static int checkEveryOccurrence(const NetworkSetter* setter, const NetworkRule* 
             return 1;
         Span span = {row + 1, nextSectionRow(setter, row + 1)};
         char value[NETWORK_VALUE_SIZE];
-        int r = readInSpan(rule->element, span, value, sizeof value);
-        if ((r == VALUE_ABSENT && (rule->flags & REQUIRED)) || r == VALUE_REFUSED ||
-            (r == VALUE_READ && rule->check(value, rule->min, rule->max) != 0)) {
+        Read r = readInSpan(rule->element, span, value, sizeof value);
+        if ((r == Read::Absent && (rule->flags & REQUIRED)) || r == Read::Refused ||
+            (r == Read::Value && rule->check(value, rule->min, rule->max) != 0)) {
             refuseRule(rule);
             return 0;
         }
@@ -436,13 +435,16 @@ static int applyNetworkRules(const NetworkSetter* setter, int* restartNeeded)
         if (rule.section && !rule.selector && !checkEveryOccurrence(setter, &rule))
             return 0;
         Span span;
-        if (!sectionSpan(setter, &rule, &span))
+        int found = sectionSpan(setter, &rule, &span);
+        if (found < 0)
+            return 0;
+        if (!found)
             continue;
         PendingValue* v = &pending.items[pending.count];
-        int r = readInSpan(rule.element, span, v->value, sizeof v->value);
-        if (r == VALUE_ABSENT && !(rule.flags & REQUIRED))
+        Read r = readInSpan(rule.element, span, v->value, sizeof v->value);
+        if (r == Read::Absent && !(rule.flags & REQUIRED))
             continue;
-        if (r != VALUE_READ || rule.check(v->value, rule.min, rule.max) != 0) {
+        if (r != Read::Value || rule.check(v->value, rule.min, rule.max) != 0) {
             refuseRule(&rule);
             return 0;
         }

@@ -330,8 +330,10 @@ void GetDiscoveryMode()
 void SetDiscoveryMode()
 {
     char mode[17];
-    int present = requestText("DiscoveryMode", mode, 17) || requestText("tds:DiscoveryMode", mode, 17);
-    if (present) {
+    Read read = requestTextEither("DiscoveryMode", "tds:DiscoveryMode", mode, 17);
+    if (read == Read::Refused)
+        return;
+    if (read == Read::Value) {
         if (hasLineBreak(mode)) {
             writeSenderFault2("InvalidArgVal", "InvalidArgs", "The discovery mode is not valid",
                               "A discovery mode may not hold a line break.");

@@ -12,6 +12,7 @@
 #include "state/paths.h"
 #include "state/shm.h"
 
+#include <limits.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
@@ -175,7 +176,10 @@ void PullMessages()
 {
     char text[33];
     int timeout = MAX_PULL_SECONDS;
-    if (requestText("wsnt:Timeout", text, 33)) {
+    Read timeoutRead = requestText("wsnt:Timeout", text, 33);
+    if (timeoutRead == Read::Refused)
+        return;
+    if (timeoutRead == Read::Value) {
         int h, m, s;
         GetTimeSpanIntoTimeInteger(text, &h, &m, &s);
         long total = (long)h * 3600 + (long)m * 60 + s;
@@ -186,7 +190,10 @@ void PullMessages()
         }
         timeout = total < 0 ? 0 : (int)total;
     }
-    int limit = requestText("wsnt:MessageLimit", text, 33) ? (int)strtol(text, 0, 10) : 2;
+    long limitRead = 2;
+    if (requestNumber("wsnt:MessageLimit", INT_MIN, INT_MAX, &limitRead) == Read::Refused)
+        return;
+    int limit = (int)limitRead;
 
     struct tm now;
     char current[64];

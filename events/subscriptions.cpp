@@ -149,7 +149,8 @@ void writeResourceUnknownFault()
     closeEventFault();
 }
 
-enum FilterResult { FILTER_OK = 0, FILTER_BAD_TOPIC = 1, FILTER_BAD_CONTENT = 2 };
+// FILTER_REFUSED: a value did not fit its buffer; its refusal is written.
+enum FilterResult { FILTER_OK = 0, FILTER_BAD_TOPIC = 1, FILTER_BAD_CONTENT = 2, FILTER_REFUSED = 3 };
 
 int check_msg_content(const char* text, int length)
 {
@@ -223,8 +224,11 @@ static const TopicRow VENDOR_TOPICS[] = {
 static int classifyFilter(int variant, int isSubscribe, int* code)
 {
     char topic[65], content[257];
-    int hasTopic = requestText("wsnt:TopicExpression", topic, 65);
-    int hasContent = requestText("wsnt:MessageContent", content, (isSubscribe ? 64 : 256) + 1);
+    Read topicRead = requestText("wsnt:TopicExpression", topic, 65);
+    Read contentRead = requestText("wsnt:MessageContent", content, (isSubscribe ? 64 : 256) + 1);
+    if (topicRead == Read::Refused || contentRead == Read::Refused)
+        return FILTER_REFUSED;
+    int hasTopic = topicRead == Read::Value, hasContent = contentRead == Read::Value;
     if (!hasTopic && !hasContent) {
         *code = 10;
         return FILTER_OK;
@@ -272,9 +276,19 @@ static int refuseFilter(int result)
 {
     if (result == FILTER_OK)
         return 0;
+    if (result == FILTER_REFUSED)
+        return 1;
     writeInvalidFilterFault("Argument Value Invalid", "The Subscribe message contained an unsupported filter",
                             result == FILTER_BAD_TOPIC ? "wsnt:TopicExpression" : "wsnt:MessageContent");
     return 1;
+}
+
+// 1 when read (or absent, *has 0); 0 when refused.
+static int readInitialTermination(char* initial, size_t n, int* has)
+{
+    Read r = requestText("tet:InitialTerminationTime", initial, n);
+    *has = r == Read::Value;
+    return r != Read::Refused;
 }
 
 static int firstFreeSlot()
@@ -309,9 +323,10 @@ static void claimSlot(int state, const int address[4], int filterCode, const cha
     slot[SLOT_TERMINATION_MODE] = mode;
 }
 
-// The subscription address, the times, and the termination to store.
-static int writeSubscriptionReference(const char* openTag, const char* referenceTag, char* termination, size_t n,
-                                      int* number)
+// The subscription address, the times, and the termination to store;
+// the initial termination was read beforehand (readInitialTermination).
+static int writeSubscriptionReference(const char* openTag, const char* referenceTag, const char* initial,
+                                      int hasInitial, char* termination, size_t n, int* number)
 {
     char camera[64] = "", service[96];
     addressFromNetworkFile(camera, sizeof camera);
@@ -321,8 +336,6 @@ static int writeSubscriptionReference(const char* openTag, const char* reference
     *number = idx + 1;
     setResponse("<%s><%s><wsa5:Address>%s/onvif/device_service?Idx=%d</wsa5:Address></%s>", openTag,
                 referenceTag, service, idx, referenceTag);
-    char initial[33];
-    int hasInitial = requestText("tet:InitialTerminationTime", initial, 33);
     struct tm now;
     char current[64];
     currentTime(&now);
@@ -349,10 +362,12 @@ void CreatePullPointSubscription()
     int code = 10;
     if (refuseFilter(classifyFilter(variant, 0, &code)))
         return;
-    char termination[64], path[64];
-    int number;
+    char termination[64], path[64], initial[33];
+    int number, hasInitial;
+    if (!readInitialTermination(initial, sizeof initial, &hasInitial))
+        return;
     int mode = writeSubscriptionReference("tev:CreatePullPointSubscriptionResponse", "tev:SubscriptionReference",
-                                          termination, sizeof termination, &number);
+                                          initial, hasInitial, termination, sizeof termination, &number);
     // With the table full the answer names slot 0, whose file is its subscriber's: leave it.
     if (firstFreeSlot() >= 0) {
         eventFilePath(number, path, sizeof path);
@@ -372,15 +387,20 @@ void Subscribe()
         return;
     char consumer[129];
     // The record keeps the address on one line: an address with a line break is no address.
-    if (!requestText("a:Address", consumer, 129) || strcmp(consumer, "(null)") == 0 || hasLineBreak(consumer)) {
+    Read consumerRead = requestText("a:Address", consumer, 129);
+    if (consumerRead == Read::Refused)
+        return;
+    if (consumerRead == Read::Absent || strcmp(consumer, "(null)") == 0 || hasLineBreak(consumer)) {
         writeInvalidFilterFault("Argument Value Invalid", "The Subscribe message contained an unsupported filter",
                                 "wsnt:Need Assign Address");
         return;
     }
-    char termination[64], path[64], record[256];
-    int number;
-    int mode = writeSubscriptionReference("wsnt:SubscribeResponse", "wsnt:SubscriptionReference", termination,
-                                          sizeof termination, &number);
+    char termination[64], path[64], record[256], initial[33];
+    int number, hasInitial;
+    if (!readInitialTermination(initial, sizeof initial, &hasInitial))
+        return;
+    int mode = writeSubscriptionReference("wsnt:SubscribeResponse", "wsnt:SubscriptionReference", initial,
+                                          hasInitial, termination, sizeof termination, &number);
     if (firstFreeSlot() >= 0) {
         pushRecordPath(number, path, sizeof path);
         snprintf(record, sizeof record, "consumer_address=%s\nclient_no=%d\n", consumer, number);
@@ -403,7 +423,10 @@ void Renew()
         return;
     }
     char requested[33];
-    if (!requestText("tet:TerminationTime", requested, 33)) {
+    Read read = requestText("tet:TerminationTime", requested, 33);
+    if (read == Read::Refused)
+        return;
+    if (read == Read::Absent) {
         setResponse("<wsnt:RenewResponse><wsnt:TerminationTime>Z</wsnt:TerminationTime>"
                     "<wsnt:CurrentTime>Z</wsnt:CurrentTime></wsnt:RenewResponse>");
         return;
@@ -459,14 +482,8 @@ void Unsubscribe()
     setResponse("<wsnt:UnsubscribeResponse></wsnt:UnsubscribeResponse>");
 }
 
-void SetSynchronizationPoint()
+void EventSetSynchronizationPoint()
 {
-    if (G_XML != 2) {
-        // The media service's form: the streams start over with a key frame.
-        runCameraProgramWith("h264/restart_stream.cgi", 0, 0);
-        setResponse("<trt:SetSynchronizationPointResponse></trt:SetSynchronizationPointResponse>");
-        return;
-    }
     int number = requestedSubscriptionNumber();
     for (int k = 0; k < SUBSCRIPTION_SLOTS && number > 0; ++k) {
         int* slot = subscriptionSlot(k);

@@ -6,30 +6,63 @@
 
 #include <errno.h>
 #include <math.h>
+#include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
 
-static int copyWhole(const char* text, char* buf, size_t n)
+// Every refusal answers the same way unless the handler names its own fault.
+static Read refused(const char* what)
 {
-    if (!text)
-        return VALUE_ABSENT;
-    size_t len = strlen(text);
-    if (n == 0 || len >= n)
-        return VALUE_REFUSED;
-    memcpy(buf, text, len + 1);
-    return VALUE_READ;
+    char detail[160];
+    snprintf(detail, sizeof detail, "The value of %s is too long for its field or not of its kind.", what);
+    refuseRequestValue("InvalidArgs", "The value is not valid", detail);
+    return Read::Refused;
 }
 
-int requestTextFrom(const char* key, int startRow, int* row, char* buf, size_t n)
+static Read copyWhole(const char* what, const char* text, char* buf, size_t n)
+{
+    if (!text)
+        return Read::Absent;
+    size_t len = strlen(text);
+    if (n == 0 || len >= n)
+        return refused(what);
+    memcpy(buf, text, len + 1);
+    return Read::Value;
+}
+
+Read requestTextFrom(const char* key, int startRow, int* row, char* buf, size_t n)
 {
     if (n)
         buf[0] = 0;
-    return copyWhole(elementText(key, startRow, row), buf, n);
+    return copyWhole(key, elementText(key, startRow, row), buf, n);
 }
 
-int requestText(const char* key, char* buf, size_t n)
+Read requestText(const char* key, char* buf, size_t n)
 {
     return requestTextFrom(key, 0, 0, buf, n);
+}
+
+int requestRowFrom(const char* key, int startRow)
+{
+    int row = -1;
+    return elementText(key, startRow, &row) ? row : -1;
+}
+
+Read requestTextWithin(const char* key, int fromRow, int toRow, char* buf, size_t n)
+{
+    int row = requestRowFrom(key, fromRow);
+    if (row < 0 || row >= toRow) {
+        if (n)
+            buf[0] = 0;
+        return Read::Absent;
+    }
+    return requestRowValue(row, buf, n);
+}
+
+Read requestTextEither(const char* key, const char* otherKey, char* buf, size_t n)
+{
+    Read r = requestText(key, buf, n);
+    return r == Read::Absent ? requestText(otherKey, buf, n) : r;
 }
 
 int requestHas(const char* key)
@@ -60,29 +93,29 @@ int requestRowOf(const char* name, int start)
     return -1;
 }
 
-int requestRowValue(int row, char* buf, size_t n)
+Read requestRowValue(int row, char* buf, size_t n)
 {
     if (n)
         buf[0] = 0;
     if (!requestRowName(row))
-        return VALUE_ABSENT;
+        return Read::Absent;
     const char* text = requestRowText(row);
-    return copyWhole(text ? text : "(null)", buf, n);
+    return copyWhole(requestRowName(row), text ? text : "(null)", buf, n);
 }
 
-int requestAttribute(const char* key, int occurrence, char* buf, size_t n)
+Read requestAttribute(const char* key, int occurrence, char* buf, size_t n)
 {
     if (n)
         buf[0] = 0;
-    return copyWhole(attributeText(key, occurrence), buf, n);
+    return copyWhole(key, attributeText(key, occurrence), buf, n);
 }
 
-int requestToken(const char* key, char* buf, size_t n)
+Read requestToken(const char* key, char* buf, size_t n)
 {
-    int r = requestText(key, buf, n);
-    if (r == VALUE_READ && !isSafeFileToken(buf)) {
+    Read r = requestText(key, buf, n);
+    if (r == Read::Value && !isSafeFileToken(buf)) {
         buf[0] = 0;
-        return VALUE_REFUSED;
+        return refused(key);
     }
     return r;
 }
@@ -138,31 +171,31 @@ int parseBool(const char* text, int* out)
     return 1;
 }
 
-int requestNumber(const char* key, long min, long max, long* out)
+Read requestNumber(const char* key, long min, long max, long* out)
 {
     char text[32];
-    int r = requestText(key, text, sizeof text);
-    if (r != VALUE_READ)
+    Read r = requestText(key, text, sizeof text);
+    if (r != Read::Value)
         return r;
-    return parseNumber(text, min, max, out) ? VALUE_READ : VALUE_REFUSED;
+    return parseNumber(text, min, max, out) ? Read::Value : refused(key);
 }
 
-int requestDecimal(const char* key, double min, double max, double* out)
+Read requestDecimal(const char* key, double min, double max, double* out)
 {
     char text[40];
-    int r = requestText(key, text, sizeof text);
-    if (r != VALUE_READ)
+    Read r = requestText(key, text, sizeof text);
+    if (r != Read::Value)
         return r;
-    return parseDecimal(text, min, max, out) ? VALUE_READ : VALUE_REFUSED;
+    return parseDecimal(text, min, max, out) ? Read::Value : refused(key);
 }
 
-int requestBool(const char* key, int* out)
+Read requestBool(const char* key, int* out)
 {
     char text[8];
-    int r = requestText(key, text, sizeof text);
-    if (r != VALUE_READ)
+    Read r = requestText(key, text, sizeof text);
+    if (r != Read::Value)
         return r;
-    return parseBool(text, out) ? VALUE_READ : VALUE_REFUSED;
+    return parseBool(text, out) ? Read::Value : refused(key);
 }
 
 void refuseRequestValue(const char* subcode2, const char* reason, const char* detail)

@@ -132,13 +132,12 @@ static int formatFileNumber(double v, char* out, size_t n)
     return 1;
 }
 
-static int readRuleText(const ImagingRule& r, char* text, size_t n)
+static Read readRuleText(const ImagingRule& r, char* text, size_t n)
 {
     if (!r.attribute)
         return r.group ? requestTextInGroup(r.group, r.element, SETTING_BOUNDARIES, text, n) : requestText(r.element, text, n);
-    char ignored[4];
-    if (requestTextInGroup(r.group, r.element, SETTING_BOUNDARIES, ignored, sizeof ignored) == VALUE_ABSENT)
-        return VALUE_ABSENT;
+    if (requestRowInGroup(r.group, r.element, SETTING_BOUNDARIES) < 0)
+        return Read::Absent;
     return requestAttribute(r.attribute, 0, text, n);
 }
 
@@ -177,10 +176,10 @@ static int collectChanges(const ImagingAbilities& a, ChangeSet* set)
     char text[VALUE_TEXT_SIZE], name[64], detail[160];
     set->count = 0;
     for (const ImagingRule& r : RULES) {
-        int got = readRuleText(r, text, sizeof text);
-        if (got == VALUE_ABSENT)
+        Read got = readRuleText(r, text, sizeof text);
+        if (got == Read::Absent)
             continue;
-        if (got == VALUE_REFUSED || !acceptValue(r, a.of[r.bounds], text, &set->changes[set->count])) {
+        if (got == Read::Refused || !acceptValue(r, a.of[r.bounds], text, &set->changes[set->count])) {
             settingName(r, name, sizeof name);
             snprintf(detail, sizeof detail, "%s is not within the imaging options of the video source.", name);
             refuseSettings(detail);
@@ -236,11 +235,10 @@ void SetImagingSettings()
         G_httpAck = 500;
         return;
     }
-    char ignored[4];
-    if (requestText("timg:ImagingSettings", ignored, sizeof ignored) == VALUE_ABSENT)
+    if (requestRowFrom("timg:ImagingSettings", 0) < 0)
         return refuseSettings("ImagingSettings is missing.");
     int persist;
-    if (requestBool("timg:ForcePersistence", &persist) == VALUE_REFUSED)
+    if (requestBool("timg:ForcePersistence", &persist) == Read::Refused)
         return refuseSettings("ForcePersistence is not a boolean.");
     ChangeSet set;
     if (!collectChanges(a, &set))

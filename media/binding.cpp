@@ -140,8 +140,10 @@ static int channelRuleAllows(const char* profile, const char* config)
 static void addConfiguration(const MediaKind& kind, const char* handler, const char* response)
 {
     char profile[PROFILE_TOKEN_MAX + 1], config[PROFILE_TOKEN_MAX + 1], fileName[64], configFile[64];
-    requestText("trt:ProfileToken", profile, PROFILE_TOKEN_MAX + 1);
-    requestText("trt:ConfigurationToken", config, PROFILE_TOKEN_MAX + 1);
+    if (requestText("trt:ProfileToken", profile, PROFILE_TOKEN_MAX + 1) == Read::Refused)
+        return;
+    if (requestText("trt:ConfigurationToken", config, PROFILE_TOKEN_MAX + 1) == Read::Refused)
+        return;
     int found = findProfile(profile, fileName, sizeof fileName);
     if (found == PROFILE_INDEX_MISSING)
         log_message_to_onvifErrorFile(1, "onvifService:[%s]:ONVIF_LODING_PROFILE_FILE missing", handler);
@@ -181,7 +183,8 @@ static void addConfiguration(const MediaKind& kind, const char* handler, const c
 static void removeConfiguration(const MediaKind& kind, const char* handler, const char* response)
 {
     char profile[PROFILE_TOKEN_MAX + 1], fileName[64];
-    requestText("trt:ProfileToken", profile, PROFILE_TOKEN_MAX + 1);
+    if (requestText("trt:ProfileToken", profile, PROFILE_TOKEN_MAX + 1) == Read::Refused)
+        return;
     int found = findProfile(profile, fileName, sizeof fileName);
     if (found == PROFILE_INDEX_MISSING)
         log_message_to_onvifErrorFile(1, "onvifService:[%s]:ONVIF_LODING_PROFILE_FILE missing", handler);
@@ -260,7 +263,8 @@ void RemoveAudioSource()
 void RemoveVideoEncoder()
 {
     char profile[PROFILE_TOKEN_MAX + 1];
-    requestText("trt:ProfileToken", profile, PROFILE_TOKEN_MAX + 1);
+    if (requestText("trt:ProfileToken", profile, PROFILE_TOKEN_MAX + 1) == Read::Refused)
+        return;
     // The first channel carries the main stream the others are derived from:
     // on this platform its encoder stays.
     if (shmWord(MODEL_CODE_WORD) == MODEL_A5S_SDK310 && strcmp(profile, "Profile1") == 0) {

@@ -71,9 +71,9 @@ void writeNoConfigFault(const ConfigKind* kind)
 int requestListedConfiguration(const ConfigKind* kind, const char* key, char* token, size_t tokenSize,
                                char* fileName, size_t fileSize, const char* handler)
 {
-    int read = key[0] == '@' ? requestAttribute(key + 1, 0, token, tokenSize) : requestToken(key, token, tokenSize);
+    Read read = key[0] == '@' ? requestAttribute(key + 1, 0, token, tokenSize) : requestToken(key, token, tokenSize);
     int written = snprintf(fileName, fileSize, "%s%s", token, kind->suffix);
-    if (read != VALUE_READ || !isSafeFileToken(token) || written < 0 || (size_t)written >= fileSize ||
+    if (read != Read::Value || !isSafeFileToken(token) || written < 0 || (size_t)written >= fileSize ||
         !isListedConfiguration(kind->listFile, fileName, handler, kind->listMacro)) {
         writeNoConfigFault(kind);
         return 0;
@@ -84,7 +84,7 @@ int requestListedConfiguration(const ConfigKind* kind, const char* key, char* to
 int requestOptionalConfiguration(const ConfigKind* kind, char* token, size_t tokenSize, char* fileName,
                                  size_t fileSize, const char* handler)
 {
-    if (requestText("trt:ConfigurationToken", token, tokenSize) == VALUE_ABSENT) {
+    if (requestRowFrom("trt:ConfigurationToken", 0) < 0) {
         token[0] = 0;
         fileName[0] = 0;
         return 1;
@@ -95,7 +95,7 @@ int requestOptionalConfiguration(const ConfigKind* kind, char* token, size_t tok
 int requestProfile(char* fileName, size_t n)
 {
     char token[PROFILE_TOKEN_MAX + 1];
-    if (requestToken("trt:ProfileToken", token, sizeof token) == VALUE_READ &&
+    if (requestToken("trt:ProfileToken", token, sizeof token) == Read::Value &&
         findProfile(token, fileName, n) == PROFILE_FOUND)
         return 1;
     writeNoProfileFault();
@@ -104,8 +104,7 @@ int requestProfile(char* fileName, size_t n)
 
 int requestOptionalProfile(char* fileName, size_t n)
 {
-    char token[PROFILE_TOKEN_MAX + 1];
-    if (requestText("trt:ProfileToken", token, sizeof token) == VALUE_ABSENT) {
+    if (requestRowFrom("trt:ProfileToken", 0) < 0) {
         fileName[0] = 0;
         return 1;
     }
@@ -238,11 +237,11 @@ static int readRule(SettingContext* ctx, int i)
 {
     const SettingRule* rule = &ctx->rules[i];
     char text[CONFIG_VALUE_SIZE], option[OPTION_TEXT_SIZE] = "";
-    int read = rule->element[0] == '@' ? requestAttribute(rule->element + 1, 0, text, sizeof text)
-                                       : requestText(rule->element, text, sizeof text);
-    if (read == VALUE_ABSENT)
+    Read read = rule->element[0] == '@' ? requestAttribute(rule->element + 1, 0, text, sizeof text)
+                                        : requestText(rule->element, text, sizeof text);
+    if (read == Read::Absent)
         return 1;
-    if (read != VALUE_READ || hasLineBreak(text))
+    if (read != Read::Value || hasLineBreak(text))
         return 0;
     if (rule->option && !(ctx->optionValue && ctx->optionValue(ctx, rule->option, option, sizeof option)))
         return 0;

@@ -135,7 +135,8 @@ static int metadataListed(const char* list, const char* token, const char* suffi
 void GetMetadataConfiguration()
 {
     char token[25];
-    requestText("trt:ConfigurationToken", token, 25);
+    if (requestText("trt:ConfigurationToken", token, 25) == Read::Refused)
+        return;
     if (!metadataListed(METADATA_LIST, token, ".MetaData", "GetMetadataConfiguration")) {
         writeSenderFault2("InvalidArgVal", "NoConfig", "Configuration does not exist",
                           "The requested configuration indicated with ConfigurationToken does not exist");
@@ -151,7 +152,8 @@ void GetMetadataConfiguration()
 void GetMetadataConfigurationOptions()
 {
     char token[25];
-    requestText("trt:ConfigurationToken", token, 25);
+    if (requestText("trt:ConfigurationToken", token, 25) == Read::Refused)
+        return;
     if (!metadataListed(METADATA_OPTION_LIST, token, ".MetaDataOpt", "GetMetadataConfigurationOptions")) {
         writeSenderFault2("InvalidArgVal", "NoConfig", "Metadata Configuration does not exist.",
                           "The requested configuration indicated with ConfigurationToken does not exist in Metadata.");
@@ -210,10 +212,20 @@ static int replaceMetadataLine(const char* line, FILE* out, void* ctx)
     return 1;
 }
 
+// 1 when the value is there; a refused value sets *refused.
+static int readSetting(const char* key, char* buf, size_t n, int* refused)
+{
+    Read r = requestText(key, buf, n);
+    if (r == Read::Refused)
+        *refused = 1;
+    return r == Read::Value;
+}
+
 void SetMetadataConfiguration()
 {
     char token[17];
-    requestAttribute("token", 0, token, 17);
+    if (requestAttribute("token", 0, token, 17) == Read::Refused)
+        return;
     if (!metadataListed(METADATA_LIST, token, ".MetaData", "SetMetadataConfiguration")) {
         writeSenderFault2("InvalidArgVal", "NoConfig", "The configuration does not exist.",
                           "The MetaDataConfiguration indicated by the ConfigurationToken does not exist in MetaData file.");
@@ -221,16 +233,17 @@ void SetMetadataConfiguration()
     }
     MetadataChange c;
     memset(&c, 0, sizeof c);
-    c.hasName = requestText("tt:Name", c.name, 129);
-    c.hasUseCount = requestText("tt:UseCount", c.useCount, 65);
-    c.hasType = requestText("tt:Type", c.type, 17);
-    c.hasIpv4 = requestText("tt:IPv4Address", c.ipv4, 17);
-    c.hasPort = requestText("tt:Port", c.port, 17);
-    c.hasTtl = requestText("tt:TTL", c.ttl, 17);
-    c.hasAutoStart = requestText("tt:AutoStart", c.autoStart, 17);
-    c.hasTimeout = requestText("tt:SessionTimeout", c.timeout, 17);
-    int hasForce = requestText("trt:ForcePersistence", c.force, 17);
-    int bad = (c.hasName && CheckChar(c.name)) || (c.hasUseCount && CheckInt(c.useCount)) ||
+    int refused = 0;
+    c.hasName = readSetting("tt:Name", c.name, 129, &refused);
+    c.hasUseCount = readSetting("tt:UseCount", c.useCount, 65, &refused);
+    c.hasType = readSetting("tt:Type", c.type, 17, &refused);
+    c.hasIpv4 = readSetting("tt:IPv4Address", c.ipv4, 17, &refused);
+    c.hasPort = readSetting("tt:Port", c.port, 17, &refused);
+    c.hasTtl = readSetting("tt:TTL", c.ttl, 17, &refused);
+    c.hasAutoStart = readSetting("tt:AutoStart", c.autoStart, 17, &refused);
+    c.hasTimeout = readSetting("tt:SessionTimeout", c.timeout, 17, &refused);
+    int hasForce = readSetting("trt:ForcePersistence", c.force, 17, &refused);
+    int bad = refused || (c.hasName && CheckChar(c.name)) || (c.hasUseCount && CheckInt(c.useCount)) ||
               (c.hasType && CheckType(c.type)) || (c.hasIpv4 && !checkIPv4AddressValid(c.ipv4)) ||
               (c.hasPort && CheckPortRange(c.port)) || (c.hasTtl && CheckInt(c.ttl)) ||
               (c.hasAutoStart && CheckBool(c.autoStart)) ||

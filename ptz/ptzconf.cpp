@@ -312,8 +312,8 @@ void GetNode()
     if (refuseWithoutPTZ(NO_PTZ_NVT))
         return;
     char token[129], fileName[160];
-    if (!requestText("tptz:NodeToken", token, 129))
-        requestText("NodeToken", token, 129);
+    if (requestTextEither("tptz:NodeToken", "NodeToken", token, 129) == Read::Refused)
+        return;
     if (!ptzFileExists(token, ".Node", fileName, sizeof fileName)) {
         char detail[300];
         snprintf(detail, sizeof detail, "No such PTZNode %s on the NVT.", token);
@@ -338,10 +338,11 @@ void GetConfiguration()
     if (refuseWithoutPTZ(NO_PTZ_NVT))
         return;
     char token[129], fileName[160];
-    if (!requestText("tptz:PTZConfigurationToken", token, 129) &&
-        !requestText("tptz:ConfigurationName", token, 129) &&
-        !requestText("PTZConfigurationToken", token, 129))
-        requestText("tptz:ConfigurationToken", token, 129);
+    Read read = requestTextEither("tptz:PTZConfigurationToken", "tptz:ConfigurationName", token, 129);
+    if (read == Read::Absent)
+        read = requestTextEither("PTZConfigurationToken", "tptz:ConfigurationToken", token, 129);
+    if (read == Read::Refused)
+        return;
     if (!ptzFileExists(token, ".PTZConf", fileName, sizeof fileName)) {
         writeNoConfigurationFault(token);
         return;
@@ -392,7 +393,8 @@ void GetConfigurationOptions()
     if (refuseWithoutPTZ(NO_PTZ_NVT))
         return;
     char token[129], fileName[160];
-    requestText("ConfigurationToken", token, 129);
+    if (requestText("ConfigurationToken", token, 129) == Read::Refused)
+        return;
     if (!ptzFileExists(token, ".PTZConf", fileName, sizeof fileName)) {
         writeNoConfigurationFault(token);
         return;
@@ -482,11 +484,16 @@ static int readSpeed(ConfChange* c)
     int hasPanTilt = rowOf("PanTilt", 0) >= 0, hasZoom = rowOf("Zoom", 0) >= 0;
     int n = 1;
     if (hasPanTilt && panTilt()) {
-        if (requestAttribute("x", 0, text, 129) && setNumber(c, "DefaultPTZSpeed.PanTilt.x", text))
+        Read x = requestAttribute("x", 0, text, 129);
+        if (x == Read::Refused || (x == Read::Value && setNumber(c, "DefaultPTZSpeed.PanTilt.x", text)))
             return 1;
-        if (requestAttribute("y", 0, text, 129) && setNumber(c, "DefaultPTZSpeed.PanTilt.y", text))
+        Read y = requestAttribute("y", 0, text, 129);
+        if (y == Read::Refused || (y == Read::Value && setNumber(c, "DefaultPTZSpeed.PanTilt.y", text)))
             return 1;
-        if (requestAttribute("space", 0, text, 129)) {
+        Read spacePanTilt = requestAttribute("space", 0, text, 129);
+        if (spacePanTilt == Read::Refused)
+            return 1;
+        if (spacePanTilt == Read::Value) {
             if (strcmp(text, PT_SPEED) != 0)
                 return 1;
             setValue(c, "DefaultPTZSpeed.PanTilt.space", text);
@@ -496,9 +503,13 @@ static int readSpeed(ConfChange* c)
         n = 2;
     }
     if (hasZoom && zoom()) {
-        if (requestAttribute("x", n - 1, text, 129) && setNumber(c, "DefaultPTZSpeed.Zoom.x", text))
+        Read xZoom = requestAttribute("x", n - 1, text, 129);
+        if (xZoom == Read::Refused || (xZoom == Read::Value && setNumber(c, "DefaultPTZSpeed.Zoom.x", text)))
             return 1;
-        if (requestAttribute("space", n - 1, text, 129)) {
+        Read spaceZoom = requestAttribute("space", n - 1, text, 129);
+        if (spaceZoom == Read::Refused)
+            return 1;
+        if (spaceZoom == Read::Value) {
             if (strcmp(text, ZOOM_SPEED) != 0)
                 return 1;
             setValue(c, "DefaultPTZSpeed.Zoom.space", text);
@@ -533,7 +544,8 @@ void SetConfiguration()
     if (refuseWithoutPTZ(NO_PTZ_SET))
         return;
     char token[17], fileName[64];
-    requestAttribute("token", 0, token, 17);
+    if (requestAttribute("token", 0, token, 17) == Read::Refused)
+        return;
     formatChecked(fileName, sizeof fileName, "%s.PTZConf", token);
     int listed = isListedConfiguration(ONVIF_PTZ_CONF, fileName, "SetConfiguration", "ONVIF_PTZ_CONF");
     if (!listed || !isSafeFileToken(token)) {
@@ -558,14 +570,20 @@ void SetConfiguration()
     int bad = 0;
     for (size_t i = 0; i < sizeof plain / sizeof *plain && !bad; ++i) {
         char value[130];
-        if (!requestText(plain[i].element, value, (plain[i].length) + 1))
+        Read read = requestText(plain[i].element, value, (plain[i].length) + 1);
+        if (read == Read::Refused)
+            return;
+        if (read == Read::Absent)
             continue;
         bad = hasLineBreak(value) || (plain[i].checkChar && CheckChar(value)) ||
               (i >= 3 && i <= 8 && integratedDome() && strcmp(value, domeSpaces[i - 3]) != 0);
         setValue(&c, plain[i].key, value);
     }
     char force[17];
-    if (!bad && requestText("tt:ForcePersistence", force, 17))
+    Read forceRead = bad ? Read::Absent : requestText("tt:ForcePersistence", force, 17);
+    if (forceRead == Read::Refused)
+        return;
+    if (forceRead == Read::Value)
         bad = CheckBool(force);
     int zoomLimitsRow = rowOf("ZoomLimits", 0);
     bad = bad || readSpeed(&c) || (panTilt() && readLimits(&c, "PanTiltLimits", "PanTiltLimits", 1, zoomLimitsRow)) ||
@@ -584,7 +602,8 @@ void SetConfiguration()
 static int bindingProfile(char* fileName, size_t n)
 {
     char profile[PROFILE_TOKEN_MAX + 1];
-    requestText("trt:ProfileToken", profile, PROFILE_TOKEN_MAX + 1);
+    if (requestText("trt:ProfileToken", profile, PROFILE_TOKEN_MAX + 1) == Read::Refused)
+        return 0;
     if (findProfile(profile, fileName, n) != PROFILE_FOUND) {
         writeNoProfileFault();
         return 0;
@@ -599,7 +618,8 @@ void AddPTZConfiguration()
     char fileName[64], config[PROFILE_TOKEN_MAX + 1], configFile[64];
     if (!bindingProfile(fileName, sizeof fileName))
         return;
-    requestText("trt:ConfigurationToken", config, PROFILE_TOKEN_MAX + 1);
+    if (requestText("trt:ConfigurationToken", config, PROFILE_TOKEN_MAX + 1) == Read::Refused)
+        return;
     formatChecked(configFile, sizeof configFile, "%s.PTZConf", config);
     if (!isSafeFileToken(config) || !isListedConfiguration(ONVIF_PTZ_CONF, configFile, "AddPTZConfiguration", "ONVIF_PTZ_CONF")) {
         writeSenderFault2("InvalidArgVal", "NoConfig", "PTZConfiguration does not exist",
