@@ -66,8 +66,8 @@ void GetSystemLog()
     }
     setResponse("<tds:GetSystemLogResponse><tds:SystemLog><tt:String>");
     static const char CLOSE[] = "</tt:String></tds:SystemLog></tds:GetSystemLogResponse>";
-    // Copied as it is; a log longer than the answer holds is cut, never the closing tags.
-    appendFileToResponse(f, sizeof CLOSE);
+    // A log longer than the answer holds is cut, never the closing tags.
+    appendFileTextToResponse(f, sizeof CLOSE);
     fclose(f);
     appendMarkup(CLOSE);
 }

@@ -10,6 +10,7 @@
 #include "state/config.h"
 #include "state/paths.h"
 #include "state/shm.h"
+#include "state/storelock.h"
 
 #include <stdio.h>
 #include <string.h>
@@ -287,7 +288,10 @@ void RemoveScopes()
     while ((f = fopenRoot(ONVIF_CONF_FILE, "r")) == 0) {
         logServiceError("RemoveScopes", "%s", "ONVIF_CONF_FILE missing");
         logServiceError("RemoveScopes", "*(G_shared_memory + WS_MSG_NUM)=%d", shmWord(WS_MSG_NUM));
-        sleepMs(2000);
+        if (sleepOutsideStoreLock(2000) != 0) {
+            G_httpAck = 500;
+            return;
+        }
     }
     fclose(f);
     RemoveScopesEdit e;

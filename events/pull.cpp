@@ -137,7 +137,7 @@ static void drainEventFile(const char* path)
     FILE* f = fopenRoot(path, "r");
     if (!f)
         return;
-    long taken = appendFileToResponse(f, sizeof "</tev:PullMessagesResponse>");
+    long taken = appendMarkupFileToResponse(f, sizeof "</tev:PullMessagesResponse>");
     struct stat st;
     int rest = fstat(fileno(f), &st) == 0 && st.st_size > taken;
     if (rest && taken == 0) {

@@ -16,27 +16,38 @@ const char CONF[] = "tmp/onvif/onvif.conf";
 const char USERS_FILE[] = "usr/apache/htdocs/onvif/Users.conf";
 
 // One row per request field read into a fixed buffer: the body with "@" where
-// the value goes, the buffer's size (a value of size bytes is one past it),
-// and the fault the action answers when it is not the standard refusal.
+// the value goes, the buffer's size (a value of size bytes is one past it,
+// size - 1 bytes fit), and the fault the action answers when it is not the
+// standard refusal.
 struct Field {
     const char* body;
     size_t size;
     const char* fault;
 };
 
+const char STANDARD_REFUSAL[] = "is too long for its field";
+
 const Field FIELDS[] = {
     {"<tds:SetDiscoveryMode><tds:DiscoveryMode>@</tds:DiscoveryMode></tds:SetDiscoveryMode>", 17, 0},
     {"<tds:CreateUsers><tds:User><tt:Username>@</tt:Username><tt:Password>secret1</tt:Password>"
      "<tt:UserLevel>User</tt:UserLevel></tds:User></tds:CreateUsers>", 33, 0},
+    {"<tds:DeleteUsers><tds:Username>@</tds:Username></tds:DeleteUsers>", 33, 0},
     {"<tds:SetSystemFactoryDefault><tds:FactoryDefault>@</tds:FactoryDefault></tds:SetSystemFactoryDefault>", 33, 0},
-    {"<tds:SetHostname><tds:Name>@</tds:Name></tds:SetHostname>", 65, 0},
+    {"<tds:GetSystemLog><tds:LogType>@</tds:LogType></tds:GetSystemLog>", 65, 0},
+    {"<tds:SetSystemDateAndTime><tds:DateTimeType>@</tds:DateTimeType></tds:SetSystemDateAndTime>", 17, 0},
     {"<tds:SetRelayOutputState><tds:RelayOutputToken>@</tds:RelayOutputToken>"
-     "<tds:LogicalState>active</tds:LogicalState></tds:SetRelayOutputState>", 33, 0},
-    {"<trt:GetProfile><trt:ProfileToken>@</trt:ProfileToken></trt:GetProfile>", 33, 0},
-    {"<trt:CreateProfile><trt:Name>@</trt:Name></trt:CreateProfile>", 65, 0},
-    {"<timg:GetImagingSettings><timg:VideoSourceToken>@</timg:VideoSourceToken></timg:GetImagingSettings>", 33, 0},
+     "<tds:LogicalState>active</tds:LogicalState></tds:SetRelayOutputState>", 65, 0},
+    {"<trt:GetProfile><trt:ProfileToken>@</trt:ProfileToken></trt:GetProfile>", 17, 0},
+    {"<trt:CreateProfile><trt:Name>@</trt:Name></trt:CreateProfile>", 17, 0},
+    {"<trt:GetMetadataConfiguration><trt:ConfigurationToken>@</trt:ConfigurationToken>"
+     "</trt:GetMetadataConfiguration>", 25, 0},
+    {"<timg:GetImagingSettings><timg:VideoSourceToken>@</timg:VideoSourceToken></timg:GetImagingSettings>", 65, "ter:NoSource"},
     {"<tptz:GotoPreset><tptz:ProfileToken>Profile1</tptz:ProfileToken><tptz:PresetToken>@</tptz:PresetToken>"
      "</tptz:GotoPreset>", 33, 0},
+    {"<tptz:SetPreset><tptz:ProfileToken>Profile1</tptz:ProfileToken><tptz:PresetName>@</tptz:PresetName>"
+     "</tptz:SetPreset>", 67, 0},
+    {"<tptz:ContinuousMove><tptz:ProfileToken>Profile1</tptz:ProfileToken><tptz:Velocity>"
+     "<tt:PanTilt x=\"0.1\" y=\"0\"/></tptz:Velocity><tptz:Timeout>@</tptz:Timeout></tptz:ContinuousMove>", 33, 0},
     {"<tev:CreatePullPointSubscription><tev:InitialTerminationTime>@</tev:InitialTerminationTime>"
      "</tev:CreatePullPointSubscription>", 33, 0},
 };
@@ -49,12 +60,20 @@ TEST_F(Refusals, AValueOnePastItsBufferChangesNothing)
     const std::string conf = readFile(CONF), users = readFile(USERS_FILE);
     const int discovery = word(77);
     for (const Field& f : FIELDS) {
-        std::string body = f.body;
+        std::string body = f.body, fits = f.body;
         body.replace(body.find('@'), 1, std::string(f.size, 'a'));
+        fits.replace(fits.find('@'), 1, std::string(f.size - 1, 'a'));
+        EXPECT_EQ(call(fits).envelopeBody.find(STANDARD_REFUSAL), std::string::npos) << fits;
+        writeFile(CONF, conf);
+        writeFile(USERS_FILE, users);
+        word(60) = 0;
+        word(77) = discovery;
+        word(85) = 0;
         removeFile("camera_calls.log");
         CgiResult r = call(body);
         EXPECT_EQ(r.status, 400) << body;
-        EXPECT_NE(r.envelopeBody.find(f.fault ? f.fault : "ter:InvalidArgVal"), std::string::npos) << body;
+        EXPECT_NE(r.envelopeBody.find("ter:InvalidArgVal"), std::string::npos) << body;
+        EXPECT_NE(r.envelopeBody.find(f.fault ? f.fault : STANDARD_REFUSAL), std::string::npos) << body;
         EXPECT_EQ(readFile(CONF), conf) << body;
         EXPECT_EQ(readFile(USERS_FILE), users) << body;
         EXPECT_EQ(cameraCalls(), "") << body;
@@ -91,9 +110,10 @@ TEST_F(Refusals, AWaitForAMissingFileLeavesOtherWritersFree)
     pid_t waiting = spawnService({"HOST=192.168.0.100", "CONTENT_LENGTH=" + std::to_string(body.size())},
                                  path("req-remove"), path("resp-remove"));
     ASSERT_GE(waiting, 0);
-    while (errorLog().find("RemoveScopes") == std::string::npos)
+    for (int i = 0; i < 1000 && errorLog().find("RemoveScopes") == std::string::npos; ++i)
         usleep(20000);
-    CgiResult other = call("<tds:SetHostname><tds:Name>cam2</tds:Name></tds:SetHostname>");
+    CgiResult other = call("<tds:CreateUsers><tds:User><tt:Username>waiter</tt:Username><tt:Password>secret1"
+                           "</tt:Password><tt:UserLevel>User</tt:UserLevel></tds:User></tds:CreateUsers>");
     EXPECT_EQ(other.status, 200) << other.envelopeBody;
     writeFile(CONF, conf);
     int wstatus = 0;
