@@ -67,7 +67,82 @@ Read requestTextEither(const char* key, const char* otherKey, char* buf, size_t 
 
 int requestHas(const char* key)
 {
-    return searchDataInElementOnly(key);
+    return requestRowOf(key, 0) >= 0;
+}
+
+// The namespaces the camera's services and their clients use, by the
+// prefixes clients usually give them.
+static const struct {
+    const char* prefix;
+    const char* uri;
+} USUAL_NAMESPACES[] = {
+    {"tds", "http://www.onvif.org/ver10/device/wsdl"},   {"trt", "http://www.onvif.org/ver10/media/wsdl"},
+    {"tptz", "http://www.onvif.org/ver20/ptz/wsdl"},     {"timg", "http://www.onvif.org/ver20/imaging/wsdl"},
+    {"tmd", "http://www.onvif.org/ver10/deviceIO/wsdl"}, {"tev", "http://www.onvif.org/ver10/events/wsdl"},
+    {"wsnt", "http://docs.oasis-open.org/wsn/b-2"},      {"tt", "http://www.onvif.org/ver10/schema"},
+};
+
+static int rowMatchesKey(int row, const char* key)
+{
+    const char* colon = strchr(key, ':');
+    const char* local = colon ? colon + 1 : key;
+    if (!requestRowName(row) || strcmp(requestRowName(row), local) != 0)
+        return 0;
+    if (!colon)
+        return 1;
+    size_t prefixLength = (size_t)(colon - key);
+    const char* ns = ElementNamespace[row] ? ElementNamespace[row] : "";
+    if (strlen(ns) == prefixLength && strncmp(ns, key, prefixLength) == 0)
+        return 1;
+    for (const auto& usual : USUAL_NAMESPACES)
+        if (strlen(usual.prefix) == prefixLength && strncmp(usual.prefix, key, prefixLength) == 0)
+            return strcmp(ns, usual.uri) == 0;
+    return 0;
+}
+
+int requestRowNamed(const char* key)
+{
+    for (int row = 0; row < requestRows(); ++row)
+        if (rowMatchesKey(row, key))
+            return row;
+    return -1;
+}
+
+int requestRowIn(const char* key, int parentRow)
+{
+    if (parentRow < 0)
+        return -1;
+    for (int row = parentRow + 1; row < requestRows(); ++row)
+        if (ElementParent[row] == parentRow && rowMatchesKey(row, key))
+            return row;
+    return -1;
+}
+
+Read requestTextIn(const char* parentKey, const char* key, char* buf, size_t n)
+{
+    int row = requestRowIn(key, requestRowNamed(parentKey));
+    if (row < 0) {
+        if (n)
+            buf[0] = 0;
+        return Read::Absent;
+    }
+    return requestRowValue(row, buf, n);
+}
+
+Read requestAttributeOf(int row, const char* name, char* buf, size_t n)
+{
+    int count = G_xmlAttributeNum < XML_TABLE_ROWS ? G_xmlAttributeNum : XML_TABLE_ROWS;
+    for (int i = 0; row >= 0 && i < count; ++i)
+        if (AttributeElement[i] == row && ElementBuffer3[i] && strcmp(ElementBuffer3[i], name) == 0)
+            return copyWhole(name, ElementBuffer4[i] ? ElementBuffer4[i] : "", buf, n);
+    if (n)
+        buf[0] = 0;
+    return Read::Absent;
+}
+
+const char* requestBodyNamespace()
+{
+    return requestRows() > 0 && ElementNamespace[0] ? ElementNamespace[0] : "";
 }
 
 int requestRows()

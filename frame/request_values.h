@@ -52,6 +52,22 @@ int requestRowOf(const char* name, int start);
 // A row's text copied whole into buf, as requestText reads.
 Read requestRowValue(int row, char* buf, size_t n);
 
+// The request by namespace and nesting. A key "tt:PanTilt" names a local
+// name and, through the prefix's usual namespace (tds, trt, tptz, timg, tmd,
+// tev, wsnt, tt), a namespace URI; an element matches when its local name is
+// the key's and its namespace is that URI (or, undeclared, that prefix). A
+// key without a prefix matches any namespace.
+// The first element anywhere that the key names, or -1.
+int requestRowNamed(const char* key);
+// The first element directly inside parentRow that the key names, or -1.
+int requestRowIn(const char* key, int parentRow);
+// The text of key directly inside the first parentKey element.
+Read requestTextIn(const char* parentKey, const char* key, char* buf, size_t n);
+// The value of the attribute (local name) of the element at row.
+Read requestAttributeOf(int row, const char* name, char* buf, size_t n);
+// The namespace URI of the body's element (its prefix when undeclared).
+const char* requestBodyNamespace();
+
 // Parsers the reads use, for values that arrive by other ways (attributes).
 int parseNumber(const char* text, long min, long max, long* out);
 int parseDecimal(const char* text, double min, double max, double* out);

@@ -363,7 +363,8 @@ void PtzStop()
     if (refuseWithoutPtzMotors() || !ptzProfileCheck(keys, 64, 0, "Stop"))
         return;
     char panTilt[17], zoom[17];
-    if (requestText("PanTilt", panTilt, 17) == Read::Refused || requestText("Zoom", zoom, 17) == Read::Refused)
+    if (requestTextIn("tptz:Stop", "tptz:PanTilt", panTilt, 17) == Read::Refused ||
+        requestTextIn("tptz:Stop", "tptz:Zoom", zoom, 17) == Read::Refused)
         return;
     if (strcmp(panTilt, "true") == 0) {
         runPtzCommand("com/ptz.cgi", "continuouspantiltmove", "continuouspantiltmove", "0,0");
