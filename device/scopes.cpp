@@ -68,8 +68,14 @@ static void writeBadScopeFault()
                       "A scope may not hold a line break, a carriage return or a NUL character.");
 }
 
+// Every scope is first read whole: one that does not fit is refused before
+// any is looked at.
 static int refuseBadScopes(const char* plainName)
 {
+    char scope[SCOPE_SIZE];
+    for (int row = 1; row < requestRows(); ++row)
+        if (isScopeRow(row, plainName) && requestRowValue(row, scope, sizeof scope) == Read::Refused)
+            return 1;
     for (int row = 1; row < requestRows(); ++row) {
         if (isScopeRow(row, plainName) && scopeBreaksLine(requestRowText(row))) {
             writeBadScopeFault();
@@ -90,13 +96,13 @@ static void writeValueNamesKeyFault()
 // tells its kinds apart by the bare key words.
 static int refuseScopesNamingKeys(const char* plainName, int storedDecoded)
 {
-    for (int row = 1; row < G_xmlElementNum && row < XML_TABLE_ROWS; ++row) {
+    for (int row = 1; row < requestRows(); ++row) {
         if (!isScopeRow(row, plainName))
             continue;
         char decoded[SCOPE_SIZE];
         if (storedDecoded)
-            url_decode(ElementBuffer2[row], decoded, sizeof decoded);
-        const char* stored = storedDecoded ? decoded : ElementBuffer2[row];
+            url_decode(requestRowText(row), decoded, sizeof decoded);
+        const char* stored = storedDecoded ? decoded : requestRowText(row);
         if (namesKeyOfFile(ONVIF_CONF_FILE, stored) || strstr(stored, "FixedScopes") ||
             strstr(stored, "ConfigurableScopes")) {
             writeValueNamesKeyFault();

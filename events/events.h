@@ -8,6 +8,10 @@
 
 #include "state/timespan.h"
 
+#define VARIANT_VENDOR_TOPICS 32
+#define VARIANT_ONE_PULL_POINT 34
+#define VARIANT_LENIENT_UNSUBSCRIBE 11
+
 #define SUBSCRIPTION_SLOTS 50
 #define SLOT_WORDS 15
 
@@ -50,6 +54,13 @@ void pushRecordPath(int number, char* out, size_t n);
 void writeEventFault(const char* reason, const char* detail);
 void writeInvalidFilterFault(const char* reason, const char* description, const char* unknownFilter);
 void writeResourceUnknownFault();
+
+// The request's filter reduced to its code (10 without a filter): FILTER_OK,
+// or the reason it was refused. refuseFilter writes the fault for a refused
+// one (a refused read has written its own) and returns 1.
+enum FilterResult { FILTER_OK = 0, FILTER_BAD_TOPIC = 1, FILTER_BAD_CONTENT = 2, FILTER_REFUSED = 3 };
+int classifyFilter(int variant, int isSubscribe, int* code);
+int refuseFilter(int result);
 
 void PullMsg_SendFirstEventState(int filterCode, int messageLimit, const char* timeText);
 

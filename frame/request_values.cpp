@@ -246,6 +246,32 @@ int parseBool(const char* text, int* out)
     return 1;
 }
 
+int parseDateTime(const char* text, int parts[6])
+{
+    static const char SEPARATORS[] = "--T::";
+    const char* p = text;
+    for (int i = 0; i < 6; ++i) {
+        char digits[8];
+        size_t n = 0;
+        while (p[n] >= '0' && p[n] <= '9' && n < sizeof digits - 1)
+            ++n;
+        memcpy(digits, p, n);
+        digits[n] = 0;
+        long v;
+        if (!n || !parseNumber(digits, 0, 9999, &v))
+            return 0;
+        parts[i] = (int)v;
+        p += n;
+        if (i < 5 && *p++ != SEPARATORS[i])
+            return 0;
+    }
+    if (*p == '.')
+        for (++p; *p >= '0' && *p <= '9'; ++p) {}
+    if (*p == 'Z')
+        ++p;
+    return *p == 0;
+}
+
 Read requestNumber(const char* key, long min, long max, long* out)
 {
     char text[32];

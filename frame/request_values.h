@@ -72,6 +72,9 @@ const char* requestBodyNamespace();
 int parseNumber(const char* text, long min, long max, long* out);
 int parseDecimal(const char* text, double min, double max, double* out);
 int parseBool(const char* text, int* out);
+// An xs:dateTime as YYYY-MM-DDThh:mm:ss, with optional fraction of a second
+// and "Z": year, month, day, hour, minute, second into parts.
+int parseDateTime(const char* text, int parts[6]);
 
 // The standard refusal of a request value: status 400, Sender,
 // ter:InvalidArgVal and the given second subcode (without "ter:").

@@ -31,6 +31,7 @@ const Field FIELDS[] = {
     {"<tds:SetDiscoveryMode><tds:DiscoveryMode>@</tds:DiscoveryMode></tds:SetDiscoveryMode>", 17, 0},
     {"<tds:CreateUsers><tds:User><tt:Username>@</tt:Username><tt:Password>secret1</tt:Password>"
      "<tt:UserLevel>User</tt:UserLevel></tds:User></tds:CreateUsers>", 33, 0},
+    {"<tds:AddScopes><tds:ScopeItem>@</tds:ScopeItem></tds:AddScopes>", 257, 0},
     {"<tds:DeleteUsers><tds:Username>@</tds:Username></tds:DeleteUsers>", 33, 0},
     {"<tds:SetSystemFactoryDefault><tds:FactoryDefault>@</tds:FactoryDefault></tds:SetSystemFactoryDefault>", 33, 0},
     {"<tds:GetSystemLog><tds:LogType>@</tds:LogType></tds:GetSystemLog>", 65, 0},
