@@ -337,16 +337,6 @@ int log_message_to_onvifErrorFile(int flag, const char* fmt, ...)
     return 1;
 }
 
-int log_message_to_debugFile(int flag, const char* fmt, ...)
-{
-    if (flag) {
-        va_list ap;
-        va_start(ap, fmt);
-        echoToLog(ONVIF_DEBUG_LOG, fmt, ap);
-        va_end(ap);
-    }
-    return 1;
-}
 
 void logServiceError(const char* func, const char* fmt, ...)
 {
