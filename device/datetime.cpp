@@ -11,6 +11,7 @@
 #include "state/paths.h"
 
 #include <stdarg.h>
+#include <limits.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
@@ -184,11 +185,13 @@ static void writeInvalidTimeZoneFault()
     writeSenderFault2("InvalidArgVal", "InvalidTimeZone", "Invalid data", "An invalid time zone was specified");
 }
 
-static int readNumber(const char* key)
+// A clock field; 0 when absent. Sets *refused when the value is no number.
+static int readNumber(const char* key, int* refused)
 {
-    char text[33];
-    requestText(key, text, 33);
-    return (int)strtol(text, 0, 10);
+    long value = 0;
+    if (requestNumber(key, INT_MIN, INT_MAX, &value) == Read::Refused)
+        *refused = 1;
+    return (int)value;
 }
 
 // The settings program learns an NTP clock (the query in G_Cmd); a manual
@@ -213,9 +216,13 @@ void SetSystemDateAndTimeResponse()
     TimeSettings t;
     memset(&t, 0, sizeof t);
     char tz[65], zoneText[65];
-    requestText("tds:DateTimeType", t.type, 17);
-    t.hasDaylight = requestText("tds:DaylightSavings", t.daylight, 17) && CheckBool(t.daylight) == 0;
-    int hasTz = requestText("tt:TZ", tz, 65);
+    Read typeRead = requestText("tds:DateTimeType", t.type, 17);
+    Read daylightRead = requestText("tds:DaylightSavings", t.daylight, 17);
+    Read tzRead = requestText("tt:TZ", tz, 65);
+    if (typeRead == Read::Refused || daylightRead == Read::Refused || tzRead == Read::Refused)
+        return;
+    t.hasDaylight = daylightRead == Read::Value && CheckBool(t.daylight) == 0;
+    int hasTz = tzRead == Read::Value;
     snprintf(zoneText, sizeof zoneText, "%s", hasTz ? tz : "GMT+0:00:00");
     if (hasTz) {
         // The text goes into the settings file as it is: never a second line,
@@ -238,9 +245,11 @@ void SetSystemDateAndTimeResponse()
     }
     if (strcmp(t.type, "Manual") != 0)
         return;
-    int hour = readNumber("tt:Hour"), minute = readNumber("tt:Minute"), second = readNumber("tt:Second");
-    int year = readNumber("tt:Year"), month = readNumber("tt:Month"), day = readNumber("tt:Day");
-    if (hour < 0 || hour > 23 || minute < 0 || minute > 59 || second < 0 || second > 59 || month < 1 ||
+    int refused = 0;
+    int hour = readNumber("tt:Hour", &refused), minute = readNumber("tt:Minute", &refused);
+    int second = readNumber("tt:Second", &refused), year = readNumber("tt:Year", &refused);
+    int month = readNumber("tt:Month", &refused), day = readNumber("tt:Day", &refused);
+    if (refused || hour < 0 || hour > 23 || minute < 0 || minute > 59 || second < 0 || second > 59 || month < 1 ||
         month > 12 || day < 1 || day > Month_To_Day_Limit(month, year)) {
         writeSenderFault2("InvalidArgVal", "InvalidDateTime", "Invalid data", ">An invalid date or time was specified");
         return;

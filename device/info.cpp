@@ -135,7 +135,8 @@ void GetCapabilityResponse()
     int handled = 0;
     for (int row = 1; (row = requestRowOf("Category", row)) > 0; ++row) {
         char category[33];
-        requestRowValue(row, category, sizeof category);
+        if (requestRowValue(row, category, sizeof category) == Read::Refused)
+            return;
         ++handled;
         if (strcmp(category, "All") == 0) {
             setResponse("<tds:GetCapabilitiesResponse><tds:Capabilities>");

@@ -30,7 +30,7 @@ void SetDefault()
     if (shmWord(WS_MSG_NUM) != 0)
         sleepMs(3000);
     char kind[33];
-    if (!requestText("tds:FactoryDefault", kind, 33))
+    if (requestText("tds:FactoryDefault", kind, 33) != Read::Value)
         return;
     setResponse("<tds:SetSystemFactoryDefaultResponse></tds:SetSystemFactoryDefaultResponse>");
     if (strcmp(kind, "Hard") == 0)
@@ -42,7 +42,10 @@ void SetDefault()
 void GetSystemLog()
 {
     char type[65];
-    if (!requestText("tt:LogType", type, 65) && !requestText("LogType", type, 65)) {
+    Read read = requestTextEither("tt:LogType", "LogType", type, 65);
+    if (read == Read::Refused)
+        return;
+    if (read == Read::Absent) {
         writeReceiverFault2("InvalidArgs", "LogTypeUnavailable", "There is no LogType information.",
                             "There is no LogType information.");
         return;
@@ -63,8 +66,8 @@ void GetSystemLog()
     }
     setResponse("<tds:GetSystemLogResponse><tds:SystemLog><tt:String>");
     static const char CLOSE[] = "</tt:String></tds:SystemLog></tds:GetSystemLogResponse>";
-    // Copied as it is; a log longer than the answer holds is cut, never the closing tags.
-    appendFileToResponse(f, sizeof CLOSE);
+    // A log longer than the answer holds is cut, never the closing tags.
+    appendFileTextToResponse(f, sizeof CLOSE);
     fclose(f);
     appendMarkup(CLOSE);
 }

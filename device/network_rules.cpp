@@ -289,16 +289,11 @@ static int nextSectionRow(const NetworkSetter* setter, int from)
 
 static SettingRead readInSpan(const char* element, Span span, char* buf, size_t n)
 {
-    int row = -1;
-    SettingRead r = settingReadOf(requestTextFrom(element, span.from, &row, buf, n));
-    if (r != SettingRead::Absent && row >= span.to) {
-        buf[0] = 0;
-        return SettingRead::Absent;
-    }
-    return r;
+    return settingReadOf(requestTextWithin(element, span.from, span.to, buf, n));
 }
 
-// The span of a row's section in this request; 0 when the request has none.
+// The span of a row's section in this request; 0 when the request has none,
+// -1 when a selecting name was refused (the refusal is written).
 static int sectionSpan(const NetworkSetter* setter, const RowPath& p, Span* span)
 {
     if (!p.section[0]) {
@@ -313,8 +308,12 @@ static int sectionSpan(const NetworkSetter* setter, const RowPath& p, Span* span
         span->from = row + 1;
         span->to = nextSectionRow(setter, row + 1);
         char name[16];
-        if (!p.selector[0] ||
-            (readInSpan("Name", *span, name, sizeof name) == SettingRead::Value && strcmp(name, p.selector) == 0))
+        if (!p.selector[0])
+            return 1;
+        SettingRead r = readInSpan("Name", *span, name, sizeof name);
+        if (r == SettingRead::Refused)
+            return -1;
+        if (r == SettingRead::Value && strcmp(name, p.selector) == 0)
             return 1;
         from = row + 1;
     }
@@ -346,8 +345,9 @@ static SettingRead readNetworkRow(const SettingRow* row, char* buf, size_t n, vo
     if (p.section[0] && !p.selector[0] && !checkEveryOccurrence(setter, row, p))
         return SettingRead::Refused;
     Span span;
-    if (!sectionSpan(setter, p, &span))
-        return SettingRead::Absent;
+    int found = sectionSpan(setter, p, &span);
+    if (found <= 0)
+        return found < 0 ? SettingRead::Refused : SettingRead::Absent;
     SettingRead r = readInSpan(p.element, span, buf, n);
     return r == SettingRead::Absent && (row->flags & SETTING_REQUIRED) ? SettingRead::Refused : r;
 }

@@ -10,6 +10,7 @@
 #include "state/config.h"
 #include "state/paths.h"
 #include "state/shm.h"
+#include "state/storelock.h"
 
 #include <stdio.h>
 #include <string.h>
@@ -67,8 +68,14 @@ static void writeBadScopeFault()
                       "A scope may not hold a line break, a carriage return or a NUL character.");
 }
 
+// Every scope is first read whole: one that does not fit is refused before
+// any is looked at.
 static int refuseBadScopes(const char* plainName)
 {
+    char scope[SCOPE_SIZE];
+    for (int row = 1; row < requestRows(); ++row)
+        if (isScopeRow(row, plainName) && requestRowValue(row, scope, sizeof scope) == Read::Refused)
+            return 1;
     for (int row = 1; row < requestRows(); ++row) {
         if (isScopeRow(row, plainName) && scopeBreaksLine(requestRowText(row))) {
             writeBadScopeFault();
@@ -89,13 +96,13 @@ static void writeValueNamesKeyFault()
 // tells its kinds apart by the bare key words.
 static int refuseScopesNamingKeys(const char* plainName, int storedDecoded)
 {
-    for (int row = 1; row < G_xmlElementNum && row < XML_TABLE_ROWS; ++row) {
+    for (int row = 1; row < requestRows(); ++row) {
         if (!isScopeRow(row, plainName))
             continue;
         char decoded[SCOPE_SIZE];
         if (storedDecoded)
-            url_decode(ElementBuffer2[row], decoded, sizeof decoded);
-        const char* stored = storedDecoded ? decoded : ElementBuffer2[row];
+            url_decode(requestRowText(row), decoded, sizeof decoded);
+        const char* stored = storedDecoded ? decoded : requestRowText(row);
         if (namesKeyOfFile(ONVIF_CONF_FILE, stored) || strstr(stored, "FixedScopes") ||
             strstr(stored, "ConfigurableScopes")) {
             writeValueNamesKeyFault();
@@ -287,7 +294,10 @@ void RemoveScopes()
     while ((f = fopenRoot(ONVIF_CONF_FILE, "r")) == 0) {
         logServiceError("RemoveScopes", "%s", "ONVIF_CONF_FILE missing");
         logServiceError("RemoveScopes", "*(G_shared_memory + WS_MSG_NUM)=%d", shmWord(WS_MSG_NUM));
-        sleepMs(2000);
+        if (sleepOutsideStoreLock(2000) != 0) {
+            G_httpAck = 500;
+            return;
+        }
     }
     fclose(f);
     RemoveScopesEdit e;
@@ -330,8 +340,10 @@ void GetDiscoveryMode()
 void SetDiscoveryMode()
 {
     char mode[17];
-    int present = requestText("DiscoveryMode", mode, 17) || requestText("tds:DiscoveryMode", mode, 17);
-    if (present) {
+    Read read = requestTextEither("DiscoveryMode", "tds:DiscoveryMode", mode, 17);
+    if (read == Read::Refused)
+        return;
+    if (read == Read::Value) {
         if (hasLineBreak(mode)) {
             writeSenderFault2("InvalidArgVal", "InvalidArgs", "The discovery mode is not valid",
                               "A discovery mode may not hold a line break.");

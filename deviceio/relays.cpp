@@ -26,9 +26,9 @@ static const char* outputListFile()
 }
 
 // Reads the first of two element names that the request holds.
-static int readEither(const char* prefixed, const char* plain, char* out, int length)
+static Read readEither(const char* prefixed, const char* plain, char* out, int length)
 {
-    return requestText(prefixed, out, length + 1) || requestText(plain, out, length + 1);
+    return requestTextEither(prefixed, plain, out, (size_t)length + 1);
 }
 
 // The list line "<token>.IOConf" of an output; the settings file is only
@@ -108,7 +108,10 @@ static void writeOptions(const char* token)
 void GetRelayOutputOptions()
 {
     char token[65];
-    if (readEither("tt:RelayOutputToken", "RelayOutputToken", token, 64)) {
+    Read read = readEither("tt:RelayOutputToken", "RelayOutputToken", token, 64);
+    if (read == Read::Refused)
+        return;
+    if (read == Read::Value) {
         char fileName[128];
         int found = findOutputLine(token, fileName, sizeof fileName);
         if (found < 0)
@@ -180,14 +183,20 @@ static int outputIndex(const char* fileName)
 void SetRelayOutputSettings()
 {
     char token[65], mode[65], delay[65], idle[65], fileName[128];
-    int hasToken = readEither("tt:RelayOutputToken", "RelayOutputToken", token, 64);
+    Read tokenRead = readEither("tt:RelayOutputToken", "RelayOutputToken", token, 64);
+    if (tokenRead == Read::Refused)
+        return;
+    int hasToken = tokenRead == Read::Value;
     if (!hasRelayOutputs() || !hasToken || findOutputLine(token, fileName, sizeof fileName) <= 0) {
         writeUnknownTokenFault(hasToken ? token : "");
         return;
     }
-    int hasMode = readEither("tt:Mode", "RelayMode", mode, 64);
-    int hasDelay = readEither("tt:DelayTime", "DelayTime", delay, 64);
-    int hasIdle = readEither("tt:IdleState", "IdleState", idle, 64);
+    Read modeRead = readEither("tt:Mode", "RelayMode", mode, 64);
+    Read delayRead = readEither("tt:DelayTime", "DelayTime", delay, 64);
+    Read idleRead = readEither("tt:IdleState", "IdleState", idle, 64);
+    if (modeRead == Read::Refused || delayRead == Read::Refused || idleRead == Read::Refused)
+        return;
+    int hasMode = modeRead == Read::Value, hasDelay = delayRead == Read::Value, hasIdle = idleRead == Read::Value;
     if (hasMode && strcmp(mode, "Monostable") != 0)
         snprintf(mode, sizeof mode, "Bistable");
     if (hasDelay) {
@@ -249,7 +258,10 @@ void SetRelayOutputSettings()
 void SetRelayOutputState()
 {
     char token[65], state[65], fileName[128];
-    int hasToken = readEither("tt:RelayOutputToken", "RelayOutputToken", token, 64);
+    Read tokenRead = readEither("tt:RelayOutputToken", "RelayOutputToken", token, 64);
+    if (tokenRead == Read::Refused)
+        return;
+    int hasToken = tokenRead == Read::Value;
     int found = hasToken && hasRelayOutputs() ? findOutputLine(token, fileName, sizeof fileName) : 0;
     if (found < 0)
         log_message_to_onvifErrorFile(1, "[SetRelayOutputState] FILE: %s missing", outputListFile());
@@ -257,7 +269,8 @@ void SetRelayOutputState()
         writeUnknownTokenFault(hasToken ? token : "");
         return;
     }
-    readEither("tt:LogicalState", "LogicalState", state, 64);
+    if (readEither("tt:LogicalState", "LogicalState", state, 64) == Read::Refused)
+        return;
     int active = strcmp(state, "inactive") != 0;
     RelayEdit edit = {0, 0, 0, active ? "active" : "inactive"};
     rewriteRelaySettings(fileName, &edit);

@@ -86,6 +86,13 @@ void writeEventFault(const char* reason, const char* detail);
 void writeInvalidFilterFault(const char* reason, const char* description, const char* unknownFilter);
 void writeResourceUnknownFault();
 
+// The request's filter reduced to its code (10 without a filter): FILTER_OK,
+// or the reason it was refused. refuseFilter writes the fault for a refused
+// one (a refused read has written its own) and returns 1.
+enum FilterResult { FILTER_OK = 0, FILTER_BAD_TOPIC = 1, FILTER_BAD_CONTENT = 2, FILTER_REFUSED = 3 };
+int classifyFilter(int vendorNames, int onePullPoint, int isSubscribe, int* code);
+int refuseFilter(int result);
+
 void PullMsg_SendFirstEventState(int filterCode, int messageLimit, const char* timeText);
 
 #endif

@@ -12,6 +12,7 @@
 #include "state/paths.h"
 #include "state/shm.h"
 
+#include <limits.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
@@ -123,7 +124,7 @@ static void drainEventFile(const char* path)
     FILE* f = fopenRoot(path, "r");
     if (!f)
         return;
-    long taken = appendFileToResponse(f, sizeof "</tev:PullMessagesResponse>");
+    long taken = appendMarkupFileToResponse(f, sizeof "</tev:PullMessagesResponse>");
     struct stat st;
     int rest = fstat(fileno(f), &st) == 0 && st.st_size > taken;
     if (rest && taken == 0) {
@@ -159,7 +160,10 @@ void PullMessages()
 {
     char text[33];
     int timeout = MAX_PULL_SECONDS;
-    if (requestText("wsnt:Timeout", text, 33)) {
+    Read timeoutRead = requestText("wsnt:Timeout", text, 33);
+    if (timeoutRead == Read::Refused)
+        return;
+    if (timeoutRead == Read::Value) {
         int h, m, s;
         GetTimeSpanIntoTimeInteger(text, &h, &m, &s);
         long total = (long)h * 3600 + (long)m * 60 + s;
@@ -170,7 +174,10 @@ void PullMessages()
         }
         timeout = total < 0 ? 0 : (int)total;
     }
-    int limit = requestText("wsnt:MessageLimit", text, 33) ? (int)strtol(text, 0, 10) : 2;
+    long limitRead = 2;
+    if (requestNumber("wsnt:MessageLimit", INT_MIN, INT_MAX, &limitRead) == Read::Refused)
+        return;
+    int limit = (int)limitRead;
 
     struct tm now;
     char current[64];

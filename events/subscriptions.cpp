@@ -1,5 +1,5 @@
-// Subscriptions: the slot table shared with the camera's event process,
-// creating pull points and push subscriptions, renewing and ending them.
+// The subscription actions: creating pull points and push subscriptions,
+// renewing and ending them, and the event form of the synchronization point.
 #include "events/events.h"
 #include "state/shm_words.h"
 #include "state/timespan.h"
@@ -13,6 +13,7 @@
 #include "state/command.h"
 #include "state/config.h"
 #include "state/paths.h"
+#include "state/model.h"
 #include "state/shm.h"
 
 #include <stdio.h>
@@ -20,262 +21,12 @@
 #include <string.h>
 #include <unistd.h>
 
-int* subscriptionSlot(int k)
+// 1 when read (or absent, *has 0); 0 when refused.
+static int readInitialTermination(char* initial, size_t n, int* has)
 {
-    return G_shared_memory + SUBSCRIPTION_TABLE_WORD + SLOT_WORDS * k;
-}
-
-int requestedSubscriptionNumber()
-{
-    const char* idx = G_event_service;
-    // No index read from the address reads as 0, the first subscription, as
-    // the camera has always taken it; anything but a slot number names none.
-    if (strlen(idx) > 2 || strspn(idx, "0123456789") != strlen(idx))
-        return 0;
-    int n = atoi(idx);
-    return n < SUBSCRIPTION_SLOTS ? n + 1 : 0;
-}
-
-int* findSubscription(int number, unsigned stateMask)
-{
-    if (number <= 0)
-        return 0;
-    for (int k = 0; k < SUBSCRIPTION_SLOTS; ++k) {
-        int* slot = subscriptionSlot(k);
-        int state = slot[SLOT_STATE];
-        if (state >= 0 && state < 8 && (stateMask & (1u << state)) && slot[SLOT_NUMBER] == number)
-            return slot;
-    }
-    return 0;
-}
-
-int terminationFromDuration(const char* text, int hasText, const struct tm* now, char* out, size_t n)
-{
-    int hours = 0, minutes = 0, seconds = 0, mode = 2;
-    if (hasText && strstr(text, "PT")) {
-        GetTimeSpanIntoTimeInteger(text, &hours, &minutes, &seconds);
-        // A negative or absurd part is no duration the calendar can add.
-        if (hours < 0 || minutes < 0 || seconds < 0 || hours > 1000000 || minutes > 1000000 || seconds > 1000000)
-            hours = minutes = seconds = 0;
-        mode = 1;
-    } else {
-        seconds = 60;
-    }
-    Carry_Time(out, n, seconds, minutes, hours, now);
-    return mode;
-}
-
-void storeTime(int* words, const char* text)
-{
-    int f[6] = {0, 0, 0, 0, 0, 0};
-    sscanf(text, "%d-%d-%dT%d:%d:%d", &f[0], &f[1], &f[2], &f[3], &f[4], &f[5]);
-    for (int i = 0; i < 6; ++i)
-        words[i] = f[i];
-}
-
-void slotTime(const int* words, char* out, size_t n)
-{
-    formatChecked(out, n, "%d-%02d-%02dT%02d:%02d:%02d", words[0], words[1], words[2], words[3], words[4], words[5]);
-}
-
-static int compareTimes(const char* a, const char* b)
-{
-    int x[6] = {0, 0, 0, 0, 0, 0}, y[6] = {0, 0, 0, 0, 0, 0};
-    sscanf(a, "%d-%d-%dT%d:%d:%d", &x[0], &x[1], &x[2], &x[3], &x[4], &x[5]);
-    sscanf(b, "%d-%d-%dT%d:%d:%d", &y[0], &y[1], &y[2], &y[3], &y[4], &y[5]);
-    for (int i = 0; i < 6; ++i)
-        if (x[i] != y[i])
-            return x[i] > y[i];
-    return 1;
-}
-
-int expiration_check(const char* a, const char* b) { return compareTimes(a, b); }
-int A_larger_than_B(const char* a, const char* b) { return compareTimes(a, b); }
-
-void eventFilePath(int number, char* out, size_t n) { formatChecked(out, n, "/tmp/onvif/eventfile%d", number); }
-void pushRecordPath(int number, char* out, size_t n) { formatChecked(out, n, "/tmp/onvif/subscribe%d.event", number); }
-
-// The event service's fault, up to the opening of its detail; the caller
-// appends the detail and closes it with closeEventFault.
-static void openEventFault(const char* reason)
-{
-    setResponse("<SOAP-ENV:Fault><SOAP-ENV:Code><SOAP-ENV:Value>SOAP-ENV:Sender</SOAP-ENV:Value>"
-                "<SOAP-ENV:Subcode><SOAP-ENV:Value>ter:InvalidArgVal</SOAP-ENV:Value></SOAP-ENV:Subcode>"
-                "</SOAP-ENV:Code><SOAP-ENV:Reason><SOAP-ENV:Text xml:lang=\"en\">%s</SOAP-ENV:Text></SOAP-ENV:Reason>"
-                "<SOAP-ENV:Node>http://www.w3.org/2003/05/soap-envelope/node/ultimateReceiver</SOAP-ENV:Node>"
-                "<SOAP-ENV:Role>http://www.w3.org/2003/05/soap-envelope/role/ultimateReceiver</SOAP-ENV:Role>"
-                "<SOAP-ENV:Detail>", reason);
-}
-
-static void closeEventFault()
-{
-    appendMarkup("</SOAP-ENV:Detail></SOAP-ENV:Fault>");
-    G_httpAck = 400;
-}
-
-void writeEventFault(const char* reason, const char* detail)
-{
-    openEventFault(reason);
-    appendResponse("%s", detail);
-    closeEventFault();
-}
-
-void writeInvalidFilterFault(const char* reason, const char* description, const char* unknownFilter)
-{
-    struct tm now;
-    char stamp[64];
-    currentTime(&now);
-    formatTime(stamp, sizeof stamp, &now);
-    openEventFault(reason);
-    appendResponse("<wsnt:InvalidFilterFault><bf2:Timestamp>%s</bf2:Timestamp><bf2:Description>%s"
-                   "</bf2:Description><wsnt:UnknownFilter>%s</wsnt:UnknownFilter></wsnt:InvalidFilterFault>",
-                   stamp, description, unknownFilter);
-    closeEventFault();
-}
-
-void writeResourceUnknownFault()
-{
-    struct tm now;
-    char stamp[64];
-    currentTime(&now);
-    formatTime(stamp, sizeof stamp, &now);
-    openEventFault("Argument Value Invalid");
-    appendResponse("<wsrf-r:ResourceUnknownFault><bf2:Timestamp>%s</bf2:Timestamp>"
-                   "<bf2:Description>Resource unknown</bf2:Description></wsrf-r:ResourceUnknownFault>", stamp);
-    closeEventFault();
-}
-
-enum FilterResult { FILTER_OK = 0, FILTER_BAD_TOPIC = 1, FILTER_BAD_CONTENT = 2 };
-
-int check_msg_content(const char* text, int length)
-{
-    char term[257], function[257], rest[257];
-    memset(function, 0, sizeof function);
-    memset(rest, 0, sizeof rest);
-    snprintf(term, sizeof term, "%.*s", length < 0 ? 0 : length, text);
-    // A term without the item part is no item test at all.
-    if (sscanf(term, "%256[^(](//tt:SimpleItem[%256s", function, rest) != 2)
-        return 1;
-    if (strcmp(function, "boolean") != 0)
-        return 1;
-    char name[257] = "", value[257] = "";
-    sscanf(rest, "@Name=\"%256s", name);
-    sscanf(rest, "@Value=\"%256s", value);
-    return 0;
-}
-
-// Checks each term of a content cut at every separator; 0 when all pass.
-static int checkContentTerms(const char* content, const char* separator)
-{
-    const char* p = content;
-    size_t sepLen = strlen(separator);
-    for (;;) {
-        const char* next = strstr(p, separator);
-        int length = next ? (int)(next - p) : (int)strlen(p);
-        if (check_msg_content(p, length))
-            return 1;
-        if (!next)
-            return 0;
-        p = next + sepLen;
-    }
-}
-
-static int contentAloneAccepted(const char* content)
-{
-    if (strstr(content, "or "))
-        return !checkContentTerms(content, "or ");
-    if (strstr(content, "and "))
-        return !checkContentTerms(content, "and ");
-    return 1;
-}
-
-// With a known topic root, only a content that begins with the word
-// "boolean" (or names the item State) passes.
-static int contentWithTopicAccepted(const char* content, int doubledParenthesis)
-{
-    char word[257] = "", name[257] = "";
-    sscanf(content, doubledParenthesis ? "%256s((//tns1:SimpleItem[@Name=\"%256[^\"]\"])"
-                                       : "%256s(//tns1:SimpleItem[@Name=\"%256[^\"]\"])", word, name);
-    return strcmp(word, "boolean") == 0 || strcmp(name, "State") == 0;
-}
-
-struct TopicRow {
-    const char* root;
-    const char* first;   // remainder substring of the first source
-    const char* second;  // remainder substring of the second source
-    int firstCode, secondCode, bothCode, emptyCode;
-};
-
-static const TopicRow ONVIF_TOPICS[] = {
-    {"tns1:VideoSource", "MotionAlarm", "TamperingDetection", FILTER_MOTION, FILTER_TAMPERING, FILTER_VIDEO_SOURCE,
-     FILTER_VIDEO_SOURCE_ROOT},
-    {"tns1:Device", "Trigger/BinaryInput", "Trigger/Relay", FILTER_INPUTS, FILTER_RELAYS, FILTER_DEVICE,
-     FILTER_DEVICE_ROOT},
-};
-static const TopicRow VENDOR_TOPICS[] = {
-    {"tns1:VideoAnalytics", "tnsaxis:MotionDetection", "TamperingDetection", FILTER_MOTION, FILTER_TAMPERING,
-     FILTER_VIDEO_SOURCE, FILTER_VIDEO_SOURCE_ROOT},
-    {"tns1:Device", "tnsiv:BinaryInput", "tnsiv:Relay", FILTER_INPUTS, FILTER_RELAYS, FILTER_DEVICE,
-     FILTER_DEVICE_ROOT},
-};
-
-// Reduces the request's filter to one code; FILTER_BAD_* when refused. The
-// analytics motion topic and the "(null)" topic are taken only where the
-// camera's own topics are the ONVIF ones and it keeps several pull points.
-static int classifyFilter(int vendorNames, int onePullPoint, int isSubscribe, int* code)
-{
-    char topic[65], content[257];
-    int hasTopic = requestText("wsnt:TopicExpression", topic, 65);
-    int hasContent = requestText("wsnt:MessageContent", content, (isSubscribe ? 64 : 256) + 1);
-    if (!hasTopic && !hasContent) {
-        *code = FILTER_NONE;
-        return FILTER_OK;
-    }
-    if (!hasTopic) {
-        *code = FILTER_CONTENT_ONLY;
-        return contentAloneAccepted(content) ? FILTER_OK : FILTER_BAD_CONTENT;
-    }
-    char root[65] = "", rest[65] = "";
-    sscanf(topic, "%64[^/]/%64s", root, rest);
-    const TopicRow* rows = vendorNames ? VENDOR_TOPICS : ONVIF_TOPICS;
-    for (int i = 0; i < 2; ++i) {
-        const TopicRow& row = rows[i];
-        if (strcmp(root, row.root) != 0)
-            continue;
-        int first = strstr(rest, row.first) != 0, second = strstr(rest, row.second) != 0;
-        if (!rest[0])
-            *code = row.emptyCode;
-        else if (first && second)
-            *code = row.bothCode;
-        else if (first)
-            *code = row.firstCode;
-        else if (second)
-            *code = row.secondCode;
-        else
-            return FILTER_BAD_TOPIC;
-        return !hasContent || contentWithTopicAccepted(content, isSubscribe) ? FILTER_OK : FILTER_BAD_CONTENT;
-    }
-    int defaultVariant = !vendorNames && !onePullPoint;
-    if (defaultVariant && strcmp(root, "tns1:VideoAnalytics") == 0) {
-        if (!strstr(rest, "tnsavg:MotionDetection"))
-            return FILTER_BAD_TOPIC;
-        *code = FILTER_ANALYTICS_MOTION;
-        return !hasContent || contentWithTopicAccepted(content, isSubscribe) ? FILTER_OK : FILTER_BAD_CONTENT;
-    }
-    if (defaultVariant && strstr(topic, "(null)")) {
-        *code = FILTER_CONTENT_ONLY;
-        return !hasContent || contentAloneAccepted(content) ? FILTER_OK : FILTER_BAD_CONTENT;
-    }
-    return FILTER_BAD_TOPIC;
-}
-
-static int refuseFilter(int result)
-{
-    if (result == FILTER_OK)
-        return 0;
-    writeInvalidFilterFault("Argument Value Invalid", "The Subscribe message contained an unsupported filter",
-                            result == FILTER_BAD_TOPIC ? "wsnt:TopicExpression" : "wsnt:MessageContent");
-    return 1;
+    Read r = requestText("tet:InitialTerminationTime", initial, n);
+    *has = r == Read::Value;
+    return r != Read::Refused;
 }
 
 static int firstFreeSlot()
@@ -310,9 +61,10 @@ static void claimSlot(int state, const int address[4], int filterCode, const cha
     slot[SLOT_TERMINATION_MODE] = mode;
 }
 
-// The subscription address, the times, and the termination to store.
-static int writeSubscriptionReference(const char* openTag, const char* referenceTag, char* termination, size_t n,
-                                      int* number)
+// The subscription address, the times, and the termination to store;
+// the initial termination was read beforehand (readInitialTermination).
+static int writeSubscriptionReference(const char* openTag, const char* referenceTag, const char* initial,
+                                      int hasInitial, char* termination, size_t n, int* number)
 {
     char camera[64] = "", service[96];
     addressFromNetworkFile(camera, sizeof camera);
@@ -322,8 +74,6 @@ static int writeSubscriptionReference(const char* openTag, const char* reference
     *number = idx + 1;
     setResponse("<%s><%s><wsa5:Address>%s/onvif/device_service?Idx=%d</wsa5:Address></%s>", openTag,
                 referenceTag, service, idx, referenceTag);
-    char initial[33];
-    int hasInitial = requestText("tet:InitialTerminationTime", initial, 33);
     struct tm now;
     char current[64];
     currentTime(&now);
@@ -350,10 +100,12 @@ void CreatePullPointSubscription()
     int code = FILTER_NONE;
     if (refuseFilter(classifyFilter(modelHas(Cap::EventsVendorTopics), onePullPoint, 0, &code)))
         return;
-    char termination[64], path[64];
-    int number;
+    char termination[64], path[64], initial[33];
+    int number, hasInitial;
+    if (!readInitialTermination(initial, sizeof initial, &hasInitial))
+        return;
     int mode = writeSubscriptionReference("tev:CreatePullPointSubscriptionResponse", "tev:SubscriptionReference",
-                                          termination, sizeof termination, &number);
+                                          initial, hasInitial, termination, sizeof termination, &number);
     // With the table full the answer names slot 0, whose file is its subscriber's: leave it.
     if (firstFreeSlot() >= 0) {
         eventFilePath(number, path, sizeof path);
@@ -372,15 +124,20 @@ void Subscribe()
         return;
     char consumer[129];
     // The record keeps the address on one line: an address with a line break is no address.
-    if (!requestText("a:Address", consumer, 129) || strcmp(consumer, "(null)") == 0 || hasLineBreak(consumer)) {
+    Read consumerRead = requestText("a:Address", consumer, 129);
+    if (consumerRead == Read::Refused)
+        return;
+    if (consumerRead == Read::Absent || strcmp(consumer, "(null)") == 0 || hasLineBreak(consumer)) {
         writeInvalidFilterFault("Argument Value Invalid", "The Subscribe message contained an unsupported filter",
                                 "wsnt:Need Assign Address");
         return;
     }
-    char termination[64], path[64], record[256];
-    int number;
-    int mode = writeSubscriptionReference("wsnt:SubscribeResponse", "wsnt:SubscriptionReference", termination,
-                                          sizeof termination, &number);
+    char termination[64], path[64], record[256], initial[33];
+    int number, hasInitial;
+    if (!readInitialTermination(initial, sizeof initial, &hasInitial))
+        return;
+    int mode = writeSubscriptionReference("wsnt:SubscribeResponse", "wsnt:SubscriptionReference", initial,
+                                          hasInitial, termination, sizeof termination, &number);
     if (firstFreeSlot() >= 0) {
         pushRecordPath(number, path, sizeof path);
         snprintf(record, sizeof record, "consumer_address=%s\nclient_no=%d\n", consumer, number);
@@ -403,7 +160,10 @@ void Renew()
         return;
     }
     char requested[33];
-    if (!requestText("tet:TerminationTime", requested, 33)) {
+    Read read = requestText("tet:TerminationTime", requested, 33);
+    if (read == Read::Refused)
+        return;
+    if (read == Read::Absent) {
         setResponse("<wsnt:RenewResponse><wsnt:TerminationTime>Z</wsnt:TerminationTime>"
                     "<wsnt:CurrentTime>Z</wsnt:CurrentTime></wsnt:RenewResponse>");
         return;
@@ -416,7 +176,10 @@ void Renew()
         terminationFromDuration(requested, 1, &now, termination, sizeof termination);
     } else {
         int f[6] = {0, 0, 0, 0, 0, 0};
-        sscanf(requested, "%d-%d-%dT%d:%d:%dZ", &f[0], &f[1], &f[2], &f[3], &f[4], &f[5]);
+        if (!parseDateTime(requested, f)) {
+            refuseRequestValue("InvalidArgs", "The value is not valid", "The termination time is no date and time.");
+            return;
+        }
         snprintf(termination, sizeof termination, "%d-%02d-%02dT%02d:%02d:%02d", f[0], f[1], f[2], f[3], f[4], f[5]);
         // A time already past is taken as it is, and reported as now.
         if (A_larger_than_B(current, termination))
@@ -459,14 +222,8 @@ void Unsubscribe()
     setResponse("<wsnt:UnsubscribeResponse></wsnt:UnsubscribeResponse>");
 }
 
-void SetSynchronizationPoint()
+void EventSetSynchronizationPoint()
 {
-    if (G_XML != 2) {
-        // The media service's form: the streams start over with a key frame.
-        runCameraProgramWith("h264/restart_stream.cgi", 0, 0);
-        setResponse("<trt:SetSynchronizationPointResponse></trt:SetSynchronizationPointResponse>");
-        return;
-    }
     int number = requestedSubscriptionNumber();
     for (int k = 0; k < SUBSCRIPTION_SLOTS && number > 0; ++k) {
         int* slot = subscriptionSlot(k);

@@ -177,26 +177,39 @@ int responseOverflowed()
     return responseOverflow;
 }
 
-long appendFileToResponse(FILE* f, size_t reserve)
+static long appendFileLines(FILE* f, size_t reserve, int escaped)
 {
     char piece[1024];
     long start = ftell(f), taken = start;
     size_t lineStart = responseLength;
+    const int overflowBefore = responseOverflow;
     while (fgets(piece, sizeof piece, f)) {
         size_t n = strlen(piece);
-        if (responseOverflow || responseLength + n + reserve >= G_RESPONSE_SIZE) {
+        int fits = !responseOverflow && (escaped ? putEscaped(piece) : put(piece, n)) &&
+                   responseLength + reserve < G_RESPONSE_SIZE;
+        if (!fits) {
             // The line that does not fit goes whole, not in part.
             responseLength = lineStart;
             G_Response[responseLength] = 0;
+            responseOverflow = overflowBefore;
             return taken - start;
         }
-        put(piece, n);
         if (n > 0 && piece[n - 1] == '\n') {
             taken = ftell(f);
             lineStart = responseLength;
         }
     }
     return ftell(f) - start;  // a last line without its line feed ends the file
+}
+
+long appendFileTextToResponse(FILE* f, size_t reserve)
+{
+    return appendFileLines(f, reserve, 1);
+}
+
+long appendMarkupFileToResponse(FILE* f, size_t reserve)
+{
+    return appendFileLines(f, reserve, 0);
 }
 
 const char* xmlEscape(const char* text, char* out, size_t n)

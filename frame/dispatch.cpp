@@ -8,6 +8,23 @@
 
 #include <string.h>
 
+// Three names belong to two services each; until the body's namespace picks
+// the service, the request's own content does, as it always has.
+void Stop()
+{
+    imagingSourceRequested() ? ImagingStop() : PtzStop();
+}
+
+void GetStatus()
+{
+    imagingSourceRequested() ? ImagingGetStatus() : PtzGetStatus();
+}
+
+void SetSynchronizationPoint()
+{
+    G_XML == 2 ? EventSetSynchronizationPoint() : MediaSetSynchronizationPoint();
+}
+
 // The credential rules are the camera's long-standing policy and clients rely
 // on them, uneven as they are between like actions.
 static const ActionRow actionRows[] = {

@@ -44,10 +44,14 @@ void appendBetween(const char* openMarkup, const char* text, const char* closeMa
 void clearResponse();
 int responseOverflowed();
 
-// Appends a file's text as it is to G_Response, leaving room for reserve
-// more bytes (the closing tags); a file too long for the answer is cut after
-// its last whole line that fits. Returns the bytes of the file taken.
-long appendFileToResponse(FILE* f, size_t reserve);
+// Appends a file's text, escaped like request text, to G_Response, leaving
+// room for reserve more bytes (the closing tags); a file too long for the
+// answer is cut after its last whole line that fits. Returns the bytes of
+// the file taken.
+long appendFileTextToResponse(FILE* f, size_t reserve);
+// The same for the one kind of file whose content is markup by design: the
+// event files the camera's event process writes notifications into.
+long appendMarkupFileToResponse(FILE* f, size_t reserve);
 
 // Escapes text for an XML element or attribute ("<", ">", "&", quotes) into
 // out; cut short rather than past its end. Returns out. Only for texts that

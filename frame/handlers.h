@@ -105,6 +105,8 @@ void GetAnalyticsModules();
 void GetNodes();
 void GetNode();
 void Stop();
+void PtzStop();
+void ImagingStop();
 void GetConfigurationOptions();
 void GetConfigurations();
 void GetConfiguration();
@@ -115,6 +117,10 @@ void GotoPreset();
 void RemovePreset();
 void GetPresets();
 void GetStatus();
+void PtzGetStatus();
+void ImagingGetStatus();
+// A request naming a video source is the imaging service's Stop or GetStatus.
+int imagingSourceRequested();
 void AbsoluteMove();
 void RelativeMove();
 void GotoHomePosition();
@@ -132,6 +138,8 @@ void MoveIris();
 
 // events/
 void SetSynchronizationPoint();
+void MediaSetSynchronizationPoint();
+void EventSetSynchronizationPoint();
 void CreatePullPointSubscription();
 void GetEventProperties();
 void Subscribe();

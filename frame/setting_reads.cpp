@@ -2,14 +2,14 @@
 #include "frame/setting_reads.h"
 #include "frame/request_values.h"
 
-SettingRead settingReadOf(int requestRead)
+SettingRead settingReadOf(Read requestRead)
 {
     switch (requestRead) {
-    case VALUE_READ:
+    case Read::Value:
         return SettingRead::Value;
-    case VALUE_ABSENT:
+    case Read::Absent:
         return SettingRead::Absent;
-    case VALUE_REFUSED:
+    case Read::Refused:
     default:
         return SettingRead::Refused;
     }

@@ -5,10 +5,11 @@
 
 #include <stddef.h>
 
+#include "frame/request_values.h"
 #include "state/setting_rules.h"
 
 // What a typed request read found, as the engine takes it.
-SettingRead settingReadOf(int requestRead);
+SettingRead settingReadOf(Read requestRead);
 
 // A row path "tt:Name" (the element's text) or "@x" (the first attribute of
 // that name).

@@ -1,4 +1,5 @@
-// Flattening of the request into element tables and the search functions.
+// Flattening of the request into element tables, each element with its
+// namespace and parent, and the walks the typed reads are built on.
 #include "frame/xmlsearch.h"
 #include "frame/frame.h"
 #include "state/paths.h"
@@ -24,6 +25,9 @@ int G_xmlAttributeNum_WSSE;
 const char* PrimaryElementName;
 int G_XML;
 char G_event_service[8];
+const char* ElementNamespace[XML_TABLE_ROWS];
+int ElementParent[XML_TABLE_ROWS];
+int AttributeElement[XML_TABLE_ROWS];
 // Set when a row did not fit its table: the request is then refused whole,
 // never served from a cut list.
 static int tablesOverflowed;
@@ -31,9 +35,42 @@ static int tablesOverflowed;
 // Key work-area sizes: keys longer than these never match.
 #define KEY_LIMIT_DATA 131
 #define KEY_LIMIT_ATTR 35
-#define KEY_LIMIT_TEMP 31
 
 static const char NULL_TEXT[] = "(null)";
+
+// The namespace declarations in scope while the body is flattened, innermost
+// last. Declarations past the stack leave their prefixes unresolved (the
+// prefix then stands for its namespace), never a wrong URI.
+struct NamespaceDeclaration {
+    const char* prefix;  // "" for the default namespace
+    const char* uri;
+};
+static NamespaceDeclaration scope[2 * XML_TABLE_ROWS];
+static int scopeCount;
+
+// Called before the element's attribute names are cut to their local parts:
+// the prefix pointer stays valid after the cut.
+static void declareNamespaces(TiXmlElement* el)
+{
+    for (TiXmlAttribute* a = el->FirstAttribute(); a; a = a->Next()) {
+        const char* name = a->Name();
+        if (strncmp(name, "xmlns", 5) != 0 || (name[5] && name[5] != ':'))
+            continue;
+        if (scopeCount >= (int)(sizeof scope / sizeof *scope))
+            return;
+        scope[scopeCount].prefix = name[5] ? name + 6 : "";
+        scope[scopeCount].uri = a->Value();
+        ++scopeCount;
+    }
+}
+
+static const char* namespaceOf(const char* prefix)
+{
+    for (int i = scopeCount - 1; i >= 0; --i)
+        if (strcmp(scope[i].prefix, prefix) == 0)
+            return scope[i].uri;
+    return prefix;
+}
 
 struct Tables {
     char** names;
@@ -72,6 +109,10 @@ void clearElementTables()
     PrimaryElementName = 0;
     G_XML = 0;
     memset(G_event_service, 0, sizeof G_event_service);
+    memset(ElementNamespace, 0, sizeof ElementNamespace);
+    memset(ElementParent, 0, sizeof ElementParent);
+    memset(AttributeElement, 0, sizeof AttributeElement);
+    scopeCount = 0;
     tablesOverflowed = 0;
 }
 
@@ -113,9 +154,12 @@ static int keyMatches(const char* name, const char* key, const char* tail)
     return strcmp(name, key) == 0 || (tail && strcmp(name, tail) == 0);
 }
 
-static void flatten(TiXmlNode* node, const Tables& t, int header)
+static void flatten(TiXmlNode* node, const Tables& t, int header, int parentRow)
 {
     for (TiXmlElement* el = node->FirstChildElement(); el && !tablesOverflowed; el = el->NextSiblingElement()) {
+        const int scopeMark = scopeCount;
+        if (!header)
+            declareNamespaces(el);
         if (!header && *t.elementNum == 0) {
             const char* full = el->Value();
             G_XML = strstr(full, "trt:") ? 1 : strstr(full, "tev:") ? 2 : 0;
@@ -124,11 +168,16 @@ static void flatten(TiXmlNode* node, const Tables& t, int header)
             tablesOverflowed = 1;
             return;
         }
+        const char* fullName = el->Value();
         char* name = localNameInPlace(el->ValueTStr());
         char* text = const_cast<char*>(el->GetText());
         int row = (*t.elementNum)++;
         t.names[row] = name;
         t.texts[row] = text;
+        if (!header) {
+            ElementNamespace[row] = namespaceOf(name == fullName ? "" : fullName);
+            ElementParent[row] = parentRow;
+        }
         if (header && strcmp(name, "To") == 0 && text && modelHas(Cap::EventsAddressInHeader)) {
             char work[128];
             memset(work, 0, sizeof work);
@@ -150,16 +199,19 @@ static void flatten(TiXmlNode* node, const Tables& t, int header)
                 tablesOverflowed = 1;
                 return;
             }
-            int row = (*t.attributeNum)++;
-            t.attrNames[row] = localNameInPlace(a->NameTStr());
-            t.attrValues[row] = const_cast<char*>(a->Value());
+            int attributeRow = (*t.attributeNum)++;
+            t.attrNames[attributeRow] = localNameInPlace(a->NameTStr());
+            t.attrValues[attributeRow] = const_cast<char*>(a->Value());
+            if (!header)
+                AttributeElement[attributeRow] = row;
         }
-        flatten(el, t, header);
+        flatten(el, t, header, row);
+        scopeCount = scopeMark;
     }
 }
 
-void ParaseUpdateXml(TiXmlNode* node) { flatten(node, bodyTables(), 0); }
-void ParaseUpdateXml_WSSE(TiXmlNode* node) { flatten(node, headerTables(), 1); }
+void ParaseUpdateXml(TiXmlNode* node) { flatten(node, bodyTables(), 0, -1); }
+void ParaseUpdateXml_WSSE(TiXmlNode* node) { flatten(node, headerTables(), 1, -1); }
 
 void parseXML(const char* text)
 {
@@ -181,6 +233,9 @@ void parseXML(const char* text)
         G_httpAck = 400;
         return;
     }
+    scopeCount = 0;
+    declareNamespaces(envelope);
+    declareNamespaces(body);
     ParaseUpdateXml(body);
     if (tablesOverflowed) {
         G_httpAck = 400;
@@ -197,19 +252,6 @@ void parseXML(const char* text)
 // Rows are examined up to and including the count, and never past the table.
 static int lastRow(int count) { return count < XML_TABLE_ROWS - 1 ? count : XML_TABLE_ROWS - 1; }
 
-static void copyText(const char* text, char* dest, int length, int nullWhole)
-{
-    if (length <= 0)
-        return;
-    if (!text) {
-        // strncpy's bytes: as much of "(null)" and its terminator as length allows.
-        size_t n = (size_t)((nullWhole && length >= 7) ? 7 : length);
-        memcpy(dest, NULL_TEXT, n < sizeof NULL_TEXT ? n : sizeof NULL_TEXT);
-        return;
-    }
-    strncpy(dest, text, (size_t)length);
-}
-
 // The row at or after start whose element name the key matches, or -1.
 static int findDataRow(const Tables& t, const char* key, int start)
 {
@@ -224,15 +266,6 @@ static int findDataRow(const Tables& t, const char* key, int start)
             return i;
     }
     return -1;
-}
-
-static int searchData(const Tables& t, const char* key, char* dest, int length, int start, int nullWhole)
-{
-    int row = findDataRow(t, key, start);
-    if (row < 0)
-        return 0;
-    copyText(t.texts[row], dest, length, nullWhole);
-    return 1;
 }
 
 const char* elementText(const char* key, int startRow, int* foundRow)
@@ -260,179 +293,4 @@ const char* attributeText(const char* key, int occurrence)
             return ElementBuffer4[i] ? ElementBuffer4[i] : "";
     }
     return 0;
-}
-
-int searchDataInElement(const char* key, char* dest, int length)
-{
-    return searchData(bodyTables(), key, dest, length, 0, 0);
-}
-
-int searchDataInHeader(const char* key, char* dest, int length)
-{
-    return searchData(headerTables(), key, dest, length, 0, 0);
-}
-
-int searchDataInElement_Continuous(const char* key, char* dest, int length, int startRow)
-{
-    return searchData(bodyTables(), key, dest, length, startRow, 1);
-}
-
-int searchDataInElementOnly(const char* key)
-{
-    if (strlen(key) > KEY_LIMIT_DATA)
-        return 0;
-    for (int i = 0; i <= lastRow(G_xmlElementNum); ++i) {
-        if (!ElementBuffer1[i])
-            return 0;
-        if (strcmp(ElementBuffer1[i], key) == 0)
-            return 1;
-    }
-    return 0;
-}
-
-// First element row at or after start whose name the key matches, or -1.
-static int findElementRow(const char* key, int start)
-{
-    char tailBuf[KEY_LIMIT_ATTR + 1];
-    const char* tail = keyTail(key, tailBuf, sizeof tailBuf);
-    for (int i = start; i <= lastRow(G_xmlElementNum); ++i) {
-        if (!ElementBuffer1[i])
-            return -1;
-        if (keyMatches(ElementBuffer1[i], key, tail))
-            return i;
-    }
-    return -1;
-}
-
-int searchDataInElementAfterStrOnly(const char* anchor, const char* key)
-{
-    if (strlen(anchor) > KEY_LIMIT_ATTR || strlen(key) > KEY_LIMIT_ATTR)
-        return 0;
-    int row = findElementRow(anchor, 0);
-    return row >= 0 && findElementRow(key, row) >= 0;
-}
-
-int searchElementAfterStrInElement(const char* anchor, const char* key, char* dest, int length)
-{
-    char anchorBuf[KEY_LIMIT_TEMP + 1], keyBuf[KEY_LIMIT_TEMP + 1];
-    if (strlen(anchor) > KEY_LIMIT_TEMP || strlen(key) > KEY_LIMIT_TEMP)
-        return 0;
-    const char* anchorTail = keyTail(anchor, anchorBuf, sizeof anchorBuf);
-    const char* keyPart = keyTail(key, keyBuf, sizeof keyBuf);
-    if (!anchorTail || !keyPart)
-        return 0;
-    int i = 0;
-    for (; i <= lastRow(G_xmlElementNum); ++i) {
-        if (!ElementBuffer1[i])
-            return 0;
-        if (strstr(ElementBuffer1[i], anchorTail))
-            break;
-    }
-    for (; i <= lastRow(G_xmlElementNum); ++i) {
-        if (!ElementBuffer1[i])
-            return 0;
-        if (strcmp(ElementBuffer1[i], keyPart) == 0) {
-            copyText(ElementBuffer2[i], dest, length, 0);
-            return 1;
-        }
-    }
-    return 0;
-}
-
-int searchAttriInElement(const char* key, char* dest, int length)
-{
-    char tailBuf[KEY_LIMIT_ATTR + 1];
-    if (strlen(key) > KEY_LIMIT_ATTR)
-        return 0;
-    const char* tail = keyTail(key, tailBuf, sizeof tailBuf);
-    for (int i = 0; i <= lastRow(G_xmlAttributeNum); ++i) {
-        if (!ElementBuffer3[i])
-            return 0;
-        if (keyMatches(ElementBuffer3[i], key, tail)) {
-            copyText(ElementBuffer4[i], dest, length, 0);
-            return 1;
-        }
-    }
-    return 0;
-}
-
-int searchAttriInElementContinous(const char* key, char* dest, int length, int n)
-{
-    if (strlen(key) > KEY_LIMIT_ATTR)
-        return 0;
-    int wanted = n <= 0 ? 1 : n, seen = 0;
-    for (int i = 0; i <= lastRow(G_xmlAttributeNum); ++i) {
-        if (!ElementBuffer3[i])
-            return 0;
-        if (strcmp(ElementBuffer3[i], key) == 0 && ++seen == wanted) {
-            copyText(ElementBuffer4[i], dest, length, 0);
-            return 1;
-        }
-    }
-    return 0;
-}
-
-int searchAttriInElementTemp(const char* key, char* dest, int length)
-{
-    char tailBuf[KEY_LIMIT_TEMP + 1];
-    if (strlen(key) > KEY_LIMIT_TEMP)
-        return 0;
-    const char* tail = keyTail(key, tailBuf, sizeof tailBuf);
-    int skippedWhole = 0;
-    for (int i = 0; i <= lastRow(G_xmlAttributeNum); ++i) {
-        if (!ElementBuffer3[i])
-            return 0;
-        if (!keyMatches(ElementBuffer3[i], key, tail))
-            continue;
-        if (skippedWhole || (tail && strcmp(ElementBuffer3[i], tail) == 0)) {
-            copyText(ElementBuffer4[i], dest, length, 0);
-            return 1;
-        }
-        skippedWhole = 1;  // a whole-key match hands over to the next match
-    }
-    return 0;
-}
-
-int searchAttriAfterStrInElement(const char* anchor, const char* key, char* dest, int length)
-{
-    char tailBuf[KEY_LIMIT_ATTR + 1];
-    if (strlen(anchor) > KEY_LIMIT_ATTR || strlen(key) > KEY_LIMIT_ATTR)
-        return 0;
-    const char* tail = keyTail(anchor, tailBuf, sizeof tailBuf);
-    int i = 0;
-    for (; i <= lastRow(G_xmlAttributeNum); ++i) {
-        if (!ElementBuffer4[i])
-            return 0;
-        if (keyMatches(ElementBuffer4[i], anchor, tail))
-            break;
-    }
-    for (; i <= lastRow(G_xmlAttributeNum); ++i) {
-        if (!ElementBuffer3[i])
-            return 0;
-        if (strcmp(ElementBuffer3[i], key) == 0) {
-            copyText(ElementBuffer4[i], dest, length, 0);
-            return 1;
-        }
-    }
-    return 0;
-}
-
-void showElementBuffer()
-{
-    FILE* f = fopenRoot("/tmp/onvif/tmp/test.txt", "w");
-    if (!f)
-        return;
-    fprintf(f, "Primary Element = %s\n", PrimaryElementName ? PrimaryElementName : "");
-    for (int i = 0; i < G_xmlElementNum && i < XML_TABLE_ROWS; ++i)
-        fprintf(f, "%s\t\t\t%s\n", ElementBuffer1[i], ElementBuffer2[i] ? ElementBuffer2[i] : NULL_TEXT);
-    fclose(f);
-}
-
-void showStringToFile(const char* text)
-{
-    FILE* f = fopenRoot("/tmp/onvif/tmp/test.txt", "a");
-    if (!f)
-        return;
-    fprintf(f, "%s\n", text);
-    fclose(f);
 }

@@ -32,7 +32,7 @@ int readVideoSourceToken(char* token, size_t n)
 {
     char path[128];
     FILE* f = 0;
-    if (requestToken("timg:VideoSourceToken", token, n) == VALUE_READ &&
+    if (requestToken("timg:VideoSourceToken", token, n) == Read::Value &&
         videoSourceSettingsPath(token, path, sizeof path))
         f = fopenRoot(path, "r");
     if (!f) {
@@ -44,30 +44,30 @@ int readVideoSourceToken(char* token, size_t n)
     return 1;
 }
 
-int requestTextInGroup(const char* group, const char* name, const char* const* boundaries, char* buf, size_t n)
+int requestRowInGroup(const char* group, const char* name, const char* const* boundaries)
 {
-    char scratch[4];
-    int groupRow = -1;
-    if (n)
-        buf[0] = 0;
-    // Only the row matters here; a group's own text is never used.
-    if (requestTextFrom(group, 0, &groupRow, scratch, sizeof scratch) == VALUE_ABSENT || groupRow < 0)
-        return VALUE_ABSENT;
+    int groupRow = requestRowFrom(group, 0);
+    if (groupRow < 0)
+        return -1;
     int end = INT_MAX;
     for (int i = 0; boundaries[i]; ++i) {
-        int row = -1;
-        if (requestTextFrom(boundaries[i], groupRow + 1, &row, scratch, sizeof scratch) != VALUE_ABSENT &&
-            row >= 0 && row < end)
+        int row = requestRowFrom(boundaries[i], groupRow + 1);
+        if (row >= 0 && row < end)
             end = row;
     }
-    int row = -1;
-    int got = requestTextFrom(name, groupRow + 1, &row, buf, n);
-    if (got == VALUE_ABSENT || row < 0 || row >= end) {
+    int row = requestRowFrom(name, groupRow + 1);
+    return row >= 0 && row < end ? row : -1;
+}
+
+Read requestTextInGroup(const char* group, const char* name, const char* const* boundaries, char* buf, size_t n)
+{
+    int row = requestRowInGroup(group, name, boundaries);
+    if (row < 0) {
         if (n)
             buf[0] = 0;
-        return VALUE_ABSENT;
+        return Read::Absent;
     }
-    return got;
+    return requestRowValue(row, buf, n);
 }
 
 void refuseSettings(const char* detail)

@@ -3,6 +3,8 @@
 #ifndef IMAGING_IMAGING_REQUEST_H
 #define IMAGING_IMAGING_REQUEST_H
 
+#include "frame/request_values.h"
+
 #include <stddef.h>
 
 // A model without imaging: writes the fault every imaging action answers
@@ -20,8 +22,10 @@ int videoSourceSettingsPath(const char* token, char* path, size_t n);
 // The text of the element name inside the first element group (the Mode of
 // Exposure, not of WhiteBalance): from the
 // group's row up to the next row named by one of boundaries (a 0-ended
-// list). Returns VALUE_ABSENT, VALUE_READ or VALUE_REFUSED like requestText.
-int requestTextInGroup(const char* group, const char* name, const char* const* boundaries, char* buf, size_t n);
+// list). Reads like requestText; requestRowInGroup gives only the row (-1
+// when none) and reads nothing.
+int requestRowInGroup(const char* group, const char* name, const char* const* boundaries);
+Read requestTextInGroup(const char* group, const char* name, const char* const* boundaries, char* buf, size_t n);
 
 // The refusal of settings or moves that lie outside the description:
 // 400, ter:InvalidArgVal, ter:SettingsInvalid; detail names what is wrong.

@@ -46,26 +46,26 @@ static const char* const TARGET_ELEMENT[MOVE_KINDS] = {"Position", "Distance", "
 static const char* const KIND_BOUNDARIES[] = {"Absolute", "Relative", "Continuous", 0};
 
 // A number of the move inside its kind's element, within the description.
-// Returns VALUE_ABSENT, or VALUE_READ with the number, or VALUE_REFUSED.
-static int readMoveNumber(MoveKind kind, const char* element, const AbilityValue& bounds, double* out)
+// Absent, or a value with the number, or refused (the move's own refusal is
+// the caller's to write).
+static Read readMoveNumber(MoveKind kind, const char* element, const AbilityValue& bounds, double* out)
 {
     char text[40];
-    int got = requestTextInGroup(KIND_ELEMENT[kind], element, KIND_BOUNDARIES, text, sizeof text);
-    if (got != VALUE_READ)
+    Read got = requestTextInGroup(KIND_ELEMENT[kind], element, KIND_BOUNDARIES, text, sizeof text);
+    if (got != Read::Value)
         return got;
     if (!bounds.present || !text[0] || CheckFloat(text) || !parseDecimal(text, bounds.min, bounds.max, out))
-        return VALUE_REFUSED;
-    return VALUE_READ;
+        return Read::Refused;
+    return Read::Value;
 }
 
 // The one kind of move the request holds; -1 when none or more than one.
 static int requestedKind(const LensMotor& m)
 {
     static const char* const TO_THE_END[] = {0};
-    char ignored[4];
     int kind = -1;
     for (int k = 0; k < MOVE_KINDS; ++k) {
-        if (requestTextInGroup(m.group, KIND_ELEMENT[k], TO_THE_END, ignored, sizeof ignored) == VALUE_ABSENT)
+        if (requestRowInGroup(m.group, KIND_ELEMENT[k], TO_THE_END) < 0)
             continue;
         if (kind >= 0)
             return -1;
@@ -116,12 +116,12 @@ static void moveLens(const LensMotor& m, const char* func)
         return refuseMove(m, "not exactly one of Absolute, Relative and Continuous");
     MoveKind k = (MoveKind)kind;
     double target = 0, speed = 0;
-    if (readMoveNumber(k, TARGET_ELEMENT[k], a.of[m.target[k]], &target) != VALUE_READ)
+    if (readMoveNumber(k, TARGET_ELEMENT[k], a.of[m.target[k]], &target) != Read::Value)
         return refuseMove(m, "outside the move options of the video source");
     // A speed is checked, then the lens moves at its own pace, as PTZ moves do.
     if (k != CONTINUOUS_MOVE) {
         const AbilityValue& bounds = m.speed[k] < ABILITY_COUNT ? a.of[m.speed[k]] : AbilityValue();
-        if (readMoveNumber(k, "Speed", bounds, &speed) == VALUE_REFUSED)
+        if (readMoveNumber(k, "Speed", bounds, &speed) == Read::Refused)
             return refuseMove(m, "outside the move options of the video source");
     }
     char value[24];

@@ -151,8 +151,7 @@ static SettingRead readImagingRow(const SettingRow* row, char* text, size_t n, v
     const char* attribute = strstr(row->path, "/@");
     if (!attribute)
         return settingReadOf(requestTextInGroup(group, element, SETTING_BOUNDARIES, text, n));
-    char ignored[4];
-    if (requestTextInGroup(group, element, SETTING_BOUNDARIES, ignored, sizeof ignored) == VALUE_ABSENT)
+    if (requestRowInGroup(group, element, SETTING_BOUNDARIES) < 0)
         return SettingRead::Absent;
     return settingReadOf(requestAttribute(attribute + 2, 0, text, n));
 }
@@ -196,11 +195,10 @@ void SetImagingSettings()
         G_httpAck = 500;
         return;
     }
-    char ignored[4];
-    if (requestText("timg:ImagingSettings", ignored, sizeof ignored) == VALUE_ABSENT)
+    if (requestRowFrom("timg:ImagingSettings", 0) < 0)
         return refuseSettings("ImagingSettings is missing.");
     int persist;
-    if (requestBool("timg:ForcePersistence", &persist) == VALUE_REFUSED)
+    if (requestBool("timg:ForcePersistence", &persist) == Read::Refused)
         return refuseSettings("ForcePersistence is not a boolean.");
     static ImagingSetting setting;
     memset(&setting, 0, sizeof setting);

@@ -97,8 +97,10 @@ static int channelRuleAllows(const char* profile, const char* config)
 static void addConfiguration(const ConfigKind& kind, const char* handler, const char* response)
 {
     char profile[PROFILE_TOKEN_MAX + 1], config[PROFILE_TOKEN_MAX + 1], fileName[64], configFile[64];
-    requestText("trt:ProfileToken", profile, PROFILE_TOKEN_MAX + 1);
-    requestText("trt:ConfigurationToken", config, PROFILE_TOKEN_MAX + 1);
+    if (requestText("trt:ProfileToken", profile, PROFILE_TOKEN_MAX + 1) == Read::Refused)
+        return;
+    if (requestText("trt:ConfigurationToken", config, PROFILE_TOKEN_MAX + 1) == Read::Refused)
+        return;
     int found = findProfile(profile, fileName, sizeof fileName);
     if (found == PROFILE_INDEX_MISSING)
         log_message_to_onvifErrorFile(1, "onvifService:[%s]:ONVIF_LODING_PROFILE_FILE missing", handler);
@@ -138,7 +140,8 @@ static void addConfiguration(const ConfigKind& kind, const char* handler, const 
 static void removeConfiguration(const ConfigKind& kind, const char* handler, const char* response)
 {
     char profile[PROFILE_TOKEN_MAX + 1], fileName[64];
-    requestText("trt:ProfileToken", profile, PROFILE_TOKEN_MAX + 1);
+    if (requestText("trt:ProfileToken", profile, PROFILE_TOKEN_MAX + 1) == Read::Refused)
+        return;
     int found = findProfile(profile, fileName, sizeof fileName);
     if (found == PROFILE_INDEX_MISSING)
         log_message_to_onvifErrorFile(1, "onvifService:[%s]:ONVIF_LODING_PROFILE_FILE missing", handler);
@@ -217,7 +220,8 @@ void RemoveAudioSource()
 void RemoveVideoEncoder()
 {
     char profile[PROFILE_TOKEN_MAX + 1];
-    requestText("trt:ProfileToken", profile, PROFILE_TOKEN_MAX + 1);
+    if (requestText("trt:ProfileToken", profile, PROFILE_TOKEN_MAX + 1) == Read::Refused)
+        return;
     // The first channel carries the main stream the others are derived from:
     // on this platform its encoder stays.
     if (modelHas(Cap::MediaSharedEncoderPipeline) && strcmp(profile, "Profile1") == 0) {

@@ -88,9 +88,9 @@ void writeNoConfigFault(const ConfigKind* kind)
 int requestListedConfiguration(const ConfigKind* kind, const char* key, char* token, size_t tokenSize,
                                char* fileName, size_t fileSize, const char* handler)
 {
-    int read = key[0] == '@' ? requestAttribute(key + 1, 0, token, tokenSize) : requestToken(key, token, tokenSize);
+    Read read = key[0] == '@' ? requestAttribute(key + 1, 0, token, tokenSize) : requestToken(key, token, tokenSize);
     int written = snprintf(fileName, fileSize, "%s%s", token, kind->suffix);
-    if (read != VALUE_READ || !isSafeFileToken(token) || written < 0 || (size_t)written >= fileSize ||
+    if (read != Read::Value || !isSafeFileToken(token) || written < 0 || (size_t)written >= fileSize ||
         !isListedConfiguration(kind->listFile, fileName, handler, kind->listMacro)) {
         writeNoConfigFault(kind);
         return 0;
@@ -101,7 +101,7 @@ int requestListedConfiguration(const ConfigKind* kind, const char* key, char* to
 int requestOptionalConfiguration(const ConfigKind* kind, char* token, size_t tokenSize, char* fileName,
                                  size_t fileSize, const char* handler)
 {
-    if (requestText("trt:ConfigurationToken", token, tokenSize) == VALUE_ABSENT) {
+    if (requestRowFrom("trt:ConfigurationToken", 0) < 0) {
         token[0] = 0;
         fileName[0] = 0;
         return 1;
@@ -112,7 +112,7 @@ int requestOptionalConfiguration(const ConfigKind* kind, char* token, size_t tok
 int requestProfile(char* fileName, size_t n)
 {
     char token[PROFILE_TOKEN_MAX + 1];
-    if (requestToken("trt:ProfileToken", token, sizeof token) == VALUE_READ &&
+    if (requestToken("trt:ProfileToken", token, sizeof token) == Read::Value &&
         findProfile(token, fileName, n) == PROFILE_FOUND)
         return 1;
     writeNoProfileFault();
@@ -121,8 +121,7 @@ int requestProfile(char* fileName, size_t n)
 
 int requestOptionalProfile(char* fileName, size_t n)
 {
-    char token[PROFILE_TOKEN_MAX + 1];
-    if (requestText("trt:ProfileToken", token, sizeof token) == VALUE_ABSENT) {
+    if (requestRowFrom("trt:ProfileToken", 0) < 0) {
         fileName[0] = 0;
         return 1;
     }

@@ -137,7 +137,8 @@ static int metadataListed(const char* list, const char* token, const char* suffi
 void GetMetadataConfiguration()
 {
     char token[25];
-    requestText("trt:ConfigurationToken", token, 25);
+    if (requestText("trt:ConfigurationToken", token, 25) == Read::Refused)
+        return;
     if (!metadataListed(METADATA_LIST, token, ".MetaData", "GetMetadataConfiguration")) {
         writeSenderFault2("InvalidArgVal", "NoConfig", "Configuration does not exist",
                           "The requested configuration indicated with ConfigurationToken does not exist");
@@ -153,7 +154,8 @@ void GetMetadataConfiguration()
 void GetMetadataConfigurationOptions()
 {
     char token[25];
-    requestText("trt:ConfigurationToken", token, 25);
+    if (requestText("trt:ConfigurationToken", token, 25) == Read::Refused)
+        return;
     if (!metadataListed(METADATA_OPTION_LIST, token, ".MetaDataOpt", "GetMetadataConfigurationOptions")) {
         writeSenderFault2("InvalidArgVal", "NoConfig", "Metadata Configuration does not exist.",
                           "The requested configuration indicated with ConfigurationToken does not exist in Metadata.");
@@ -241,7 +243,8 @@ static void refuseMetadataRow(const SettingRow*, void*)
 void SetMetadataConfiguration()
 {
     char token[17];
-    requestAttribute("token", 0, token, 17);
+    if (requestAttribute("token", 0, token, 17) == Read::Refused)
+        return;
     if (!metadataListed(METADATA_LIST, token, ".MetaData", "SetMetadataConfiguration")) {
         writeSenderFault2("InvalidArgVal", "NoConfig", "The configuration does not exist.",
                           "The MetaDataConfiguration indicated by the ConfigurationToken does not exist in MetaData file.");

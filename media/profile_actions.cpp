@@ -129,7 +129,8 @@ void GetProfiles()
 void GetOneProfile()
 {
     char token[PROFILE_TOKEN_MAX + 1], fileName[64];
-    requestText("trt:ProfileToken", token, PROFILE_TOKEN_MAX + 1);
+    if (requestText("trt:ProfileToken", token, PROFILE_TOKEN_MAX + 1) == Read::Refused)
+        return;
     if (findProfile(token, fileName, sizeof fileName) != PROFILE_FOUND) {
         writeNoProfileFault();
         return;
@@ -167,12 +168,18 @@ void CreateProfile()
 {
     char name[PROFILE_TOKEN_MAX + 1], token[PROFILE_TOKEN_MAX + 8], fileName[64];
     memset(token, 0, sizeof token);
-    if (!requestText("trt:Name", name, PROFILE_TOKEN_MAX + 1) || strcmp(name, "(null)") == 0 ||
+    Read nameRead = requestText("trt:Name", name, PROFILE_TOKEN_MAX + 1);
+    if (nameRead == Read::Refused)
+        return;
+    if (nameRead == Read::Absent || strcmp(name, "(null)") == 0 ||
         CheckChar_including_space(name)) {
         writeBadProfileFormatFault();
         return;
     }
-    if (requestText("trt:Token", token, PROFILE_TOKEN_MAX + 1)) {
+    Read tokenRead = requestText("trt:Token", token, PROFILE_TOKEN_MAX + 1);
+    if (tokenRead == Read::Refused)
+        return;
+    if (tokenRead == Read::Value) {
         if (CheckChar(token) || !isSafeFileToken(token)) {
             writeBadProfileFormatFault();
             return;
@@ -230,7 +237,8 @@ static int dropIndexLine(const char* line, FILE*, void* ctx)
 void DeleteProfile()
 {
     char token[PROFILE_TOKEN_MAX + 1], fileName[64], path[128];
-    requestText("trt:ProfileToken", token, PROFILE_TOKEN_MAX + 1);
+    if (requestText("trt:ProfileToken", token, PROFILE_TOKEN_MAX + 1) == Read::Refused)
+        return;
     if (!isSafeFileToken(token)) {
         writeNoProfileFault();
         return;

@@ -23,7 +23,8 @@ static int refuseWithoutPTZ()
 static int bindingProfile(char* fileName, size_t n)
 {
     char profile[PROFILE_TOKEN_MAX + 1];
-    requestText("trt:ProfileToken", profile, PROFILE_TOKEN_MAX + 1);
+    if (requestText("trt:ProfileToken", profile, PROFILE_TOKEN_MAX + 1) == Read::Refused)
+        return 0;
     if (findProfile(profile, fileName, n) != PROFILE_FOUND) {
         writeNoProfileFault();
         return 0;
@@ -38,7 +39,8 @@ void AddPTZConfiguration()
     char fileName[64], config[PROFILE_TOKEN_MAX + 1], configFile[64];
     if (!bindingProfile(fileName, sizeof fileName))
         return;
-    requestText("trt:ConfigurationToken", config, PROFILE_TOKEN_MAX + 1);
+    if (requestText("trt:ConfigurationToken", config, PROFILE_TOKEN_MAX + 1) == Read::Refused)
+        return;
     formatChecked(configFile, sizeof configFile, "%s.PTZConf", config);
     if (!isSafeFileToken(config) || !isListedConfiguration(ONVIF_PTZ_CONF, configFile, "AddPTZConfiguration", "ONVIF_PTZ_CONF")) {
         writeSenderFault2("InvalidArgVal", "NoConfig", "PTZConfiguration does not exist",

@@ -139,7 +139,7 @@ enum { ENCODER_FOUND = 0, ENCODER_NO_PROFILE = 1, ENCODER_NONE = 2 };
 static int profileEncoderPath(char* path, size_t n, char* encoder, size_t encoderSize)
 {
     char token[PROFILE_TOKEN_MAX + 1], fileName[PROFILE_TOKEN_MAX + 16];
-    if (requestToken("trt:ProfileToken", token, sizeof token) != VALUE_READ ||
+    if (requestToken("trt:ProfileToken", token, sizeof token) != Read::Value ||
         findProfile(token, fileName, sizeof fileName) != PROFILE_FOUND)
         return ENCODER_NO_PROFILE;
     if (!readProfileField(fileName, "VideoEncoder=", encoder, encoderSize) || strcmp(encoder, "NONE") == 0 ||
@@ -192,6 +192,13 @@ static int encoderAddressPath(const char* encoderPath, const char* key, char* ou
     return 0;
 }
 
+// The streams start over with a key frame.
+void MediaSetSynchronizationPoint()
+{
+    runCameraProgramWith("h264/restart_stream.cgi", 0, 0);
+    setResponse("<trt:SetSynchronizationPointResponse></trt:SetSynchronizationPointResponse>");
+}
+
 // Stream kinds and transports of tt:StreamSetup; a request without one asks
 // for unicast.
 static int requestWantsMulticast(int* multicast)
@@ -199,13 +206,13 @@ static int requestWantsMulticast(int* multicast)
     static const char* const streams[] = {"RTP-Unicast", "RTP-Multicast"};
     static const char* const protocols[] = {"UDP", "TCP", "RTSP", "HTTP"};
     char stream[32] = "", protocol[16] = "";
-    int streamRead = requestText("tt:Stream", stream, sizeof stream);
-    int protocolRead = requestText("tt:Protocol", protocol, sizeof protocol);
-    int streamOk = streamRead == VALUE_ABSENT, protocolOk = protocolRead == VALUE_ABSENT;
+    Read streamRead = requestText("tt:Stream", stream, sizeof stream);
+    Read protocolRead = requestText("tt:Protocol", protocol, sizeof protocol);
+    int streamOk = streamRead == Read::Absent, protocolOk = protocolRead == Read::Absent;
     for (int i = 0; i < COUNT(streams); ++i)
-        streamOk |= streamRead == VALUE_READ && strcmp(stream, streams[i]) == 0;
+        streamOk |= streamRead == Read::Value && strcmp(stream, streams[i]) == 0;
     for (int i = 0; i < COUNT(protocols); ++i)
-        protocolOk |= protocolRead == VALUE_READ && strcmp(protocol, protocols[i]) == 0;
+        protocolOk |= protocolRead == Read::Value && strcmp(protocol, protocols[i]) == 0;
     if (!streamOk || !protocolOk) {
         refuseRequestValue("InvalidStreamSetup", "Invalid stream setup",
                            "The requested stream type or transport is not supported");

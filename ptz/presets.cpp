@@ -164,8 +164,12 @@ void SetPreset()
     if (!presetChecks("SetPreset"))
         return;
     char token[17], name[70];
-    int hasToken = requestText("tptz:PresetToken", token, 17) && strcmp(token, "(null)") != 0;
-    int hasName = requestText("tptz:PresetName", name, 67) && strcmp(name, "(null)") != 0;
+    Read tokenRead = requestText("tptz:PresetToken", token, 17);
+    Read nameRead = requestText("tptz:PresetName", name, 67);
+    if (tokenRead == Read::Refused || nameRead == Read::Refused)
+        return;
+    int hasToken = tokenRead == Read::Value && strcmp(token, "(null)") != 0;
+    int hasName = nameRead == Read::Value && strcmp(name, "(null)") != 0;
     int number = 0;
     if (hasToken && !presetNumber(token, &number))
         return writeTokenNotIntegerFault();
@@ -238,7 +242,8 @@ void GetPresets()
 static int existingPreset(int length, int withFullStop, int* number)
 {
     char token[33];
-    requestText("tptz:PresetToken", token, length + 1);
+    if (requestText("tptz:PresetToken", token, length + 1) == Read::Refused)
+        return 0;
     if (!presetNumber(token, number)) {
         writeTokenNotIntegerFault();
         return 0;

@@ -311,8 +311,8 @@ void GetNode()
     if (refuseWithoutPTZ(NO_PTZ_NVT))
         return;
     char token[129], fileName[160];
-    if (!requestText("tptz:NodeToken", token, 129))
-        requestText("NodeToken", token, 129);
+    if (requestTextEither("tptz:NodeToken", "NodeToken", token, 129) == Read::Refused)
+        return;
     if (!ptzFileExists(token, ".Node", fileName, sizeof fileName)) {
         char detail[300];
         snprintf(detail, sizeof detail, "No such PTZNode %s on the NVT.", token);
@@ -337,10 +337,11 @@ void GetConfiguration()
     if (refuseWithoutPTZ(NO_PTZ_NVT))
         return;
     char token[129], fileName[160];
-    if (!requestText("tptz:PTZConfigurationToken", token, 129) &&
-        !requestText("tptz:ConfigurationName", token, 129) &&
-        !requestText("PTZConfigurationToken", token, 129))
-        requestText("tptz:ConfigurationToken", token, 129);
+    Read read = requestTextEither("tptz:PTZConfigurationToken", "tptz:ConfigurationName", token, 129);
+    if (read == Read::Absent)
+        read = requestTextEither("PTZConfigurationToken", "tptz:ConfigurationToken", token, 129);
+    if (read == Read::Refused)
+        return;
     if (!ptzFileExists(token, ".PTZConf", fileName, sizeof fileName)) {
         writeNoConfigurationFault(token);
         return;
@@ -391,7 +392,8 @@ void GetConfigurationOptions()
     if (refuseWithoutPTZ(NO_PTZ_NVT))
         return;
     char token[129], fileName[160];
-    requestText("ConfigurationToken", token, 129);
+    if (requestText("ConfigurationToken", token, 129) == Read::Refused)
+        return;
     if (!ptzFileExists(token, ".PTZConf", fileName, sizeof fileName)) {
         writeNoConfigurationFault(token);
         return;
@@ -532,7 +534,8 @@ void SetConfiguration()
     if (refuseWithoutPTZ(NO_PTZ_SET))
         return;
     char token[17], fileName[64];
-    requestAttribute("token", 0, token, 17);
+    if (requestAttribute("token", 0, token, 17) == Read::Refused)
+        return;
     formatChecked(fileName, sizeof fileName, "%s.PTZConf", token);
     int listed = isListedConfiguration(ONVIF_PTZ_CONF, fileName, "SetConfiguration", "ONVIF_PTZ_CONF");
     if (!listed || !isSafeFileToken(token)) {

@@ -44,10 +44,12 @@ static void writeNoProfileFault(const char* token)
 int ptzProfileCheck(const char* const* keys, int length, int skipWithoutToken, const char* func)
 {
     char token[129];
-    int found = 0;
-    for (int i = 0; keys[i] && !found; ++i)
+    Read found = Read::Absent;
+    for (int i = 0; keys[i] && found == Read::Absent; ++i)
         found = requestText(keys[i], token, (length < 128 ? length : 128) + 1);
-    if (!found) {
+    if (found == Read::Refused)
+        return 0;
+    if (found == Read::Absent) {
         if (skipWithoutToken)
             return 1;
         writeNoProfileFault("");
@@ -95,7 +97,7 @@ static void writeInvalidPositionFault()
 static int readAttributeNumber(const char* name, int n, int maxLength, double* out)
 {
     char text[130];
-    if (!requestAttribute(name, n - 1, text, 129))
+    if (requestAttribute(name, n - 1, text, 129) != Read::Value)
         return 0;
     if (CheckFloat(text) || !text[0] || (int)strlen(text) > maxLength)
         return 0;
@@ -139,7 +141,10 @@ void ContinuousMove()
     }
     char timeout[33];
     int seconds = -1;
-    if (requestText("Timeout", timeout, 33)) {
+    Read timeoutRead = requestText("Timeout", timeout, 33);
+    if (timeoutRead == Read::Refused)
+        return;
+    if (timeoutRead == Read::Value) {
         int h, m, s;
         GetTimeSpanIntoTimeInteger(timeout, &h, &m, &s);
         long total = (long)h * 3600 + (long)m * 60 + s;
@@ -230,8 +235,9 @@ static int speedValueAccepted(const char* name, int occurrence)
 {
     char text[130];
     double v;
-    if (!requestAttribute(name, occurrence - 1, text, 129))
-        return 1;
+    Read r = requestAttribute(name, occurrence - 1, text, 129);
+    if (r != Read::Value)
+        return r == Read::Absent;
     return readAttributeNumber(name, occurrence, 32, &v) && v >= 0 && v <= 1;
 }
 
@@ -351,42 +357,15 @@ void RelativeMove()
     setResponse("<tptz:RelativeMoveResponse></tptz:RelativeMoveResponse>");
 }
 
-// The imaging service's focus stop and status arrive here by name.
-static int imagingSourceToken(char* token, size_t n)
+void PtzStop()
 {
-    memset(token, 0, n);
-    return requestText("timg:VideoSourceToken", token, ((int)n - 1) + 1) ||
-           requestText("VideoSourceToken", token, ((int)n - 1) + 1);
-}
-
-static int videoSourceListed(const char* token)
-{
-    char fileName[128];
-    formatChecked(fileName, sizeof fileName, "%s.VSConf", token);
-    return isSafeFileToken(token) &&
-           isListedConfiguration(PTZ_DIR "VideoSourceConf.conf", fileName, "Stop", "ONVIF_VIDEO_SOURCE_CONF");
-}
-
-void Stop()
-{
-    char source[65];
-    if (imagingSourceToken(source, sizeof source)) {
-        if (!videoSourceListed(source)) {
-            writeSenderFault2("ActionNotSupported", "NoImagingForSource",
-                              "The requested VideoSource does not support imaging settings.",
-                              "The requested VideoSource does not support imaging settings.");
-            return;
-        }
-        runPtzCommand("com/ptz.cgi", "continuousfocusmove", "continuousfocusmove", "0");
-        setResponse("<tt:StopResponse></tt:StopResponse>");
-        return;
-    }
     static const char* const keys[] = {"tptz:ProfileToken", "ProfileToken", 0};
     if (refuseWithoutPtzMotors() || !ptzProfileCheck(keys, 64, 0, "Stop"))
         return;
     char panTilt[17], zoom[17];
-    requestText("PanTilt", panTilt, 17);
-    requestText("Zoom", zoom, 17);
+    if (requestTextIn("tptz:Stop", "tptz:PanTilt", panTilt, 17) == Read::Refused ||
+        requestTextIn("tptz:Stop", "tptz:Zoom", zoom, 17) == Read::Refused)
+        return;
     if (strcmp(panTilt, "true") == 0) {
         runPtzCommand("com/ptz.cgi", "continuouspantiltmove", "continuouspantiltmove", "0,0");
         setShmWord(PAN_TILT_TIMER_WORD, TIMER_STOPPED);
@@ -404,19 +383,8 @@ static const char* moveStatus(int word)
     return timer >= 0 || timer == TIMER_UNLIMITED ? "MOVING" : "IDLE";
 }
 
-void GetStatus()
+void PtzGetStatus()
 {
-    char source[65];
-    if (imagingSourceToken(source, sizeof source)) {
-        if (!videoSourceListed(source)) {
-            writeSenderFault2("InvalidArgVal", "NoSource", "The requested VideoSource does not exist.",
-                              "The requested VideoSource does not exist.");
-            return;
-        }
-        setResponse("<timg:GetStatusResponse><timg:Status><tt:FocusStatus20><tt:Position>0.00</tt:Position>"
-                    "<tt:MoveStatus>IDLE</tt:MoveStatus></tt:FocusStatus20></timg:Status></timg:GetStatusResponse>");
-        return;
-    }
     if (refuseWithoutPtzMotors() || !ptzProfileCheck(PROFILE_KEY, 32, 0, "GetStatus"))
         return;
     int zoomReading = 0;

@@ -2,6 +2,7 @@
 #include "state/config.h"
 #include "state/command.h"
 #include "state/paths.h"
+#include "state/storelock.h"
 #include "state/shm.h"
 
 #include <errno.h>
@@ -36,7 +37,8 @@ FILE* openSettingsFile(const char* path, const char* macro, const char* func, in
             logServiceError(func, "%s missing", macro);
             return 0;
         }
-        sleepMs(2000);
+        if (sleepOutsideStoreLock(2000) != 0)
+            return 0;
         logServiceError(func, "%s missing", macro);
         logServiceError(func, "*(G_shared_memory + WS_MSG_NUM)=%d", shmWord(WS_MSG_NUM));
     }
@@ -335,16 +337,6 @@ int log_message_to_onvifErrorFile(int flag, const char* fmt, ...)
     return 1;
 }
 
-int log_message_to_debugFile(int flag, const char* fmt, ...)
-{
-    if (flag) {
-        va_list ap;
-        va_start(ap, fmt);
-        echoToLog(ONVIF_DEBUG_LOG, fmt, ap);
-        va_end(ap);
-    }
-    return 1;
-}
 
 void logServiceError(const char* func, const char* fmt, ...)
 {

@@ -11,7 +11,6 @@
 #define ONVIF_CONF_WORK_FILE "/tmp/onvif/tmp/onvif.conf"
 #define ONVIF_LODING_PROFILE_FILE "/tmp/onvif/Profiles.conf"
 #define ONVIF_ERROR_LOG "/tmp/onvif_error"
-#define ONVIF_DEBUG_LOG "/usr/apache/htdocs/onvif/debug"
 
 // Opens a settings file for reading the way every reader does: waits 3 s
 // while another process is rewriting the files (WS_MSG_NUM), and pauses half
@@ -103,11 +102,9 @@ int rewriteKeyInFile(const char* path, const char* key, const char* value);
 // rewriteKeyInFile on ONVIF_CONF_FILE.
 int Update_ONVIF_CONF_FILE(const char* key, const char* value);
 
-// Loggers: one line appended to the error (debug) log through /bin/echo,
-// with the message quoted so that nothing in it is ever run.
+// Logger: one line appended to the error log through /bin/echo, with the
+// message quoted so that nothing in it is ever run.
 int log_message_to_onvifErrorFile(int flag, const char* fmt, ...)
-    __attribute__((format(printf, 2, 3)));
-int log_message_to_debugFile(int flag, const char* fmt, ...)
     __attribute__((format(printf, 2, 3)));
 // "onvifService:<func>:<message>" to the error log.
 void logServiceError(const char* func, const char* fmt, ...)

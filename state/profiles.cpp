@@ -6,9 +6,6 @@
 #include <stdlib.h>
 #include <string.h>
 
-// Debug lines of the binding steps; the camera builds keep them off.
-#define MEDIA_DEBUG 0
-
 int findProfile(const char* token, char* fileName, size_t n)
 {
     if (strlen(token) > PROFILE_TOKEN_MAX || !isSafeFileToken(token))
@@ -113,8 +110,6 @@ int Update_UseCount_withOneStep(const char* config_name, int add_or_minus, int d
 {
     char path[300];
     snprintf(path, sizeof path, "%s%s", directory == 0 ? ONVIF_DIR : ONVIF_WEB_DIR, config_name);
-    log_message_to_debugFile(MEDIA_DEBUG, "[Update_UseCount_withOneStep]config_name=%s", path);
-    log_message_to_debugFile(MEDIA_DEBUG, "[Update_UseCount_withOneStep]add_or_minus=%d", add_or_minus);
     // A token that could lead out of the directory has no file of its own.
     char token[CONFIG_TOKEN_MAX + 16];
     snprintf(token, sizeof token, "%s", config_name);

@@ -1,6 +1,7 @@
 // Exclusive flock locks on lock files beside the store. The lock dies with
 // the process, so a request that crashes or is killed never leaves it held.
 #include "state/storelock.h"
+#include "state/config.h"
 #include "state/paths.h"
 
 #include <errno.h>
@@ -70,4 +71,13 @@ void unlockStore()
 {
     unlockFile(storeLockFd);
     storeLockFd = -1;
+}
+
+int sleepOutsideStoreLock(int ms)
+{
+    int held = storeLockFd >= 0;
+    if (held)
+        unlockStore();
+    sleepMs(ms);
+    return held ? lockStore() : 0;
 }

@@ -20,5 +20,9 @@ void unlockFile(int fd);
 // 0 when held (or when there is no store), -1 when it could not be had.
 int lockStore();
 void unlockStore();
+// Sleeps with the store lock let go, so that a wait for a missing file never
+// holds up the writers of other files; 0 once the lock is held again (or was
+// not held), -1 when it could not be had back.
+int sleepOutsideStoreLock(int ms);
 
 #endif

@@ -31,7 +31,7 @@ TEST_F(Maintenance, SystemLogByType)
     struct Case { const char* type; int status; const char* body; };
     for (const Case& c : {
              Case{"<tt:LogType>Access</tt:LogType>", 200,
-                  "<tds:GetSystemLogResponse><tds:SystemLog><tt:String>a & b <c> 100%\nsecond\n</tt:String>"
+                  "<tds:GetSystemLogResponse><tds:SystemLog><tt:String>a &amp; b &lt;c> 100%\nsecond\n</tt:String>"
                   "</tds:SystemLog></tds:GetSystemLogResponse>"},
              Case{"<tds:LogType>System</tds:LogType>", 200, nullptr},
              Case{"<tds:LogType>Kernel</tds:LogType>", 400, nullptr},
