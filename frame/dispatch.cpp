@@ -4,6 +4,8 @@
 #include "frame/frame.h"
 #include "frame/handlers.h"
 #include "frame/xmlsearch.h"
+#include "frame/request_values.h"
+#include "state/mode.h"
 #include "state/storelock.h"
 
 #include <string.h>
@@ -28,132 +30,154 @@ void SetSynchronizationPoint()
 // The credential rules are the camera's long-standing policy and clients rely
 // on them, uneven as they are between like actions.
 static const ActionRow actionRows[] = {
-    {"GetNetworkInterfaces", GetNetworkInterfaces, CRED_AUTH_UNLESS_12_30, ENV_FULL, 0},
-    {"SetNetworkInterfaces", SetNetworkInterfaces, CRED_AUTH, ENV_FULL, CHANGES_STORE},
-    {"GetNetworkDefaultGateway", GetNetworkDefaultGateway, CRED_OPEN, ENV_FULL, 0},
-    {"SetNetworkDefaultGateway", SetNetworkDefaultGateway, CRED_AUTH, ENV_FULL, CHANGES_STORE},
-    {"SystemReboot", SystemReboot, CRED_AUTH, ENV_FULL, CLOSES_CONNECTION},
-    {"SetZeroConfiguration", SetZeroConfiguration, CRED_AUTH, ENV_FULL, CHANGES_STORE},
-    {"GetZeroConfiguration", GetZeroConfiguration, CRED_OPEN, ENV_FULL, 0},
-    {"GetNetworkProtocols", GetNetworkProtocols, CRED_OPEN, ENV_FULL, 0},
-    {"SetNetworkProtocols", SetNetworkProtocols, CRED_AUTH, ENV_FULL, CHANGES_STORE},
-    {"GetWsdlUrl", GetWSDLResponse, CRED_OPEN, ENV_FULL, 0},
-    {"GetSystemDateAndTime", GetSystemDateAndTimeResponse, CRED_OPEN, ENV_FULL, 0},
-    {"SetSystemDateAndTime", SetSystemDateAndTimeResponse, CRED_AUTH12, ENV_FULL, CHANGES_STORE},
-    {"GetNTP", GetNTPResponse, CRED_OPEN, ENV_FULL, 0},
-    {"SetNTP", SetNTPResponse, CRED_AUTH, ENV_FULL, CHANGES_STORE},
-    {"GetCapabilities", GetCapabilityResponse, CRED_OPEN, ENV_FULL, 0},
-    {"GetHostname", GetHostnameResponse, CRED_OPEN, ENV_FULL, 0},
-    {"SetHostname", SetHostnameResponse, CRED_AUTH, ENV_FULL, CHANGES_STORE},
-    {"GetDNS", GetDNSResponse, CRED_OPEN, ENV_FULL, 0},
-    {"SetDNS", SetDNSResponse, CRED_AUTH, ENV_FULL, CHANGES_STORE},
-    {"GetDeviceInformation", GetDeviceInfoResponse, CRED_OPEN, ENV_FULL, 0},
-    {"GetScopes", GetScopes, CRED_OPEN, ENV_FULL, 0},
-    {"SetScopes", SetScopes, CRED_AUTH, ENV_FULL, CHANGES_STORE},
-    {"AddScopes", AddScopes, CRED_AUTH, ENV_FULL, CHANGES_STORE},
-    {"RemoveScopes", RemoveScopes, CRED_AUTH, ENV_FULL, CHANGES_STORE},
-    {"SetSystemFactoryDefault", SetDefault, CRED_AUTH, ENV_FULL, CLOSES_CONNECTION | CHANGES_STORE},
-    {"SetDiscoveryMode", SetDiscoveryMode, CRED_AUTH, ENV_FULL, CHANGES_STORE},
-    {"GetDiscoveryMode", GetDiscoveryMode, CRED_AUTH, ENV_FULL, 0},
-    {"GetSystemLog", GetSystemLog, CRED_AUTH, ENV_FULL, 0},
-    {"CreateProfile", CreateProfile, CRED_AUTH12, ENV_FULL, CHANGES_STORE},
-    {"GetProfiles", GetProfiles, CRED_OPEN, ENV_FULL, 0},
-    {"GetProfile", GetOneProfile, CRED_OPEN, ENV_FULL, 0},
-    {"DeleteProfile", DeleteProfile, CRED_AUTH12, ENV_FULL, CHANGES_STORE},
-    {"GetVideoSources", GetVideoSources, CRED_OPEN, ENV_FULL, 0},
-    {"GetCompatibleVideoSourceConfigurations", GetCompatibleVideoSourceConfigurations, CRED_OPEN, ENV_FULL, 0},
-    {"GetVideoSourceConfigurationOptions", GetVideoSourceConfigurationOptions, CRED_OPEN, ENV_FULL, 0},
-    {"GetVideoSourceConfigurations", GetVideoSourceConfigurations, CRED_OPEN, ENV_FULL, 0},
-    {"GetVideoSourceConfiguration", GetVideoSourceConfiguration, CRED_OPEN, ENV_FULL, 0},
-    {"AddVideoSourceConfiguration", AddVideoSourceConfiguration, CRED_AUTH12, ENV_FULL, CHANGES_STORE},
-    {"RemoveVideoSourceConfiguration", RemoveVideoSourceConfiguration, CRED_AUTH, ENV_FULL, CHANGES_STORE},
-    {"SetVideoSourceConfiguration", SetVideoSourceConfiguration, CRED_AUTH, ENV_FULL, CHANGES_STORE},
-    {"GetCompatibleVideoEncoderConfigurations", GetCompatibleVideoEncoderConfigurations, CRED_OPEN, ENV_FULL, 0},
-    {"GetVideoEncoderConfigurationOptions", GetVideoEncoderConfigurationOptions, CRED_OPEN, ENV_FULL, 0},
-    {"GetVideoEncoderConfigurations", GetVideoEncoderConfigurations, CRED_OPEN, ENV_FULL, 0},
-    {"GetVideoEncoderConfiguration", GetVideoEncoderConfiguration, CRED_OPEN, ENV_FULL, 0},
-    {"AddVideoEncoderConfiguration", AddVideoEncoderConfiguration, CRED_AUTH12, ENV_FULL, CHANGES_STORE},
-    {"RemoveVideoEncoderConfiguration", RemoveVideoEncoder, CRED_AUTH, ENV_FULL, CHANGES_STORE},
-    {"SetVideoEncoderConfiguration", SetVideoEncoderConfiguration, CRED_AUTH12, ENV_FULL, CHANGES_STORE},
-    {"GetGuaranteedNumberOfVideoEncoderInstances", GetGuaranteedNumberOfVideoEncoderInstances, CRED_OPEN, ENV_FULL, 0},
-    {"GetAudioSources", GetAudioSources, CRED_OPEN, ENV_FULL, 0},
-    {"GetCompatibleAudioSourceConfigurations", GetCompatibleAudioSource, CRED_OPEN, ENV_FULL, 0},
-    {"GetAudioSourceConfigurationOptions", GetAudioSourceConfigurationOptions, CRED_OPEN, ENV_FULL, 0},
-    {"GetAudioSourceConfigurations", GetAudioSourceConfigurations, CRED_OPEN, ENV_FULL, 0},
-    {"GetAudioSourceConfiguration", GetAudioSourceConfiguration, CRED_OPEN, ENV_FULL, 0},
-    {"AddAudioSourceConfiguration", AddAudioSourceConfiguration, CRED_AUTH, ENV_FULL, CHANGES_STORE},
-    {"RemoveAudioSourceConfiguration", RemoveAudioSource, CRED_AUTH, ENV_FULL, CHANGES_STORE},
-    {"SetAudioSourceConfiguration", SetAudioSourceConfiguration, CRED_AUTH, ENV_FULL, CHANGES_STORE},
-    {"GetCompatibleAudioEncoderConfigurations", GetCompatibleAudioEncoder, CRED_OPEN, ENV_FULL, 0},
-    {"GetAudioEncoderConfigurationOptions", GetAudioEncoderConfigurationOptions, CRED_OPEN, ENV_FULL, 0},
-    {"GetAudioEncoderConfigurations", GetAudioEncoderConfigurations, CRED_OPEN, ENV_FULL, 0},
-    {"GetAudioEncoderConfiguration", GetAudioEncoderConfiguration, CRED_OPEN, ENV_FULL, 0},
-    {"AddAudioEncoderConfiguration", AddAudioEncoderConfiguration, CRED_AUTH, ENV_FULL, CHANGES_STORE},
-    {"RemoveAudioEncoderConfiguration", RemoveAudioEncoder, CRED_AUTH, ENV_FULL, CHANGES_STORE},
-    {"SetAudioEncoderConfiguration", SetAudioEncoderConfiguration, CRED_AUTH12, ENV_FULL, CHANGES_STORE},
-    {"GetAudioOutputConfigurations", GetAudioOutputConfigurations, CRED_AUTH, ENV_FULL, 0},
-    {"GetAudioOutputConfigurationOptions", GetAudioOutputConfigurationOptions, CRED_AUTH, ENV_FULL, 0},
-    {"SetAudioOutputConfiguration", SetAudioOutputConfiguration, CRED_AUTH, ENV_FULL, CHANGES_STORE},
-    {"GetAudioOutputConfiguration", GetAudioOutputConfiguration, CRED_AUTH, ENV_FULL, 0},
-    {"GetAudioOutputs", GetAudioOutputs, CRED_AUTH, ENV_FULL, 0},
-    {"GetAudioDecoderConfigurationOptions", GetAudioDecoderConfigurationOptions, CRED_AUTH, ENV_FULL, 0},
-    {"GetCompatibleMetadataConfigurations", GetCompatibleMetadataConfigurations, CRED_OPEN, ENV_FULL, 0},
-    {"GetMetadataConfigurationOptions", GetMetadataConfigurationOptions, CRED_OPEN, ENV_FULL, 0},
-    {"GetMetadataConfigurations", GetMetadataConfigurations, CRED_OPEN, ENV_FULL, 0},
-    {"GetMetadataConfiguration", GetMetadataConfiguration, CRED_OPEN, ENV_FULL, 0},
-    {"AddMetadataConfiguration", AddMetadataConfiguration, CRED_AUTH12, ENV_FULL, CHANGES_STORE},
-    {"SetMetadataConfiguration", SetMetadataConfiguration, CRED_AUTH12, ENV_FULL, CHANGES_STORE},
-    {"RemoveMetadataConfiguration", RemoveMetadataConfiguration, CRED_AUTH, ENV_FULL, CHANGES_STORE},
-    {"GetUsers", GetUsers, CRED_AUTH, ENV_FULL, 0},
-    {"CreateUsers", CreateUsers, CRED_AUTH, ENV_FULL, CHANGES_STORE},
-    {"DeleteUsers", DeleteUsers, CRED_AUTH, ENV_FULL, CHANGES_STORE},
-    {"SetUser", SetUser, CRED_AUTH, ENV_FULL, CHANGES_STORE},
-    {"GetStreamUri", GetStreamURI, CRED_OPEN, ENV_FULL, 0},
-    {"GetSnapshotUri", GetSnapshotURI, CRED_OPEN, ENV_FULL, 0},
-    {"StartMulticastStreaming", StartMulticastStreaming, CRED_AUTH, ENV_FULL, 0},
-    {"StopMulticastStreaming", StopMulticastStreaming, CRED_AUTH, ENV_FULL, 0},
-    {"SetSynchronizationPoint", SetSynchronizationPoint, CRED_OPEN, ENV_SYNCHRONIZATION_POINT, CHANGES_STORE},
-    {"GetOptions", GetOptions, CRED_OPEN, ENV_FULL, 0},
-    {"GetImagingSettings", GetImagingSettings, CRED_OPEN, ENV_FULL, 0},
-    {"SetImagingSettings", SetImagingSettings, CRED_OPEN, ENV_FULL, CHANGES_STORE},
-    {"Move", Move, CRED_OPEN, ENV_FULL, EXACT_NAME},
-    {"GetMoveOptions", GetMoveOptions, CRED_OPEN, ENV_FULL, 0},
-    {"MoveIris", MoveIris, CRED_OPEN, ENV_FULL, 0},
-    {"GetRelayOutputOptions", GetRelayOutputOptions, CRED_OPEN, ENV_FULL, 0},
-    {"GetRelayOutputs", GetRelayOutputs, CRED_OPEN, ENV_FULL, 0},
-    {"SetRelayOutputState", SetRelayOutputState, CRED_AUTH, ENV_FULL, CHANGES_STORE},
-    {"SetRelayOutputSettings", SetRelayOutputSettings, CRED_AUTH, ENV_FULL, CHANGES_STORE},
-    {"GetNodes", GetNodes, CRED_AUTH, ENV_FULL, 0},
-    {"GetNode", GetNode, CRED_AUTH, ENV_FULL, 0},
-    {"Stop", Stop, CRED_OPEN, ENV_FULL, 0},
-    {"GetConfigurationOptions", GetConfigurationOptions, CRED_AUTH, ENV_FULL, 0},
-    {"GetConfigurations", GetConfigurations, CRED_AUTH12, ENV_FULL, 0},
-    {"GetConfiguration", GetConfiguration, CRED_AUTH, ENV_FULL, 0},
-    {"SetConfiguration", SetConfiguration, CRED_AUTH, ENV_FULL, CHANGES_STORE},
-    {"ContinuousMove", ContinuousMove, CRED_OPEN, ENV_FULL, 0},
-    {"SetPreset", SetPreset, CRED_AUTH, ENV_FULL, CHANGES_STORE},
-    {"GotoPreset", GotoPreset, CRED_AUTH, ENV_FULL, 0},
-    {"RemovePreset", RemovePreset, CRED_AUTH, ENV_FULL, CHANGES_STORE},
-    {"GetPresets", GetPresets, CRED_AUTH, ENV_FULL, 0},
-    {"GetStatus", GetStatus, CRED_AUTH, ENV_FULL, 0},
-    {"AbsoluteMove", AbsoluteMove, CRED_OPEN, ENV_FULL, 0},
-    {"RelativeMove", RelativeMove, CRED_OPEN, ENV_FULL, 0},
-    {"GotoHomePosition", GotoHomePosition, CRED_OPEN, ENV_FULL, 0},
-    {"SetHomePosition", SetHomePosition, CRED_AUTH, ENV_FULL, CHANGES_STORE},
-    {"AddPTZConfiguration", AddPTZConfiguration, CRED_AUTH, ENV_FULL, CHANGES_STORE},
-    {"RemovePTZConfiguration", RemovePTZConfiguration, CRED_AUTH, ENV_FULL, CHANGES_STORE},
-    {"GetAnalyticsModules", GetAnalyticsModules, CRED_AUTH, ENV_FULL, 0},
-    {"CreatePullPointSubscription", CreatePullPointSubscription, CRED_AUTH12, ENV_CREATE_PULL_POINT, CHANGES_STORE},
-    {"GetEventProperties", GetEventProperties, CRED_AUTH12, ENV_EVENT_PROPERTIES, 0},
-    {"Subscribe", Subscribe, CRED_AUTH, ENV_SUBSCRIBE, CHANGES_STORE},
-    {"Unsubscribe", Unsubscribe, CRED_AUTH, ENV_UNSUBSCRIBE, CHANGES_STORE},
-    {"Renew", Renew, CRED_AUTH, ENV_RENEW, CHANGES_STORE},
+    {"GetNetworkInterfaces", SVC_DEVICE, GetNetworkInterfaces, CRED_AUTH_UNLESS_12_30, ENV_FULL, 0},
+    {"SetNetworkInterfaces", SVC_DEVICE, SetNetworkInterfaces, CRED_AUTH, ENV_FULL, CHANGES_STORE},
+    {"GetNetworkDefaultGateway", SVC_DEVICE, GetNetworkDefaultGateway, CRED_OPEN, ENV_FULL, 0},
+    {"SetNetworkDefaultGateway", SVC_DEVICE, SetNetworkDefaultGateway, CRED_AUTH, ENV_FULL, CHANGES_STORE},
+    {"SystemReboot", SVC_DEVICE, SystemReboot, CRED_AUTH, ENV_FULL, CLOSES_CONNECTION},
+    {"SetZeroConfiguration", SVC_DEVICE, SetZeroConfiguration, CRED_AUTH, ENV_FULL, CHANGES_STORE},
+    {"GetZeroConfiguration", SVC_DEVICE, GetZeroConfiguration, CRED_OPEN, ENV_FULL, 0},
+    {"GetNetworkProtocols", SVC_DEVICE, GetNetworkProtocols, CRED_OPEN, ENV_FULL, 0},
+    {"SetNetworkProtocols", SVC_DEVICE, SetNetworkProtocols, CRED_AUTH, ENV_FULL, CHANGES_STORE},
+    {"GetWsdlUrl", SVC_DEVICE, GetWSDLResponse, CRED_OPEN, ENV_FULL, 0},
+    {"GetSystemDateAndTime", SVC_DEVICE, GetSystemDateAndTimeResponse, CRED_OPEN, ENV_FULL, 0},
+    {"SetSystemDateAndTime", SVC_DEVICE, SetSystemDateAndTimeResponse, CRED_AUTH12, ENV_FULL, CHANGES_STORE},
+    {"GetNTP", SVC_DEVICE, GetNTPResponse, CRED_OPEN, ENV_FULL, 0},
+    {"SetNTP", SVC_DEVICE, SetNTPResponse, CRED_AUTH, ENV_FULL, CHANGES_STORE},
+    {"GetCapabilities", SVC_DEVICE, GetCapabilityResponse, CRED_OPEN, ENV_FULL, 0},
+    {"GetHostname", SVC_DEVICE, GetHostnameResponse, CRED_OPEN, ENV_FULL, 0},
+    {"SetHostname", SVC_DEVICE, SetHostnameResponse, CRED_AUTH, ENV_FULL, CHANGES_STORE},
+    {"GetDNS", SVC_DEVICE, GetDNSResponse, CRED_OPEN, ENV_FULL, 0},
+    {"SetDNS", SVC_DEVICE, SetDNSResponse, CRED_AUTH, ENV_FULL, CHANGES_STORE},
+    {"GetDeviceInformation", SVC_DEVICE, GetDeviceInfoResponse, CRED_OPEN, ENV_FULL, 0},
+    {"GetScopes", SVC_DEVICE, GetScopes, CRED_OPEN, ENV_FULL, 0},
+    {"SetScopes", SVC_DEVICE, SetScopes, CRED_AUTH, ENV_FULL, CHANGES_STORE},
+    {"AddScopes", SVC_DEVICE, AddScopes, CRED_AUTH, ENV_FULL, CHANGES_STORE},
+    {"RemoveScopes", SVC_DEVICE, RemoveScopes, CRED_AUTH, ENV_FULL, CHANGES_STORE},
+    {"SetSystemFactoryDefault", SVC_DEVICE, SetDefault, CRED_AUTH, ENV_FULL, CLOSES_CONNECTION | CHANGES_STORE},
+    {"SetDiscoveryMode", SVC_DEVICE, SetDiscoveryMode, CRED_AUTH, ENV_FULL, CHANGES_STORE},
+    {"GetDiscoveryMode", SVC_DEVICE, GetDiscoveryMode, CRED_AUTH, ENV_FULL, 0},
+    {"GetSystemLog", SVC_DEVICE, GetSystemLog, CRED_AUTH, ENV_FULL, 0},
+    {"CreateProfile", SVC_MEDIA, CreateProfile, CRED_AUTH12, ENV_FULL, CHANGES_STORE},
+    {"GetProfiles", SVC_MEDIA, GetProfiles, CRED_OPEN, ENV_FULL, 0},
+    {"GetProfile", SVC_MEDIA, GetOneProfile, CRED_OPEN, ENV_FULL, 0},
+    {"DeleteProfile", SVC_MEDIA, DeleteProfile, CRED_AUTH12, ENV_FULL, CHANGES_STORE},
+    {"GetVideoSources", SVC_MEDIA, GetVideoSources, CRED_OPEN, ENV_FULL, 0},
+    {"GetCompatibleVideoSourceConfigurations", SVC_MEDIA, GetCompatibleVideoSourceConfigurations, CRED_OPEN, ENV_FULL, 0},
+    {"GetVideoSourceConfigurationOptions", SVC_MEDIA, GetVideoSourceConfigurationOptions, CRED_OPEN, ENV_FULL, 0},
+    {"GetVideoSourceConfigurations", SVC_MEDIA, GetVideoSourceConfigurations, CRED_OPEN, ENV_FULL, 0},
+    {"GetVideoSourceConfiguration", SVC_MEDIA, GetVideoSourceConfiguration, CRED_OPEN, ENV_FULL, 0},
+    {"AddVideoSourceConfiguration", SVC_MEDIA, AddVideoSourceConfiguration, CRED_AUTH12, ENV_FULL, CHANGES_STORE},
+    {"RemoveVideoSourceConfiguration", SVC_MEDIA, RemoveVideoSourceConfiguration, CRED_AUTH, ENV_FULL, CHANGES_STORE},
+    {"SetVideoSourceConfiguration", SVC_MEDIA, SetVideoSourceConfiguration, CRED_AUTH, ENV_FULL, CHANGES_STORE},
+    {"GetCompatibleVideoEncoderConfigurations", SVC_MEDIA, GetCompatibleVideoEncoderConfigurations, CRED_OPEN, ENV_FULL, 0},
+    {"GetVideoEncoderConfigurationOptions", SVC_MEDIA, GetVideoEncoderConfigurationOptions, CRED_OPEN, ENV_FULL, 0},
+    {"GetVideoEncoderConfigurations", SVC_MEDIA, GetVideoEncoderConfigurations, CRED_OPEN, ENV_FULL, 0},
+    {"GetVideoEncoderConfiguration", SVC_MEDIA, GetVideoEncoderConfiguration, CRED_OPEN, ENV_FULL, 0},
+    {"AddVideoEncoderConfiguration", SVC_MEDIA, AddVideoEncoderConfiguration, CRED_AUTH12, ENV_FULL, CHANGES_STORE},
+    {"RemoveVideoEncoderConfiguration", SVC_MEDIA, RemoveVideoEncoder, CRED_AUTH, ENV_FULL, CHANGES_STORE},
+    {"SetVideoEncoderConfiguration", SVC_MEDIA, SetVideoEncoderConfiguration, CRED_AUTH12, ENV_FULL, CHANGES_STORE},
+    {"GetGuaranteedNumberOfVideoEncoderInstances", SVC_MEDIA, GetGuaranteedNumberOfVideoEncoderInstances, CRED_OPEN, ENV_FULL, 0},
+    {"GetAudioSources", SVC_MEDIA, GetAudioSources, CRED_OPEN, ENV_FULL, 0},
+    {"GetCompatibleAudioSourceConfigurations", SVC_MEDIA, GetCompatibleAudioSource, CRED_OPEN, ENV_FULL, 0},
+    {"GetAudioSourceConfigurationOptions", SVC_MEDIA, GetAudioSourceConfigurationOptions, CRED_OPEN, ENV_FULL, 0},
+    {"GetAudioSourceConfigurations", SVC_MEDIA, GetAudioSourceConfigurations, CRED_OPEN, ENV_FULL, 0},
+    {"GetAudioSourceConfiguration", SVC_MEDIA, GetAudioSourceConfiguration, CRED_OPEN, ENV_FULL, 0},
+    {"AddAudioSourceConfiguration", SVC_MEDIA, AddAudioSourceConfiguration, CRED_AUTH, ENV_FULL, CHANGES_STORE},
+    {"RemoveAudioSourceConfiguration", SVC_MEDIA, RemoveAudioSource, CRED_AUTH, ENV_FULL, CHANGES_STORE},
+    {"SetAudioSourceConfiguration", SVC_MEDIA, SetAudioSourceConfiguration, CRED_AUTH, ENV_FULL, CHANGES_STORE},
+    {"GetCompatibleAudioEncoderConfigurations", SVC_MEDIA, GetCompatibleAudioEncoder, CRED_OPEN, ENV_FULL, 0},
+    {"GetAudioEncoderConfigurationOptions", SVC_MEDIA, GetAudioEncoderConfigurationOptions, CRED_OPEN, ENV_FULL, 0},
+    {"GetAudioEncoderConfigurations", SVC_MEDIA, GetAudioEncoderConfigurations, CRED_OPEN, ENV_FULL, 0},
+    {"GetAudioEncoderConfiguration", SVC_MEDIA, GetAudioEncoderConfiguration, CRED_OPEN, ENV_FULL, 0},
+    {"AddAudioEncoderConfiguration", SVC_MEDIA, AddAudioEncoderConfiguration, CRED_AUTH, ENV_FULL, CHANGES_STORE},
+    {"RemoveAudioEncoderConfiguration", SVC_MEDIA, RemoveAudioEncoder, CRED_AUTH, ENV_FULL, CHANGES_STORE},
+    {"SetAudioEncoderConfiguration", SVC_MEDIA, SetAudioEncoderConfiguration, CRED_AUTH12, ENV_FULL, CHANGES_STORE},
+    {"GetAudioOutputConfigurations", SVC_MEDIA, GetAudioOutputConfigurations, CRED_AUTH, ENV_FULL, 0},
+    {"GetAudioOutputConfigurationOptions", SVC_MEDIA, GetAudioOutputConfigurationOptions, CRED_AUTH, ENV_FULL, 0},
+    {"SetAudioOutputConfiguration", SVC_MEDIA, SetAudioOutputConfiguration, CRED_AUTH, ENV_FULL, CHANGES_STORE},
+    {"GetAudioOutputConfiguration", SVC_MEDIA, GetAudioOutputConfiguration, CRED_AUTH, ENV_FULL, 0},
+    {"GetAudioOutputs", SVC_MEDIA, GetAudioOutputs, CRED_AUTH, ENV_FULL, 0},
+    {"GetAudioDecoderConfigurationOptions", SVC_MEDIA, GetAudioDecoderConfigurationOptions, CRED_AUTH, ENV_FULL, 0},
+    {"GetCompatibleMetadataConfigurations", SVC_MEDIA, GetCompatibleMetadataConfigurations, CRED_OPEN, ENV_FULL, 0},
+    {"GetMetadataConfigurationOptions", SVC_MEDIA, GetMetadataConfigurationOptions, CRED_OPEN, ENV_FULL, 0},
+    {"GetMetadataConfigurations", SVC_MEDIA, GetMetadataConfigurations, CRED_OPEN, ENV_FULL, 0},
+    {"GetMetadataConfiguration", SVC_MEDIA, GetMetadataConfiguration, CRED_OPEN, ENV_FULL, 0},
+    {"AddMetadataConfiguration", SVC_MEDIA, AddMetadataConfiguration, CRED_AUTH12, ENV_FULL, CHANGES_STORE},
+    {"SetMetadataConfiguration", SVC_MEDIA, SetMetadataConfiguration, CRED_AUTH12, ENV_FULL, CHANGES_STORE},
+    {"RemoveMetadataConfiguration", SVC_MEDIA, RemoveMetadataConfiguration, CRED_AUTH, ENV_FULL, CHANGES_STORE},
+    {"GetUsers", SVC_DEVICE, GetUsers, CRED_AUTH, ENV_FULL, 0},
+    {"CreateUsers", SVC_DEVICE, CreateUsers, CRED_AUTH, ENV_FULL, CHANGES_STORE},
+    {"DeleteUsers", SVC_DEVICE, DeleteUsers, CRED_AUTH, ENV_FULL, CHANGES_STORE},
+    {"SetUser", SVC_DEVICE, SetUser, CRED_AUTH, ENV_FULL, CHANGES_STORE},
+    {"GetStreamUri", SVC_MEDIA, GetStreamURI, CRED_OPEN, ENV_FULL, 0},
+    {"GetSnapshotUri", SVC_MEDIA, GetSnapshotURI, CRED_OPEN, ENV_FULL, 0},
+    {"StartMulticastStreaming", SVC_MEDIA, StartMulticastStreaming, CRED_AUTH, ENV_FULL, 0},
+    {"StopMulticastStreaming", SVC_MEDIA, StopMulticastStreaming, CRED_AUTH, ENV_FULL, 0},
+    {"SetSynchronizationPoint", SVC_MEDIA, SetSynchronizationPoint, CRED_OPEN, ENV_SYNCHRONIZATION_POINT, CHANGES_STORE | LEGACY_ONLY},
+    {"GetOptions", SVC_IMAGING, GetOptions, CRED_OPEN, ENV_FULL, 0},
+    {"GetImagingSettings", SVC_IMAGING, GetImagingSettings, CRED_OPEN, ENV_FULL, 0},
+    {"SetImagingSettings", SVC_IMAGING, SetImagingSettings, CRED_OPEN, ENV_FULL, CHANGES_STORE},
+    {"Move", SVC_IMAGING, Move, CRED_OPEN, ENV_FULL, EXACT_NAME},
+    {"GetMoveOptions", SVC_IMAGING, GetMoveOptions, CRED_OPEN, ENV_FULL, 0},
+    {"MoveIris", SVC_IMAGING, MoveIris, CRED_OPEN, ENV_FULL, 0},
+    {"GetRelayOutputOptions", SVC_DEVICEIO, GetRelayOutputOptions, CRED_OPEN, ENV_FULL, 0},
+    {"GetRelayOutputs", SVC_DEVICE, GetRelayOutputs, CRED_OPEN, ENV_FULL, 0},
+    {"SetRelayOutputState", SVC_DEVICE, SetRelayOutputState, CRED_AUTH, ENV_FULL, CHANGES_STORE},
+    {"SetRelayOutputSettings", SVC_DEVICE, SetRelayOutputSettings, CRED_AUTH, ENV_FULL, CHANGES_STORE},
+    {"GetNodes", SVC_PTZ, GetNodes, CRED_AUTH, ENV_FULL, 0},
+    {"GetNode", SVC_PTZ, GetNode, CRED_AUTH, ENV_FULL, 0},
+    {"Stop", SVC_PTZ, Stop, CRED_OPEN, ENV_FULL, LEGACY_ONLY},
+    {"GetConfigurationOptions", SVC_PTZ, GetConfigurationOptions, CRED_AUTH, ENV_FULL, 0},
+    {"GetConfigurations", SVC_PTZ, GetConfigurations, CRED_AUTH12, ENV_FULL, 0},
+    {"GetConfiguration", SVC_PTZ, GetConfiguration, CRED_AUTH, ENV_FULL, 0},
+    {"SetConfiguration", SVC_PTZ, SetConfiguration, CRED_AUTH, ENV_FULL, CHANGES_STORE},
+    {"ContinuousMove", SVC_PTZ, ContinuousMove, CRED_OPEN, ENV_FULL, 0},
+    {"SetPreset", SVC_PTZ, SetPreset, CRED_AUTH, ENV_FULL, CHANGES_STORE},
+    {"GotoPreset", SVC_PTZ, GotoPreset, CRED_AUTH, ENV_FULL, 0},
+    {"RemovePreset", SVC_PTZ, RemovePreset, CRED_AUTH, ENV_FULL, CHANGES_STORE},
+    {"GetPresets", SVC_PTZ, GetPresets, CRED_AUTH, ENV_FULL, 0},
+    {"GetStatus", SVC_PTZ, GetStatus, CRED_AUTH, ENV_FULL, LEGACY_ONLY},
+    {"AbsoluteMove", SVC_PTZ, AbsoluteMove, CRED_OPEN, ENV_FULL, 0},
+    {"RelativeMove", SVC_PTZ, RelativeMove, CRED_OPEN, ENV_FULL, 0},
+    {"GotoHomePosition", SVC_PTZ, GotoHomePosition, CRED_OPEN, ENV_FULL, 0},
+    {"SetHomePosition", SVC_PTZ, SetHomePosition, CRED_AUTH, ENV_FULL, CHANGES_STORE},
+    {"AddPTZConfiguration", SVC_MEDIA, AddPTZConfiguration, CRED_AUTH, ENV_FULL, CHANGES_STORE},
+    {"RemovePTZConfiguration", SVC_MEDIA, RemovePTZConfiguration, CRED_AUTH, ENV_FULL, CHANGES_STORE},
+    {"GetAnalyticsModules", SVC_ANALYTICS, GetAnalyticsModules, CRED_AUTH, ENV_FULL, 0},
+    {"CreatePullPointSubscription", SVC_EVENTS, CreatePullPointSubscription, CRED_AUTH12, ENV_CREATE_PULL_POINT, CHANGES_STORE},
+    {"GetEventProperties", SVC_EVENTS, GetEventProperties, CRED_AUTH12, ENV_EVENT_PROPERTIES, 0},
+    {"Subscribe", SVC_NOTIFICATION, Subscribe, CRED_AUTH, ENV_SUBSCRIBE, CHANGES_STORE},
+    {"Unsubscribe", SVC_NOTIFICATION, Unsubscribe, CRED_AUTH, ENV_UNSUBSCRIBE, CHANGES_STORE},
+    {"Renew", SVC_NOTIFICATION, Renew, CRED_AUTH, ENV_RENEW, CHANGES_STORE},
     // A pull waits up to a minute for the event process and writes only its
     // own event file: it must not hold the store lock.
-    {"PullMessages", PullMessages, CRED_AUTH12, ENV_PULL_MESSAGES, 0},
+    {"PullMessages", SVC_EVENTS, PullMessages, CRED_AUTH12, ENV_PULL_MESSAGES, 0},
     // Named only so that its failure is answered in the event envelope.
-    {"GetServiceCapabilities", 0, CRED_OPEN, ENV_SERVICE_CAPABILITIES, 0},
+    {"GetServiceCapabilities", SVC_EVENTS, 0, CRED_OPEN, ENV_SERVICE_CAPABILITIES, LEGACY_ONLY},
+
+    // The ONVIF mode tells the services apart by the body's namespace where
+    // the camera always decided by the request's content.
+    {"Stop", SVC_PTZ, PtzStop, CRED_OPEN, ENV_FULL, ONVIF_ONLY},
+    {"Stop", SVC_IMAGING, ImagingStop, CRED_OPEN, ENV_FULL, ONVIF_ONLY},
+    {"GetStatus", SVC_PTZ, PtzGetStatus, CRED_AUTH, ENV_FULL, ONVIF_ONLY},
+    {"GetStatus", SVC_IMAGING, ImagingGetStatus, CRED_AUTH, ENV_FULL, ONVIF_ONLY},
+    {"SetSynchronizationPoint", SVC_MEDIA, MediaSetSynchronizationPoint, CRED_OPEN, ENV_FULL, CHANGES_STORE | ONVIF_ONLY},
+    {"SetSynchronizationPoint", SVC_EVENTS, EventSetSynchronizationPoint, CRED_OPEN, ENV_SYNCHRONIZATION_POINT,
+     CHANGES_STORE | ONVIF_ONLY},
 };
+
+static const char* const SERVICE_NAMESPACES[] = {
+    "http://www.onvif.org/ver10/device/wsdl",   "http://www.onvif.org/ver10/media/wsdl",
+    "http://www.onvif.org/ver20/ptz/wsdl",      "http://www.onvif.org/ver20/imaging/wsdl",
+    "http://www.onvif.org/ver10/deviceIO/wsdl", "http://www.onvif.org/ver10/events/wsdl",
+    "http://docs.oasis-open.org/wsn/b-2",       "http://www.onvif.org/ver20/analytics/wsdl",
+};
+
+const char* serviceNamespace(Service s)
+{
+    return SERVICE_NAMESPACES[s];
+}
 
 static const int ACTION_ROWS = (int)(sizeof actionRows / sizeof actionRows[0]);
 
@@ -161,6 +185,26 @@ const ActionRow* actionTable(int* rows)
 {
     *rows = ACTION_ROWS;
     return actionRows;
+}
+
+// The camera's own matching: the first row whose name the action contains
+// (or equals, for EXACT_NAME rows), in table order.
+static const ActionRow* legacyRow(const char* action)
+{
+    for (const ActionRow& r : actionRows)
+        if (!(r.flags & ONVIF_ONLY) &&
+            ((r.flags & EXACT_NAME) ? strcmp(action, r.name) == 0 : strstr(action, r.name) != 0))
+            return &r;
+    return 0;
+}
+
+// The standard's: the whole name in the namespace of the row's service.
+static const ActionRow* onvifRow(const char* action, const char* ns)
+{
+    for (const ActionRow& r : actionRows)
+        if (!(r.flags & LEGACY_ONLY) && strcmp(action, r.name) == 0 && strcmp(ns, SERVICE_NAMESPACES[r.service]) == 0)
+            return &r;
+    return 0;
 }
 
 const ActionRow* actionRow(const char* action)
@@ -173,12 +217,7 @@ const ActionRow* actionRow(const char* action)
         return 0;
     if (lastAction[0] && strcmp(action, lastAction) == 0)
         return lastRow;
-    const ActionRow* found = 0;
-    for (const ActionRow& r : actionRows)
-        if ((r.flags & EXACT_NAME) ? strcmp(action, r.name) == 0 : strstr(action, r.name) != 0) {
-            found = &r;
-            break;
-        }
+    const ActionRow* found = onvifMode() ? onvifRow(action, requestBodyNamespace()) : legacyRow(action);
     if (strlen(action) < sizeof lastAction) {
         memcpy(lastAction, action, strlen(action) + 1);
         lastRow = found;

@@ -27,19 +27,32 @@ enum EnvelopeKind {
 enum ActionFlags {
     EXACT_NAME = 1,         // whole-name equality instead of containment
     CLOSES_CONNECTION = 2,  // "Connection: close", whatever the outcome
-    CHANGES_STORE = 4       // reads and rewrites settings or list files
+    CHANGES_STORE = 4,      // reads and rewrites settings or list files
+    LEGACY_ONLY = 8,        // a row of the camera's own matching only
+    ONVIF_ONLY = 16         // a row of the ONVIF mode only
 };
+
+// The service an action belongs to; in the ONVIF mode the request's body
+// element must stand in its namespace.
+enum Service {
+    SVC_DEVICE, SVC_MEDIA, SVC_PTZ, SVC_IMAGING, SVC_DEVICEIO, SVC_EVENTS,
+    SVC_NOTIFICATION,  // the WS-BaseNotification operations of the event service
+    SVC_ANALYTICS
+};
+const char* serviceNamespace(Service s);
 
 struct ActionRow {
     const char* name;
+    Service service;
     void (*handler)();      // 0: named so its envelope is known, but not served (500)
     Credentials credentials;
     EnvelopeKind envelope;
     unsigned flags;
 };
 
-// The row that an action name selects (the first whose name it contains,
-// or equals for EXACT_NAME rows), 0 for none.
+// The row that an action name selects, 0 for none: in the legacy mode the
+// first whose name it contains (or equals, for EXACT_NAME rows); in the
+// ONVIF mode the one of that whole name in the body element's namespace.
 const ActionRow* actionRow(const char* action);
 
 // The 1-based row of the table that serves the action, 0 for none.

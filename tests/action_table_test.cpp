@@ -142,7 +142,10 @@ TEST(ActionTable, EveryRowIsTheActionsOwn)
     };
     int rows = 0;
     const ActionRow* table = actionTable(&rows);
-    ASSERT_EQ(rows, 122);  // the served actions and the one named only for its envelope
+    int legacyRows = 0;
+    for (int i = 0; i < rows; ++i)
+        legacyRows += !(table[i].flags & ONVIF_ONLY);
+    ASSERT_EQ(legacyRows, 122);  // the served actions and the one named only for its envelope
     for (const Expected& e : expected) {
         const ActionRow& r = table[e.order - 1];
         SCOPED_TRACE(e.name);
