@@ -7,8 +7,8 @@
 enum Credentials {
     CRED_OPEN,              // anyone
     CRED_AUTH,              // a valid UsernameToken
-    CRED_AUTH12,            // a token, except on variant 12
-    CRED_AUTH_UNLESS_12_30  // a token, except on variants 12 and 30
+    CRED_AUTH_UNLESS_OPEN_SETUP,      // a token, except where the model leaves media set-up open
+    CRED_AUTH_UNLESS_OPEN_INTERFACES  // a token, except where the model leaves the interfaces open
 };
 
 // The namespace set and header an answer is wrapped in.

@@ -166,8 +166,8 @@ void checkSecurity()
         switch (row->credentials) {
         case CRED_OPEN: break;
         case CRED_AUTH: needsCredentials = 1; break;
-        case CRED_AUTH12: needsCredentials = !modelHas(Cap::AuthWaivedForSetup); break;
-        case CRED_AUTH_UNLESS_12_30: needsCredentials = !modelHas(Cap::AuthWaivedForInterfaces); break;
+        case CRED_AUTH_UNLESS_OPEN_SETUP: needsCredentials = !modelHas(Cap::AuthWaivedForSetup); break;
+        case CRED_AUTH_UNLESS_OPEN_INTERFACES: needsCredentials = !modelHas(Cap::AuthWaivedForInterfaces); break;
         }
     }
     if (needsCredentials && !credentialsAccepted())
