@@ -249,11 +249,12 @@ void SetImagingSettings()
     if (set.count) {
         // Everything is settled before the first write: a query that does not
         // fit is the generic fault with nothing changed.
-        if (!buildSettingsQuery(set, query, sizeof query) ||
-            rewriteFileThroughWorkCopy(path, replaceChangedLines, &set) != 0) {
+        if (!buildSettingsQuery(set, query, sizeof query)) {
             G_httpAck = 500;
             return;
         }
+        if (rewriteFileThroughWorkCopy(path, replaceChangedLines, &set) != 0)
+            return answerStoreFailure(path);
         runSettingsProgram(query);
     }
     setResponse("<timg:SetImagingSettingsResponse></timg:SetImagingSettingsResponse>");

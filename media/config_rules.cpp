@@ -326,9 +326,12 @@ int applySettingRules(SettingContext* ctx)
     if (!changed)
         return SETTING_DONE;
     char query[2048];
-    if (!buildSettingsQuery(ctx, query, sizeof query, &parameters) ||
-        rewriteFileThroughWorkCopy(ctx->path, replaceChangedLines, ctx) != 0)
+    if (!buildSettingsQuery(ctx, query, sizeof query, &parameters))
         return SETTING_FAILED;
+    if (rewriteFileThroughWorkCopy(ctx->path, replaceChangedLines, ctx) != 0) {
+        answerStoreFailure(ctx->path);
+        return SETTING_FAILED;
+    }
     if (parameters)
         runSettingsProgram(query);
     if (restart)

@@ -243,7 +243,10 @@ void SetMetadataConfiguration()
     }
     char path[128];
     formatChecked(path, sizeof path, ONVIF_WEB_DIR "%s.MetaData", token);
-    if (rewriteFileThroughWorkCopy(path, replaceMetadataLine, &c) != 0) {
+    int rewritten = rewriteFileThroughWorkCopy(path, replaceMetadataLine, &c);
+    if (rewritten == WORK_COPY_FAILED)
+        return answerStoreFailure(path);
+    if (rewritten != 0) {
         writeSenderFault2("InvalidArgVal", "NoConfig", "The configuration does not exist.",
                           "The MetadataConfiguration indicated by the ConfigurationToken does not exist");
         return;

@@ -576,7 +576,8 @@ void SetConfiguration()
     }
     char path[128];
     formatChecked(path, sizeof path, PTZ_DIR "%s", fileName);
-    rewriteFileThroughWorkCopy(path, replaceConfLine, &c);
+    if (rewriteFileThroughWorkCopy(path, replaceConfLine, &c) == WORK_COPY_FAILED)
+        return answerStoreFailure(path);
     setResponse("<tptz:SetConfigurationResponse></tptz:SetConfigurationResponse>");
 }
 
