@@ -93,6 +93,9 @@ const std::vector<Writer>& writers()
     return table;
 }
 
+// gtest names a failing case by its writer, not by its bytes.
+void PrintTo(const Writer& w, std::ostream* os) { *os << w.name; }
+
 bool notStore(const std::string& rel)
 {
     for (const char* skip : NOT_STORE)
