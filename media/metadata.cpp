@@ -236,13 +236,16 @@ void SetMetadataConfiguration()
               (c.hasAutoStart && CheckBool(c.autoStart)) ||
               (c.hasTimeout && (CheckTimeout(c.timeout) || hasLineBreak(c.timeout))) ||
               (c.hasIpv4 && hasLineBreak(c.ipv4)) || (hasForce && CheckBool(c.force));
+    char path[128];
+    formatChecked(path, sizeof path, ONVIF_WEB_DIR "%s.MetaData", token);
+    // Readers find keys anywhere in a line: a stored text holding "Name="
+    // would read back as that setting.
+    bad = bad || (c.hasTimeout && namesKeyOfFile(path, c.timeout)) || (c.hasName && namesKeyOfFile(path, c.name));
     if (bad) {
         writeSenderFault2("InvalidArgVal", "ConfigModify", "The configuration parameters are not possible to set.",
                           "The error code is indicated by the configuration parameters are not possible to set.");
         return;
     }
-    char path[128];
-    formatChecked(path, sizeof path, ONVIF_WEB_DIR "%s.MetaData", token);
     int rewritten = rewriteFileThroughWorkCopy(path, replaceMetadataLine, &c);
     if (rewritten == WORK_COPY_FAILED)
         return answerStoreFailure(path);
