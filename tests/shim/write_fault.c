@@ -137,14 +137,7 @@ int open(const char* path, int flags, ...)
     return openCounted(path, flags, mode);
 }
 
-int open64(const char* path, int flags, ...)
-{
-    va_list ap;
-    va_start(ap, flags);
-    mode_t mode = modeArgument(flags, ap);
-    va_end(ap);
-    return openCounted(path, flags, mode);
-}
+int open64(const char* path, int flags, ...) __attribute__((alias("open")));
 
 int nanosleep(const struct timespec* want, struct timespec* left)
 {
@@ -214,7 +207,7 @@ static int mkstempCounted(char* pattern, int flags)
 }
 
 int mkstemp(char* pattern) { return mkstempCounted(pattern, 0); }
-int mkstemp64(char* pattern) { return mkstempCounted(pattern, 0); }
+int mkstemp64(char* pattern) __attribute__((alias("mkstemp")));
 int mkostemp(char* pattern, int flags) { return mkstempCounted(pattern, flags); }
 
 // Cookie streams: stdio buffers, the writes land in write() above.
@@ -285,7 +278,7 @@ static FILE* fopenCounted(const char* path, const char* mode)
 }
 
 FILE* fopen(const char* path, const char* mode) { return fopenCounted(path, mode); }
-FILE* fopen64(const char* path, const char* mode) { return fopenCounted(path, mode); }
+FILE* fopen64(const char* path, const char* mode) __attribute__((alias("fopen")));
 
 FILE* fdopen(int fd, const char* mode)
 {
