@@ -6,6 +6,10 @@
 //
 // The first byte chooses the device state (authentication, variant code,
 // PTZ and IO layout, model code); the rest is the body.
+//
+// One camera root serves every input: the files a request touched (seen
+// through watches on the root's directories) are checked and put back after
+// it, so an input costs about what the request costs.
 #include "frame/frame.h"
 #include "frame/xmlsearch.h"
 #include "state/command.h"
