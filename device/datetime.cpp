@@ -236,7 +236,10 @@ void SetSystemDateAndTimeResponse()
     if (strcmp(t.type, "NTP") == 0) {
         setResponse("<tds:SetSystemDateAndTimeResponse></tds:SetSystemDateAndTimeResponse>");
         t.ntp = 1;
-        if (rewriteFileThroughWorkCopy(ONVIF_CONF_FILE, rewriteTimeLine, &t) != 0)
+        int rewritten = rewriteFileThroughWorkCopy(ONVIF_CONF_FILE, rewriteTimeLine, &t);
+        if (rewritten == WORK_COPY_FAILED)
+            return answerStoreFailure(ONVIF_CONF_FILE);
+        if (rewritten != 0)
             logServiceError("SetSystemDateAndTimeResponse_NTP", "%s", "ONVIF_CONF_FILE missing");
         appendCmd("&Time.SyncSource=NTP");
         appendCmd("&Time.NTP.Server=%s&Time.NTP.Update=hour", shellSafeWord(t.server));
@@ -277,7 +280,10 @@ void SetSystemDateAndTimeResponse()
         minute = local.tm_min;
         second = local.tm_sec;
     }
-    if (rewriteFileThroughWorkCopy(ONVIF_CONF_FILE, rewriteTimeLine, &t) != 0)
+    int rewritten = rewriteFileThroughWorkCopy(ONVIF_CONF_FILE, rewriteTimeLine, &t);
+    if (rewritten == WORK_COPY_FAILED)
+        return answerStoreFailure(ONVIF_CONF_FILE);
+    if (rewritten != 0)
         logServiceError("SetSystemDateAndTimeResponse_Manual", "%s", "ONVIF_CONF_FILE missing");
     setResponse("<tds:SetSystemDateAndTimeResponse></tds:SetSystemDateAndTimeResponse>");
     const char* user = shellSafeWord(t.user);

@@ -400,6 +400,9 @@ int applyNetworkSetter(const char* action, int* restartNeeded)
         return 1;
     case SETTINGS_REFUSED:
         return 0;
+    case SETTINGS_STORE_FAILED:
+        answerStoreFailure(ONVIF_CONF_FILE);
+        return 0;
     case SETTINGS_QUERY_TOO_LONG:
         logServiceError(action, "%s", "settings query too long");
         break;

@@ -19,10 +19,14 @@
 #define LOCATION_COUNTRY "onvif://www.onvif.org/location/country/"
 #define SCOPE_SIZE 257
 
-// Hands the rewritten settings file to the web root's copy as well.
-static void copyToMirror()
+// Hands the rewritten settings file to the web root's copy as well; 0, or
+// -1 with the store failure answered.
+static int copyToMirror()
 {
-    copyFileThroughWorkCopy(ONVIF_CONF_FILE, ONVIF_CONF_MIRROR);
+    if (copyFileThroughWorkCopy(ONVIF_CONF_FILE, ONVIF_CONF_MIRROR) == 0)
+        return 0;
+    answerStoreFailure(ONVIF_CONF_MIRROR);
+    return -1;
 }
 
 static int isScopeRow(int row, const char* plain)
@@ -201,8 +205,11 @@ void SetScopes()
         }
     }
     SetScopesEdit e = {0};
-    if (rewriteFileThroughWorkCopy(ONVIF_CONF_FILE, keepUpToCountryLine, &e) == 0)
-        copyToMirror();
+    int rewritten = rewriteFileThroughWorkCopy(ONVIF_CONF_FILE, keepUpToCountryLine, &e);
+    if (rewritten == WORK_COPY_FAILED)
+        return answerStoreFailure(ONVIF_CONF_FILE);
+    if (rewritten == 0 && copyToMirror() != 0)
+        return;
     setResponse("<tds:SetScopesResponse></tds:SetScopesResponse>");
 }
 
@@ -241,10 +248,13 @@ void AddScopes()
         if (!isScopeRow(row, "ScopeItem") || !requestRowText(row)[0])
             continue;
         AddScopeEdit e = {requestRowText(row), &found};
-        if (rewriteFileThroughWorkCopy(ONVIF_CONF_FILE, dropLinesWithItem, &e) == 0)
-            copyToMirror();
-        else
+        int rewritten = rewriteFileThroughWorkCopy(ONVIF_CONF_FILE, dropLinesWithItem, &e);
+        if (rewritten == WORK_COPY_FAILED)
+            return answerStoreFailure(ONVIF_CONF_FILE);
+        if (rewritten != 0)
             logServiceError("AddScopes", "%s", "ONVIF_CONF_FILE missing");
+        else if (copyToMirror() != 0)
+            return;
     }
     setShmWord(SCOPES_CHANGED_WORD, 1);
     setResponse("<tds:AddScopesResponse></tds:AddScopesResponse>");
@@ -308,9 +318,13 @@ void RemoveScopes()
             e.rows[e.count++] = row;
     }
     // With no item the walk would keep nothing at all: leave the files be.
-    if (e.count > 0 && rewriteFileThroughWorkCopy(ONVIF_CONF_FILE, removeInFileOrder, &e) != 0)
+    int rewritten = e.count > 0 ? rewriteFileThroughWorkCopy(ONVIF_CONF_FILE, removeInFileOrder, &e) : 0;
+    if (rewritten == WORK_COPY_FAILED)
+        return answerStoreFailure(ONVIF_CONF_FILE);
+    if (rewritten != 0)
         return;  // the fault is written, the files stay
-    copyToMirror();
+    if (copyToMirror() != 0)
+        return;
     setResponse("<tds:RemoveScopesResponse>");
 
     for (int i = 0; i < e.count; ++i)
@@ -352,9 +366,12 @@ void SetDiscoveryMode()
         int rewritten = rewriteKeyInFile(ONVIF_CONF_FILE, "Discovery_Mode=", mode);
         if (rewritten == -3)
             return writeValueNamesKeyFault();
-        if (rewritten == 0)
-            copyToMirror();
-        else
+        if (rewritten == WORK_COPY_FAILED)
+            return answerStoreFailure(ONVIF_CONF_FILE);
+        if (rewritten == 0) {
+            if (copyToMirror() != 0)
+                return;
+        } else
             logServiceError("SetDiscoveryMode", "%s", "ONVIF_CONF_FILE missing");
         if (strcmp(mode, "Discoverable") == 0)
             setShmWord(DISCOVERY_WORD, 1);

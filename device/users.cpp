@@ -238,10 +238,15 @@ void CreateUsers()
         char line[128];
         formatChecked(line, sizeof line, "%s:%s:%s\n", name, level, password);
         UserEdit add = {"", 0, line};
-        if (rewriteFileThroughWorkCopy(ONVIF_USER_FILE, editUserLine, &add) != 0) {
+        int rewritten = rewriteFileThroughWorkCopy(ONVIF_USER_FILE, editUserLine, &add);
+        if (rewritten == -1) {
             log_message_to_onvifErrorFile(1, "onvifService::CreateUsers:ONVIF_USER_FILE missing");
-            replaceFileContent(ONVIF_USER_FILE, line);
+            rewritten = replaceFileContent(ONVIF_USER_FILE, line);
         }
+        // Only a missing file starts over with the new user: one that could
+        // not be copied still holds every other account.
+        if (rewritten != 0)
+            return answerStoreFailure(ONVIF_USER_FILE);
     }
     setResponse("<trt:CreateUsersResponse></trt:CreateUsersResponse>");
 }
@@ -273,7 +278,10 @@ void DeleteUsers()
         if (requestTextFrom("tds:Username", row, 0, name, 33) != Read::Value)
             continue;
         UserEdit drop = {name, 0, 0};
-        if (rewriteFileThroughWorkCopy(ONVIF_USER_FILE, editUserLine, &drop) != 0)
+        int rewritten = rewriteFileThroughWorkCopy(ONVIF_USER_FILE, editUserLine, &drop);
+        if (rewritten == WORK_COPY_FAILED)
+            return answerStoreFailure(ONVIF_USER_FILE);
+        if (rewritten != 0)
             log_message_to_onvifErrorFile(1, "onvifService::CreateUsers:ONVIF_USER_FILE missing");
     }
     setResponse("<trt:DeleteUsersResponse></trt:DeleteUsersResponse>");
@@ -332,6 +340,7 @@ void SetUser()
     char line[128];
     formatChecked(line, sizeof line, "%s:%s:%s\n", name, newLevel, newPassword);
     UserEdit change = {name, line, 0};
-    rewriteFileThroughWorkCopy(ONVIF_USER_FILE, editUserLine, &change);
+    if (rewriteFileThroughWorkCopy(ONVIF_USER_FILE, editUserLine, &change) != 0)
+        return answerStoreFailure(ONVIF_USER_FILE);
     setResponse("<trt:SetUserResponse></trt:SetUserResponse>");
 }

@@ -163,14 +163,22 @@ static int rewriteRelayLine(const char* line, FILE* out, void* ctx)
 }
 
 // Rewrites the working copy and hands the same file to the persistent copy.
+// 0, -1 when the working copy is missing, or WORK_COPY_FAILED with the store
+// failure answered.
 static int rewriteRelaySettings(const char* fileName, RelayEdit* edit)
 {
     char working[300], persistent[300];
     formatChecked(working, sizeof working, "/tmp/onvif/%s", fileName);
     formatChecked(persistent, sizeof persistent, "/usr/apache/htdocs/onvif/%s", fileName);
-    if (rewriteFileThroughWorkCopy(working, rewriteRelayLine, edit) != 0)
-        return -1;
-    return copyFileThroughWorkCopy(working, persistent);
+    const char* written = working;
+    int rc = rewriteFileThroughWorkCopy(working, rewriteRelayLine, edit);
+    if (rc == 0) {
+        written = persistent;
+        rc = copyFileThroughWorkCopy(working, persistent);
+    }
+    if (rc == WORK_COPY_FAILED)
+        answerStoreFailure(written);
+    return rc;
 }
 
 static int outputIndex(const char* fileName)
@@ -218,7 +226,10 @@ void SetRelayOutputSettings()
         return;
     }
     RelayEdit edit = {hasMode ? mode : 0, hasDelay ? delay : 0, hasIdle ? idle : 0, 0};
-    if (rewriteRelaySettings(fileName, &edit) != 0) {
+    int rewritten = rewriteRelaySettings(fileName, &edit);
+    if (rewritten == WORK_COPY_FAILED)
+        return;
+    if (rewritten != 0) {
         log_message_to_onvifErrorFile(1, "deviceService:SetRelayOutputSettings:%s missing", fileName);
         setResponse("%s", "");
         return;
@@ -273,7 +284,8 @@ void SetRelayOutputState()
         return;
     int active = strcmp(state, "inactive") != 0;
     RelayEdit edit = {0, 0, 0, active ? "active" : "inactive"};
-    rewriteRelaySettings(fileName, &edit);
+    if (rewriteRelaySettings(fileName, &edit) == WORK_COPY_FAILED)
+        return;
     int number = outputIndex(fileName);
     if (number >= 1 && number <= 2)
         setShmWord(LOGICAL_STATE_WORD_1 + number - 1, active);

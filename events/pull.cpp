@@ -114,9 +114,11 @@ static long endOfFirstLine(FILE* f)
     return ftell(f);
 }
 
-// Hands over what the event process left, then starts the file over: read,
-// delete, create, in that order. Lines that do not fit the answer stay in
-// the file for the next pull.
+// Hands over what the event process left, then starts the file over (an
+// empty file put in its place, so it is never missing). Lines that do not fit
+// the answer stay in the file for the next pull; when the file cannot be
+// rewritten the answer is the store's fault and every line stays for the next
+// pull, rather than arriving twice.
 static void drainEventFile(const char* path)
 {
     for (int polls = 0; polls < 10000 && shmWord(EVENT_FILE_BUSY_WORD) == 1; ++polls)
@@ -133,15 +135,8 @@ static void drainEventFile(const char* path)
         logServiceError("PullMessages", "%s", "an event message longer than an answer was dropped");
     }
     fclose(f);
-    if (rest) {
-        keepFileTail(path, taken);
-        return;
-    }
-    char real[512];
-    unlink(resolvePath(path, real, sizeof real));
-    FILE* again = fopen(real, "w");
-    if (again)
-        fclose(again);
+    if ((rest ? keepFileTail(path, taken) : replaceFileContent(path, "")) != 0)
+        answerStoreFailure(path);
 }
 
 static long eventFileSize(const char* path)

@@ -109,7 +109,9 @@ void CreatePullPointSubscription()
     // With the table full the answer names slot 0, whose file is its subscriber's: leave it.
     if (firstFreeSlot() >= 0) {
         eventFilePath(number, path, sizeof path);
-        replaceFileContent(path, "");
+        // Without its event file the pull point could never deliver: no slot.
+        if (replaceFileContent(path, "") != 0)
+            return answerStoreFailure(path);
     }
     int host[4];
     parseAddressParts(G_Host, host);
@@ -141,7 +143,8 @@ void Subscribe()
     if (firstFreeSlot() >= 0) {
         pushRecordPath(number, path, sizeof path);
         snprintf(record, sizeof record, "consumer_address=%s\nclient_no=%d\n", consumer, number);
-        replaceFileContent(path, record);
+        if (replaceFileContent(path, record) != 0)
+            return answerStoreFailure(path);
     }
     char scheme[129] = "", host[129] = "", rest[129] = "";
     sscanf(consumer, "%128[^:]://%128[^:]:%128s", scheme, host, rest);

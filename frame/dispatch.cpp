@@ -243,10 +243,8 @@ void checkXML()
     // Concurrent writers each read, change and rename whole files: without
     // the lock the last rename would undo the others' changes.
     int changesStore = (r->flags & CHANGES_STORE) != 0;
-    if (changesStore && lockStore() != 0) {
-        G_httpAck = 500;
-        return;
-    }
+    if (changesStore && lockStore() != 0)
+        return answerStoreFailure(STORE_LOCK_FILE);
     r->handler();
     if (changesStore)
         unlockStore();

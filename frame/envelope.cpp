@@ -5,6 +5,7 @@
 #include "frame/xmlsearch.h"
 #include "state/shm.h"
 #include "state/netaddr.h"
+#include "state/config.h"
 
 #include <stdarg.h>
 #include <stdio.h>
@@ -230,6 +231,12 @@ void writeNoProfileFault()
 
 void actionNotServed()
 {
+    G_httpAck = 500;
+}
+
+void answerStoreFailure(const char* path)
+{
+    logServiceError(PrimaryElementName ? PrimaryElementName : "", "%s not written", path);
     G_httpAck = 500;
 }
 

@@ -74,4 +74,9 @@ void writeNoProfileFault();
 // For an action whose handler this build does not serve: the generic fault.
 void actionNotServed();
 
+// A change the store could not take (a full or failing disk): the error log
+// gets a line naming the action and the file, and the answer is the generic
+// fault, never a 200 for a change that was not made.
+void answerStoreFailure(const char* path);
+
 #endif

@@ -214,6 +214,9 @@ void SetImagingSettings()
         break;
     case SETTINGS_REFUSED:
         break;
+    case SETTINGS_STORE_FAILED:
+        answerStoreFailure(path);
+        break;
     default:
         G_httpAck = 500;
         break;

@@ -259,6 +259,10 @@ void setMediaConfiguration(const ConfigKind* kind, const char* fileName, const S
         break;
     case SETTINGS_REFUSED:
         break;  // the refusal is written
+    case SETTINGS_STORE_FAILED:
+    case SETTINGS_NOT_WRITTEN:
+        answerStoreFailure(path);
+        break;
     default:
         actionNotServed();
         break;

@@ -240,6 +240,20 @@ static void refuseMetadataRow(const SettingRow*, void*)
                       "The error code is indicated by the configuration parameters are not possible to set.");
 }
 
+// Readers find keys anywhere in a line: a stored text holding "Name=" would
+// read back as that setting.
+static int agreeMetadataValues(SettingValues* v, void* ctx)
+{
+    const char* path = (const char*)ctx;
+    static const char* const TEXT_KEYS[] = {"Name", "SessionTimeout"};
+    for (const char* key : TEXT_KEYS)
+        if (settingGiven(v, key) && namesKeyOfFile(path, settingValue(v, key))) {
+            refuseMetadataRow(0, 0);
+            return 0;
+        }
+    return 1;
+}
+
 void SetMetadataConfiguration()
 {
     char token[17];
@@ -254,11 +268,13 @@ void SetMetadataConfiguration()
     formatChecked(path, sizeof path, ONVIF_WEB_DIR "%s.MetaData", token);
     SettingTable table = {METADATA_ROWS, (int)(sizeof METADATA_ROWS / sizeof METADATA_ROWS[0]), path, 0,
                           SETTINGS_PASS_UNCHANGED | SETTINGS_ALWAYS_REWRITE | SETTINGS_OTHER_LINES_AS_FORMATTED,
-                          129, 0, readMetadataRow, 0, 0, refuseMetadataRow, 0};
+                          129, 0, readMetadataRow, 0, agreeMetadataValues, refuseMetadataRow, path};
     static SettingValues values;
     SettingOutcome outcome = applySettings(&table, &values);
     if (outcome == SETTINGS_REFUSED)
         return;
+    if (outcome == SETTINGS_STORE_FAILED)
+        return answerStoreFailure(path);
     if (outcome != SETTINGS_DONE) {
         writeSenderFault2("InvalidArgVal", "NoConfig", "The configuration does not exist.",
                           "The MetadataConfiguration indicated by the ConfigurationToken does not exist");

@@ -206,19 +206,26 @@ void CreateProfile()
         }
         snprintf(token, sizeof token, "Profile%d", count + 1);
     }
-    char line[128];
-    formatChecked(line, sizeof line, "profile filename=%s.profile\n", token);
-    IndexAppend add = {line};
-    if (rewriteFileThroughWorkCopy(ONVIF_LODING_PROFILE_FILE, appendIndexLine, &add) != 0 &&
-        replaceFileContent(ONVIF_LODING_PROFILE_FILE, line) != 0)
-        log_message_to_onvifErrorFile(1, "deviceService:[CreateProfile]:Append ONVIF_LODING_PROFILE_FILE missing");
+    // The profile's file before its index line: the index never names a
+    // profile that is not there, whatever fails or stops in between.
     char path[128], content[512];
     formatChecked(path, sizeof path, ONVIF_DIR "%s.profile", token);
     formatChecked(content, sizeof content,
              "Fixed=false\nName=%s\nVideoSource=NONE\nAudioSource=NONE\nVideoEncoder=NONE\nAudioEncoder=NONE\n"
              "PTZ=NONE\nVAnalytics=NONE\nMetadata=NONE\n", name);
     if (replaceFileContent(path, content) != 0)
-        return;
+        return answerStoreFailure(path);
+    char line[128];
+    formatChecked(line, sizeof line, "profile filename=%s.profile\n", token);
+    IndexAppend add = {line};
+    int indexed = rewriteFileThroughWorkCopy(ONVIF_LODING_PROFILE_FILE, appendIndexLine, &add);
+    if (indexed == -1 && (indexed = replaceFileContent(ONVIF_LODING_PROFILE_FILE, line)) != 0)
+        log_message_to_onvifErrorFile(1, "deviceService:[CreateProfile]:Append ONVIF_LODING_PROFILE_FILE missing");
+    if (indexed != 0) {
+        char real[512];
+        unlink(resolvePath(path, real, sizeof real));
+        return answerStoreFailure(ONVIF_LODING_PROFILE_FILE);
+    }
     setResponse("<trt:CreateProfileResponse><trt:Profile token=\"%s\" fixed=\"false\"><tt:Name>%s</tt:Name>"
                 "</trt:Profile></trt:CreateProfileResponse>", token, name);
 }
@@ -256,12 +263,21 @@ void DeleteProfile()
         return;
     }
     char real[512];
-    if (unlink(resolvePath(path, real, sizeof real)) != 0) {
+    if (access(resolvePath(path, real, sizeof real), F_OK) != 0) {
         writeNoProfileFault();
         return;
     }
+    // The index line goes first: the index never names a profile that is
+    // not there, whatever fails or stops in between.
     IndexDrop drop = {fileName};
-    if (rewriteFileThroughWorkCopy(ONVIF_LODING_PROFILE_FILE, dropIndexLine, &drop) != 0) {
+    int dropped = rewriteFileThroughWorkCopy(ONVIF_LODING_PROFILE_FILE, dropIndexLine, &drop);
+    if (dropped == WORK_COPY_FAILED)
+        return answerStoreFailure(ONVIF_LODING_PROFILE_FILE);
+    if (unlink(real) != 0) {
+        writeNoProfileFault();
+        return;
+    }
+    if (dropped != 0) {
         log_message_to_onvifErrorFile(1, "deviceService:[DeleteProfile]:ONVIF_LODING_PROFILE_FILE missing");
         setResponse("<trt:DeleteProfileResponse></trt:DeleteProfileResponse>");
         return;

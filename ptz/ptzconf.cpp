@@ -549,7 +549,11 @@ void SetConfiguration()
                           path, 0, SETTINGS_PASS_UNCHANGED | SETTINGS_ALWAYS_REWRITE, 129, 0, readPtzRow, 0, 0,
                           writeConfigModifyFault, 0};
     static SettingValues values;
-    // A file that cannot be rewritten keeps its values; the answer is the same.
-    if (applySettings(&table, &values) != SETTINGS_REFUSED)
+    // A missing file keeps its values; the answer is the same. A file that
+    // could not be stored is a fault.
+    SettingOutcome outcome = applySettings(&table, &values);
+    if (outcome == SETTINGS_STORE_FAILED)
+        return answerStoreFailure(path);
+    if (outcome != SETTINGS_REFUSED)
         setResponse("<tptz:SetConfigurationResponse></tptz:SetConfigurationResponse>");
 }

@@ -125,13 +125,43 @@ void copyLineAsFormatted(const char* line, FILE* out)
     }
 }
 
+// Storage that cannot sync (EINVAL, ENOTSUP) is taken as synced; any other
+// failure means the bytes may not be on it.
+static int syncDescriptor(int fd)
+{
+    if (fsync(fd) == 0)
+        return 0;
+    if (errno != EINVAL && errno != ENOTSUP)
+        return -1;
+    return fdatasync(fd) == 0 || errno == EINVAL || errno == ENOTSUP ? 0 : -1;
+}
+
+// A write, flush, sync or close that failed leaves a work copy that may not
+// hold what was written: it must never replace the file.
 static int syncAndClose(FILE* f)
 {
-    int bad = fflush(f) != 0;
-    if (fsync(fileno(f)) != 0 && (errno == EINVAL || errno == ENOTSUP))
-        fdatasync(fileno(f));
+    int bad = fflush(f) != 0 || ferror(f) || syncDescriptor(fileno(f)) != 0;
     bad |= fclose(f) != 0;
     return bad ? -1 : 0;
+}
+
+// The rename is only kept over a power cut once the directory that holds
+// the name is synced too.
+static int syncDirectoryOf(const char* path)
+{
+    char dir[512];
+    const char* slash = strrchr(path, '/');
+    size_t length = slash ? (size_t)(slash - path) : 0;
+    if (length == 0 || length >= sizeof dir)
+        return 0;
+    memcpy(dir, path, length);
+    dir[length] = 0;
+    int fd = open(dir, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (fd < 0)
+        return -1;
+    int rc = syncDescriptor(fd);
+    close(fd);
+    return rc;
 }
 
 // Opens a temporary file beside target; name receives its path.
@@ -151,13 +181,21 @@ static FILE* openWorkCopy(const char* target, char* name, size_t n, mode_t mode)
     return f;
 }
 
+static void dropWorkCopy(FILE* work, const char* name)
+{
+    fclose(work);
+    unlink(name);
+}
+
+// A failure once the rename is done leaves the new file in place, but it is
+// still reported: the change may not survive a power cut.
 static int commitWorkCopy(FILE* work, const char* name, const char* target)
 {
     if (syncAndClose(work) != 0 || rename(name, target) != 0) {
         unlink(name);
-        return -1;
+        return WORK_COPY_FAILED;
     }
-    return 0;
+    return syncDirectoryOf(target) == 0 ? 0 : WORK_COPY_FAILED;
 }
 
 int rewriteFileThroughWorkCopy(const char* path, LineEditor edit, void* ctx)
@@ -172,7 +210,7 @@ int rewriteFileThroughWorkCopy(const char* path, LineEditor edit, void* ctx)
     FILE* work = openWorkCopy(real, workName, sizeof workName, mode);
     if (!work) {
         fclose(src);
-        return -1;
+        return WORK_COPY_FAILED;
     }
     char line[1024];
     // A line longer than the buffer is judged by its first piece; the rest
@@ -189,11 +227,16 @@ int rewriteFileThroughWorkCopy(const char* path, LineEditor edit, void* ctx)
             fputs(line, work);
         continuation = !whole;
     }
+    // A read that failed half-way would make the copy a cut file.
+    int unread = ferror(src);
     fclose(src);
     if (replaced < 0 || edit(0, work, ctx) < 0) {
-        fclose(work);
-        unlink(workName);
+        dropWorkCopy(work, workName);
         return -2;
+    }
+    if (unread) {
+        dropWorkCopy(work, workName);
+        return WORK_COPY_FAILED;
     }
     return commitWorkCopy(work, workName, real);
 }
@@ -206,7 +249,7 @@ int replaceFileContent(const char* path, const char* content)
     mode_t mode = stat(real, &st) == 0 ? (st.st_mode & 07777) : 0666;
     FILE* work = openWorkCopy(real, workName, sizeof workName, mode);
     if (!work)
-        return -1;
+        return WORK_COPY_FAILED;
     fputs(content, work);
     return commitWorkCopy(work, workName, real);
 }
@@ -219,13 +262,18 @@ static int replaceWithRestOf(FILE* src, const char* realTarget, mode_t mode)
     FILE* work = openWorkCopy(realTarget, workName, sizeof workName, mode);
     if (!work) {
         fclose(src);
-        return -1;
+        return WORK_COPY_FAILED;
     }
     char buffer[4096];
     size_t n;
     while ((n = fread(buffer, 1, sizeof buffer, src)) > 0)
         fwrite(buffer, 1, n, work);
+    int unread = ferror(src);
     fclose(src);
+    if (unread) {
+        dropWorkCopy(work, workName);
+        return WORK_COPY_FAILED;
+    }
     return commitWorkCopy(work, workName, realTarget);
 }
 

@@ -73,21 +73,28 @@ typedef int (*LineEditor)(const char* line, FILE* out, void* ctx);
 // with no arguments: "%%" becomes "%", everything else stays as it is.
 void copyLineAsFormatted(const char* line, FILE* out);
 
+// The store could not take a change (a full or failing disk): the work copy
+// was not made, not written whole or not synced, or the rename failed. The
+// file is then unchanged, or renamed but not known to be durable.
+#define WORK_COPY_FAILED -4
+
 // Rewrites a file through a work copy in its own directory, flushed to
-// storage and renamed over the file, so a concurrent reader sees the old or
-// the new file, never half of one. Returns 0, or -1 when the file is missing
-// or the copy cannot be made (the file is then unchanged), -2 when the
-// editor gave the rewrite up.
+// storage and renamed over the file, with the directory synced after, so a
+// concurrent reader sees the old or the new file, never half of one, and a
+// power cut leaves one of the two. Returns 0, -1 when the file is missing,
+// WORK_COPY_FAILED, or -2 when the editor gave the rewrite up.
 int rewriteFileThroughWorkCopy(const char* path, LineEditor edit, void* ctx);
 
-// Replaces target with a copy of source, the same safe way. Returns 0 or -1.
+// Replaces target with a copy of source, the same safe way. Returns 0, -1
+// when source is missing, or WORK_COPY_FAILED.
 int copyFileThroughWorkCopy(const char* source, const char* target);
 
 // Replaces a file with its own bytes from offset on, the same safe way.
-// Returns 0 or -1 (the file is then unchanged).
+// Returns 0, -1 or WORK_COPY_FAILED (the file is then unchanged).
 int keepFileTail(const char* path, long offset);
 
-// Replaces the whole content of a file the same safe way (creates it if needed).
+// Replaces the whole content of a file the same safe way (creates it if
+// needed). Returns 0 or WORK_COPY_FAILED.
 int replaceFileContent(const char* path, const char* content);
 
 // 1 when text holds a key of the key=value file at path followed by "=":

@@ -219,7 +219,7 @@ SettingOutcome applySettings(const SettingTable* t, SettingValues* v)
     w.values = v;
     int r = rewriteFileThroughWorkCopy(t->path, replacePassedLines, &w);
     if (r != 0)
-        return r == -2 ? SETTINGS_KEY_MISSING : SETTINGS_NOT_WRITTEN;
+        return r == -2 ? SETTINGS_KEY_MISSING : r == WORK_COPY_FAILED ? SETTINGS_STORE_FAILED : SETTINGS_NOT_WRITTEN;
     if (parameters)
         runSettingsProgram(query);
     return SETTINGS_DONE;

@@ -97,7 +97,8 @@ enum SettingOutcome {
     SETTINGS_REFUSED,        // the refusal is written
     SETTINGS_NOT_LOADED,     // SETTINGS_LOAD_FIRST and the file is missing
     SETTINGS_QUERY_TOO_LONG,
-    SETTINGS_NOT_WRITTEN,    // the file is missing or its work copy could not be made
+    SETTINGS_NOT_WRITTEN,    // the file is missing
+    SETTINGS_STORE_FAILED,   // the work copy could not be made or stored: the file is unchanged
     SETTINGS_KEY_MISSING     // SETTINGS_KEYS_MUST_EXIST and a key has no line
 };
 

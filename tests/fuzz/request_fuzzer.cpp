@@ -6,6 +6,10 @@
 //
 // The first byte chooses the device state (authentication, variant code,
 // PTZ and IO layout, model code); the rest is the body.
+//
+// One camera root serves every input: the files a request touched (seen
+// through watches on the root's directories) are checked and put back after
+// it, so an input costs about what the request costs.
 #include "frame/frame.h"
 #include "frame/xmlsearch.h"
 #include "ptz/ptzmove.h"
@@ -13,10 +17,13 @@
 #include "state/config.h"
 #include "state/shm.h"
 
+#include <errno.h>
 #include <stdint.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
+#include <sys/inotify.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <filesystem>
@@ -36,6 +43,10 @@ std::string root;
 std::map<std::string, std::string> pristine;  // relative path -> content of the fresh root
 int segment[ONVIF_SHM_WORDS];
 long sleptMs;
+// The root's directories are watched: after an input only the files it
+// touched are checked and put back, instead of reading the whole root.
+int watcher = -1;
+std::map<int, std::string> watchedDirs;  // watch -> directory relative to the root ("" for the root)
 
 // Keys that a file may hold many times: the list lines.
 const char* const LIST_KEYS[] = {"FixedScopes", "ConfigurableScopes", "profile filename"};
@@ -187,36 +198,78 @@ bool isWorkCopyOf(const std::string& rel)
     return pristine.count(base) || fs::exists(fs::path(root) / base);
 }
 
-// Checks every file of the root against the fresh one, then puts the fresh
-// root back so that every input starts from the same camera.
+void watchTree(const std::string& rel)
+{
+    const uint32_t events = IN_CLOSE_WRITE | IN_CREATE | IN_DELETE | IN_MOVED_FROM | IN_MOVED_TO | IN_MODIFY | IN_ATTRIB;
+    fs::path dir = rel.empty() ? fs::path(root) : fs::path(root) / rel;
+    int wd = inotify_add_watch(watcher, dir.c_str(), events);
+    if (wd < 0)
+        abort();
+    watchedDirs[wd] = rel;
+    for (auto& e : fs::directory_iterator(dir))
+        if (e.is_directory() && !e.is_symlink())
+            watchTree(rel.empty() ? e.path().filename().string() : rel + "/" + e.path().filename().string());
+}
+
+// The paths (relative to the root) that changed since the last call.
+std::set<std::string> touchedPaths()
+{
+    std::set<std::string> touched;
+    alignas(struct inotify_event) char buffer[64 * 1024];
+    for (;;) {
+        ssize_t n = read(watcher, buffer, sizeof buffer);
+        if (n <= 0) {
+            if (n < 0 && errno != EAGAIN)
+                abort();
+            break;
+        }
+        for (char* p = buffer; p < buffer + n;) {
+            auto* e = (struct inotify_event*)p;
+            p += sizeof *e + e->len;
+            if (e->mask & IN_Q_OVERFLOW)
+                abort();  // a single request never writes that much
+            auto dir = watchedDirs.find(e->wd);
+            if (dir == watchedDirs.end() || !e->len)
+                continue;
+            std::string rel = dir->second.empty() ? e->name : dir->second + "/" + e->name;
+            if ((e->mask & IN_ISDIR) && (e->mask & (IN_CREATE | IN_MOVED_TO)))
+                watchTree(rel);
+            touched.insert(rel);
+        }
+    }
+    return touched;
+}
+
+// Checks every file the request touched against the fresh one, then puts the
+// fresh root back so that every input starts from the same camera.
 void checkAndRestore()
 {
-    std::vector<fs::path> added;
-    for (auto& e : fs::recursive_directory_iterator(root)) {
-        if (!e.is_regular_file())
-            continue;
-        std::string rel = fs::relative(e.path(), root).string();
+    for (const std::string& rel : touchedPaths()) {
+        fs::path where = fs::path(root) / rel;
+        struct stat st;
+        bool isFile = lstat(where.c_str(), &st) == 0 && S_ISREG(st.st_mode);
         auto it = pristine.find(rel);
         if (it == pristine.end()) {
-            if (isWorkCopyOf(rel))
+            if (isFile && isWorkCopyOf(rel))
                 finding("work copy left behind", rel);
-            added.push_back(e.path());
+            std::error_code ignored;
+            fs::remove_all(where, ignored);
             continue;
         }
-        std::string now = slurp(e.path());
+        if (!isFile) {
+            std::ofstream(where, std::ios::binary) << it->second;
+            continue;
+        }
+        std::string now = slurp(where);
         if (now == it->second)
             continue;
         if (rel.find("Users.conf") != std::string::npos)
             checkAccountFile(rel, now);
         else if (isKeyValueText(it->second))
             checkKeyValueFile(rel, it->second, now);
-        std::ofstream(e.path(), std::ios::binary | std::ios::trunc) << it->second;
+        std::ofstream(where, std::ios::binary | std::ios::trunc) << it->second;
     }
-    for (auto& p : added)
-        fs::remove(p);
-    for (auto& kv : pristine)
-        if (!fs::exists(fs::path(root) / kv.first))
-            std::ofstream(fs::path(root) / kv.first, std::ios::binary) << kv.second;
+    touchedPaths();  // the restoring writes above
 }
 
 void chooseDeviceState(uint8_t b)
@@ -267,6 +320,10 @@ extern "C" int LLVMFuzzerInitialize(int*, char***)
     root = sandbox + "/root";
     fs::copy(ONVIF_SOURCE_DIR "/factory", root, fs::copy_options::recursive);
     snapshot(root);
+    watcher = inotify_init1(IN_NONBLOCK | IN_CLOEXEC);
+    if (watcher < 0)
+        abort();
+    watchTree("");
     atexit(removeSandbox);
     setenv("ONVIF_ROOT", root.c_str(), 1);
     setenv("HOST", "192.168.0.100", 1);
@@ -283,19 +340,24 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     if (size < 1 || size - 1 > MAX_CONTENT_LENGTH)
         return -1;
     chooseDeviceState(data[0]);
-    std::string input = sandbox + "/input";
-    {
-        std::ofstream out(input, std::ios::binary | std::ios::trunc);
-        out.write((const char*)data + 1, (std::streamsize)(size - 1));
-    }
-    if (!freopen(input.c_str(), "r", stdin))
+    // The body is read from memory: no file to write and open per input.
+    static char body[MAX_CONTENT_LENGTH + 1];
+    memcpy(body, data + 1, size - 1);
+    FILE* in = fmemopen(body, size - 1 ? size - 1 : 1, "r");
+    if (!in)
         abort();
+    if (size == 1)
+        fgetc(in);  // an empty body: fmemopen wants a size of at least one
+    FILE* previous = stdin;
+    stdin = in;
     setenv("CONTENT_LENGTH", std::to_string(size - 1).c_str(), 1);
     clearElementTables();
     clearResponse();
     G_connection_close = 0;
     sleptMs = 0;
     serveRequest();
+    stdin = previous;
+    fclose(in);
     checkAndRestore();
     return 0;
 }
