@@ -181,6 +181,7 @@ static const ActionRow actionRows[] = {
     {"GetDigitalInputConfigurationOptions", SVC_DEVICEIO, GetDigitalInputConfigurationOptions, CRED_OPEN, ENV_FULL, ONVIF_ONLY},
     {"GetVideoSources", SVC_DEVICEIO, DeviceIoGetVideoSources, CRED_OPEN, ENV_FULL, ONVIF_ONLY},
     {"GetAudioSources", SVC_DEVICEIO, DeviceIoGetAudioSources, CRED_OPEN, ENV_FULL, ONVIF_ONLY},
+    {"SetRelayOutputSettings", SVC_DEVICEIO, DeviceIoSetRelayOutputSettings, CRED_AUTH, ENV_FULL, CHANGES_STORE | ONVIF_ONLY},
 #define DEVICEIO_NOT_SUPPORTED(name) {name, SVC_DEVICEIO, answerActionNotSupported, CRED_OPEN, ENV_FULL, ONVIF_ONLY}
     DEVICEIO_NOT_SUPPORTED("GetAudioOutputs"),
     DEVICEIO_NOT_SUPPORTED("GetVideoOutputs"),
@@ -202,7 +203,6 @@ static const ActionRow actionRows[] = {
     DEVICEIO_NOT_SUPPORTED("GetSerialPortConfigurationOptions"),
     DEVICEIO_NOT_SUPPORTED("SetSerialPortConfiguration"),
     DEVICEIO_NOT_SUPPORTED("SendReceiveSerialCommand"),
-    DEVICEIO_NOT_SUPPORTED("SetRelayOutputSettings"),
 #undef DEVICEIO_NOT_SUPPORTED
 };
 

@@ -57,6 +57,7 @@ void GetDigitalInputs();
 void GetDigitalInputConfigurationOptions();
 void DeviceIoGetVideoSources();
 void DeviceIoGetAudioSources();
+void DeviceIoSetRelayOutputSettings();
 
 // media/
 void CreateProfile();

@@ -76,6 +76,12 @@ TEST_F(OnvifServices, EachServiceAnswersItsOwnOperations)
          "</tmd:GetDigitalInputConfigurationOptions>", 400, {"ter:NoConfig"}, {}},
         {"<tmd:GetVideoSources/>", 200, {"<tmd:GetVideoSourcesResponse><tmd:Token>"}, {"trt:"}},
         {"<tmd:GetSerialPorts/>", 500, {NOT_SUPPORTED}, {}},
+        {"<tmd:SetRelayOutputSettings><tmd:RelayOutput token=\"IO_Output1\"><tt:Properties><tt:Mode>Bistable</tt:Mode>"
+         "<tt:DelayTime>PT1S</tt:DelayTime><tt:IdleState>closed</tt:IdleState></tt:Properties></tmd:RelayOutput>"
+         "</tmd:SetRelayOutputSettings>", 200, {"<tmd:SetRelayOutputSettingsResponse>"}, {}},
+        {"<tmd:SetRelayOutputSettings><tmd:RelayOutput token=\"IO_Output9\"><tt:Properties><tt:Mode>Bistable</tt:Mode>"
+         "<tt:DelayTime>PT1S</tt:DelayTime><tt:IdleState>closed</tt:IdleState></tt:Properties></tmd:RelayOutput>"
+         "</tmd:SetRelayOutputSettings>", 400, {"ter:RelayToken"}, {}},
         {"<timg:Stop><timg:VideoSourceToken>VideoSource1</timg:VideoSourceToken></timg:Stop>", 200,
          {"<timg:StopResponse>"}, {}},
         {"<timg:GetStatus><timg:VideoSourceToken>VideoSource1</timg:VideoSourceToken></timg:GetStatus>", 200,
@@ -86,6 +92,17 @@ TEST_F(OnvifServices, EachServiceAnswersItsOwnOperations)
          "<tptz:AuxiliaryData>tt:Wiper|On</tptz:AuxiliaryData></tptz:SendAuxiliaryCommand>", 400,
          {"ter:AuxiliaryDataNotSupported"}, {}},
     });
+}
+
+// The camera's own mode keeps answering these with the generic fault.
+TEST_F(CameraTest, LegacyModeServesNoneOfThem)
+{
+    for (const char* body : {"<tds:GetServices><tds:IncludeCapability>true</tds:IncludeCapability></tds:GetServices>",
+                             "<trt:GetServiceCapabilities/>", "<tmd:GetDigitalInputs/>"}) {
+        CgiResult r = call(body);
+        EXPECT_EQ(r.status, 500) << body;
+        EXPECT_EQ(r.envelopeBody.find("ActionNotSupported"), std::string::npos) << body;
+    }
 }
 
 }  // namespace
