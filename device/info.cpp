@@ -115,12 +115,22 @@ static int hasPTZ()
     return modelHas(Cap::PtzMotors);
 }
 
+// The ONVIF mode lists only the services GetServices lists; the analytics
+// service is not one of them.
+static int analyticsListed()
+{
+    return !onvifMode();
+}
+
 static void writeAllSections(const char* xaddr)
 {
-    Capability_Analytics(xaddr);
+    if (analyticsListed())
+        Capability_Analytics(xaddr);
     Capability_Device(xaddr);
     Capability_Events(xaddr);
-    Capability_Imaging(xaddr);
+    // The camera always listed imaging; the ONVIF mode agrees with GetServices.
+    if (!onvifMode() || !modelHas(Cap::ImagingNone))
+        Capability_Imaging(xaddr);
     Capability_Media(xaddr);
     if (hasPTZ())
         Capability_PTZ(xaddr);
@@ -160,7 +170,7 @@ void GetCapabilityResponse()
             closeCapabilities();
             return;
         }
-        if (strcmp(category, "Analytics") == 0)
+        if (strcmp(category, "Analytics") == 0 && analyticsListed())
             Capability_Analytics(xaddr);
         else if (strcmp(category, "Device") == 0)
             Capability_Device(xaddr);

@@ -64,6 +64,18 @@ TEST_F(OnvifServices, ServicesAndTheirCapabilities)
     });
 }
 
+TEST_F(OnvifServices, ServicesTheModelLacksAreNotListed)
+{
+    word(MODEL_CODE_WORD) = MODEL_NO_IMAGING;
+    word(PAN_TILT_WORD) = PAN_TILT_NONE;
+    word(ZOOM_WORD) = LENS_NONE;
+    expectCases({
+        {"<tds:GetServices><tds:IncludeCapability>false</tds:IncludeCapability></tds:GetServices>", 200,
+         {"ver10/deviceIO/wsdl"}, {"ver20/imaging/wsdl", "ver20/ptz/wsdl"}},
+        {"<tds:GetCapabilities/>", 200, {"<tt:Media>"}, {"<tt:Imaging>", "<tt:PTZ>", "<tt:Analytics>"}},
+    });
+}
+
 TEST_F(OnvifServices, EachServiceAnswersItsOwnOperations)
 {
     word(IO_LAYOUT_WORD) = IO_LAYOUT_HEAD;
@@ -91,6 +103,19 @@ TEST_F(OnvifServices, EachServiceAnswersItsOwnOperations)
         {"<tptz:SendAuxiliaryCommand><tptz:ProfileToken>Profile1</tptz:ProfileToken>"
          "<tptz:AuxiliaryData>tt:Wiper|On</tptz:AuxiliaryData></tptz:SendAuxiliaryCommand>", 400,
          {"ter:AuxiliaryDataNotSupported"}, {}},
+    });
+}
+
+TEST_F(OnvifServices, ProfilesStopAtTheReportedMaximum)
+{
+    std::string index;
+    for (int k = 1; k <= 9; ++k)
+        index += "profile filename=Profile" + std::to_string(k) + ".profile\n";
+    writeFile("tmp/onvif/Profiles.conf", index);
+    const std::string create = "<trt:CreateProfile><trt:Name>extra</trt:Name></trt:CreateProfile>";
+    expectCases({
+        {create, 200, {"<trt:Profile token=\"Profile10\""}, {}},
+        {create, 400, {"ter:MaxNVTProfiles"}, {}},
     });
 }
 
