@@ -1,10 +1,10 @@
 // The device IO service's own answers (the ONVIF mode): its inputs, their
 // options, and the tokens of the physical sources it counts.
-#include "device/services.h"
 #include "frame/frame.h"
 #include "frame/handlers.h"
 #include "frame/request_values.h"
 #include "media/config_kinds.h"
+#include "state/model.h"
 
 #include <stdio.h>
 #include <string.h>
@@ -14,7 +14,7 @@ static int inputNumber(const char* token)
 {
     int number = 0;
     char rest;
-    int inputs = ioCounts().digitalInputs;
+    int inputs = modelValue(Cap::IoInputs);
     if (sscanf(token, "IO_Input%d%c", &number, &rest) != 1 || number < 1 || number > inputs)
         return 0;
     return number;
@@ -22,7 +22,7 @@ static int inputNumber(const char* token)
 
 void GetDigitalInputs()
 {
-    int inputs = ioCounts().digitalInputs;
+    int inputs = modelValue(Cap::IoInputs);
     setResponse("<tmd:GetDigitalInputsResponse>");
     for (int k = 1; k <= inputs; ++k)
         appendResponse("<tmd:DigitalInputs token=\"IO_Input%d\"/>", k);
