@@ -179,6 +179,8 @@ static const ActionRow actionRows[] = {
     // are not supported.
     {"GetDigitalInputs", SVC_DEVICEIO, GetDigitalInputs, CRED_OPEN, ENV_FULL, ONVIF_ONLY},
     {"GetDigitalInputConfigurationOptions", SVC_DEVICEIO, GetDigitalInputConfigurationOptions, CRED_OPEN, ENV_FULL, ONVIF_ONLY},
+    {"SetDigitalInputConfigurations", SVC_DEVICEIO, SetDigitalInputConfigurations, CRED_AUTH, ENV_FULL,
+     CHANGES_STORE | ONVIF_ONLY},
     {"GetVideoSources", SVC_DEVICEIO, DeviceIoGetVideoSources, CRED_OPEN, ENV_FULL, ONVIF_ONLY},
     {"GetAudioSources", SVC_DEVICEIO, DeviceIoGetAudioSources, CRED_OPEN, ENV_FULL, ONVIF_ONLY},
     {"SetRelayOutputSettings", SVC_DEVICEIO, DeviceIoSetRelayOutputSettings, CRED_AUTH, ENV_FULL, CHANGES_STORE | ONVIF_ONLY},
@@ -197,7 +199,6 @@ static const ActionRow actionRows[] = {
     DEVICEIO_NOT_SUPPORTED("GetAudioOutputConfiguration"),
     DEVICEIO_NOT_SUPPORTED("GetAudioOutputConfigurationOptions"),
     DEVICEIO_NOT_SUPPORTED("SetAudioOutputConfiguration"),
-    DEVICEIO_NOT_SUPPORTED("SetDigitalInputConfigurations"),
     DEVICEIO_NOT_SUPPORTED("GetSerialPorts"),
     DEVICEIO_NOT_SUPPORTED("GetSerialPortConfiguration"),
     DEVICEIO_NOT_SUPPORTED("GetSerialPortConfigurationOptions"),

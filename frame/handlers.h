@@ -55,6 +55,7 @@ void SetRelayOutputSettings();
 // The device IO service's own operations (the ONVIF mode).
 void GetDigitalInputs();
 void GetDigitalInputConfigurationOptions();
+void SetDigitalInputConfigurations();
 void DeviceIoGetVideoSources();
 void DeviceIoGetAudioSources();
 void DeviceIoSetRelayOutputSettings();

@@ -86,6 +86,15 @@ TEST_F(OnvifServices, EachServiceAnswersItsOwnOperations)
          "</tmd:GetDigitalInputConfigurationOptions>", 200, {"<tmd:IdleState>closed</tmd:IdleState>"}, {}},
         {"<tmd:GetDigitalInputConfigurationOptions><tmd:Token>IO_Input9</tmd:Token>"
          "</tmd:GetDigitalInputConfigurationOptions>", 400, {"ter:NoConfig"}, {}},
+        {"<tmd:SetDigitalInputConfigurations><tmd:DigitalInputs token=\"IO_Input2\" IdleState=\"closed\"/>"
+         "<tmd:DigitalInputs token=\"IO_Input3\" IdleState=\"open\"/></tmd:SetDigitalInputConfigurations>", 200,
+         {"<tmd:SetDigitalInputConfigurationsResponse>"}, {}},
+        {"<tmd:SetDigitalInputConfigurations><tmd:DigitalInputs token=\"IO_Input2\" IdleState=\"open\"/>"
+         "<tmd:DigitalInputs token=\"IO_Input7\" IdleState=\"open\"/></tmd:SetDigitalInputConfigurations>", 400,
+         {"ter:NoConfig"}, {}},
+        {"<tmd:GetDigitalInputs/>", 200,
+         {"<tmd:DigitalInputs token=\"IO_Input1\"/><tmd:DigitalInputs token=\"IO_Input2\" IdleState=\"closed\"/>"
+          "<tmd:DigitalInputs token=\"IO_Input3\" IdleState=\"open\"/>"}, {}},
         {"<tmd:GetVideoSources/>", 200, {"<tmd:GetVideoSourcesResponse><tmd:Token>"}, {"trt:"}},
         {"<tmd:GetSerialPorts/>", 500, {NOT_SUPPORTED}, {}},
         {"<tmd:SetRelayOutputSettings><tmd:RelayOutput token=\"IO_Output1\"><tt:Properties><tt:Mode>Bistable</tt:Mode>"
