@@ -40,8 +40,9 @@ static int put(const char* text, size_t n)
 
 static int putEscaped(const char* text)
 {
+    static const char SPECIAL[] = "<&\">";
     const char* run = text;
-    for (const char* p = text; *p; ++p) {
+    for (const char* p = text + strcspn(text, SPECIAL); *p; p += 1 + strcspn(p + 1, SPECIAL)) {
         const char* entity = entityOf(p, text);
         if (!entity)
             continue;
@@ -170,6 +171,17 @@ void clearResponse()
     G_Response[0] = 0;
     responseLength = 0;
     responseOverflow = 0;
+}
+
+size_t responseMark()
+{
+    return responseLength;
+}
+
+void appendResponsePart(size_t from, size_t to)
+{
+    if (from < to && to <= responseLength)
+        put(G_Response + from, to - from);
 }
 
 int responseOverflowed()

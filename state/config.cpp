@@ -102,17 +102,64 @@ FILE* openStoreFile(const char* dir, const char* fileName)
     return fopenRoot(path, "r");
 }
 
+int openSettingsLines(SettingsLines* r, const char* path)
+{
+    char real[512];
+    resolvePath(path, real, sizeof real);
+    r->fd = real[0] ? open(real, O_RDONLY | O_CLOEXEC) : -1;
+    r->length = r->position = 0;
+    return r->fd >= 0;
+}
+
+int nextSettingsLine(SettingsLines* r, char* line, size_t n)
+{
+    size_t taken = 0;
+    while (taken + 1 < n) {
+        if (r->position == r->length) {
+            ssize_t got;
+            do
+                got = read(r->fd, r->block, sizeof r->block);
+            while (got < 0 && errno == EINTR);
+            if (got <= 0)
+                break;
+            r->length = (size_t)got;
+            r->position = 0;
+        }
+        size_t want = r->length - r->position;
+        if (want > n - 1 - taken)
+            want = n - 1 - taken;
+        const char* start = r->block + r->position;
+        const char* end = (const char*)memchr(start, '\n', want);
+        size_t piece = end ? (size_t)(end - start) + 1 : want;
+        memcpy(line + taken, start, piece);
+        taken += piece;
+        r->position += piece;
+        if (end)
+            break;
+    }
+    if (n)
+        line[taken] = 0;
+    return taken > 0;
+}
+
+void closeSettingsLines(SettingsLines* r)
+{
+    if (r->fd >= 0)
+        close(r->fd);
+    r->fd = -1;
+}
+
 int readSettingValue(const char* path, const char* key, char* out, size_t n)
 {
-    FILE* f = fopenRoot(path, "r");
-    if (!f)
+    SettingsLines r;
+    if (!openSettingsLines(&r, path))
         return 0;
     char line[512];
     int found = 0;
     size_t keyLength = strlen(key);
-    while (!found && fgets(line, sizeof line, f))
+    while (!found && nextSettingsLine(&r, line, sizeof line))
         found = strncmp(line, key, keyLength) == 0 && scanSettingLine(line, key, out, (int)n, 0);
-    fclose(f);
+    closeSettingsLines(&r);
     return found;
 }
 

@@ -127,11 +127,11 @@ int readConfigValues(const char* path, const char* const* keys, char (*values)[C
 {
     for (int i = 0; i < count; ++i)
         values[i][0] = 0;
-    FILE* f = fopenRoot(path, "r");
-    if (!f)
+    SettingsLines r;
+    if (!openSettingsLines(&r, path))
         return 0;
     char line[512];
-    while (fgets(line, sizeof line, f)) {
+    while (nextSettingsLine(&r, line, sizeof line)) {
         const char* eq = strchr(line, '=');
         if (!eq)
             continue;
@@ -141,7 +141,7 @@ int readConfigValues(const char* path, const char* const* keys, char (*values)[C
                 scanSettingLine(line, "=", values[i], CONFIG_VALUE_SIZE, 1);
         }
     }
-    fclose(f);
+    closeSettingsLines(&r);
     return 1;
 }
 
