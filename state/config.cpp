@@ -108,38 +108,62 @@ int openSettingsLines(SettingsLines* r, const char* path)
     resolvePath(path, real, sizeof real);
     r->fd = real[0] ? open(real, O_RDONLY | O_CLOEXEC) : -1;
     r->length = r->position = 0;
+    r->endedAt = (size_t)-1;
     return r->fd >= 0;
 }
 
-int nextSettingsLine(SettingsLines* r, char* line, size_t n)
+// Reads more after what the block holds, moving an unfinished line to its
+// start first; 0 at the end of the file.
+static int readMoreLines(SettingsLines* r)
 {
-    size_t taken = 0;
-    while (taken + 1 < n) {
-        if (r->position == r->length) {
-            ssize_t got;
-            do
-                got = read(r->fd, r->block, sizeof r->block);
-            while (got < 0 && errno == EINTR);
-            if (got <= 0)
-                break;
-            r->length = (size_t)got;
-            r->position = 0;
-        }
-        size_t want = r->length - r->position;
-        if (want > n - 1 - taken)
-            want = n - 1 - taken;
-        const char* start = r->block + r->position;
-        const char* end = (const char*)memchr(start, '\n', want);
-        size_t piece = end ? (size_t)(end - start) + 1 : want;
-        memcpy(line + taken, start, piece);
-        taken += piece;
-        r->position += piece;
-        if (end)
-            break;
+    if (r->position > 0) {
+        memmove(r->block, r->block + r->position, r->length - r->position);
+        r->length -= r->position;
+        r->position = 0;
     }
-    if (n)
-        line[taken] = 0;
-    return taken > 0;
+    ssize_t got;
+    do
+        got = read(r->fd, r->block + r->length, sizeof r->block - 1 - r->length);
+    while (got < 0 && errno == EINTR);
+    if (got <= 0)
+        return 0;
+    r->length += (size_t)got;
+    return 1;
+}
+
+char* nextSettingsLine(SettingsLines* r, size_t n)
+{
+    if (r->endedAt != (size_t)-1)
+        r->block[r->endedAt] = r->saved;
+    r->endedAt = (size_t)-1;
+    if (n < 2 || n > 1024)
+        return 0;
+    size_t piece = n - 1, end;
+    for (;;) {
+        size_t have = r->length - r->position;
+        const char* start = r->block + r->position;
+        const char* lineEnd = (const char*)memchr(start, '\n', have < piece ? have : piece);
+        if (lineEnd) {
+            end = (size_t)(lineEnd - r->block) + 1;
+            break;
+        }
+        if (have >= piece) {
+            end = r->position + piece;
+            break;
+        }
+        if (!readMoreLines(r)) {
+            end = r->length;
+            break;
+        }
+    }
+    if (end == r->position)
+        return 0;
+    char* line = r->block + r->position;
+    r->saved = r->block[end];
+    r->endedAt = end;
+    r->block[end] = 0;
+    r->position = end;
+    return line;
 }
 
 void closeSettingsLines(SettingsLines* r)
@@ -154,10 +178,9 @@ int readSettingValue(const char* path, const char* key, char* out, size_t n)
     SettingsLines r;
     if (!openSettingsLines(&r, path))
         return 0;
-    char line[512];
     int found = 0;
     size_t keyLength = strlen(key);
-    while (!found && nextSettingsLine(&r, line, sizeof line))
+    while (char* line = found ? 0 : nextSettingsLine(&r, 512))
         found = strncmp(line, key, keyLength) == 0 && scanSettingLine(line, key, out, (int)n, 0);
     closeSettingsLines(&r);
     return found;

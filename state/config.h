@@ -41,18 +41,20 @@ void forEachLine(FILE* f, Visit visit)
 }
 
 // A settings file read line by line the way fgets gives lines, straight
-// from read(2): a request opens a dozen small files, and a stdio stream's
-// set-up and line scan cost more than the rest of the reading.
+// from read(2) and ended in place: a request opens a dozen small files, and a
+// stdio stream's set-up, line scan and copy cost more than the rest.
 struct SettingsLines {
     int fd;
-    size_t length, position;
-    char block[4096];
+    size_t length, position, endedAt;
+    char saved;
+    char block[4096 + 1];
 };
 // Opens path under the root; 0 when missing.
 int openSettingsLines(SettingsLines* r, const char* path);
-// The next line into line as fgets would give it (its '\n' kept, one longer
-// than n - 1 in pieces); 0 at the end.
-int nextSettingsLine(SettingsLines* r, char* line, size_t n);
+// The next line as fgets into a buffer of n bytes would give it (its '\n'
+// kept, one longer than n - 1 in pieces), inside r and valid until the next
+// call (the caller may write into it); 0 at the end. n is at most 1024.
+char* nextSettingsLine(SettingsLines* r, size_t n);
 void closeSettingsLines(SettingsLines* r);
 
 // forEachLine on a file under the root; 0 (nothing visited) when missing.
@@ -62,8 +64,7 @@ int forEachSetting(const char* path, Visit visit)
     SettingsLines r;
     if (!openSettingsLines(&r, path))
         return 0;
-    char line[512];
-    while (nextSettingsLine(&r, line, sizeof line))
+    while (char* line = nextSettingsLine(&r, 512))
         if (!visit(line))
             break;
     closeSettingsLines(&r);

@@ -39,9 +39,9 @@ int addressFromNetworkFile(char* out, size_t n)
     SettingsLines r;
     if (!openSettingsLines(&r, NETWORK_CONF_FILE))
         return 0;
-    char line[256], value[64];
+    char value[64];
     int found = 0;
-    while (nextSettingsLine(&r, line, sizeof line)) {
+    while (const char* line = nextSettingsLine(&r, 256)) {
         if (strncmp(line, "root.Network.IPAddress=", 23) == 0 &&
             scanSettingLine(line, "root.Network.IPAddress=", value, sizeof value, 0)) {
             // The value goes into addresses we print: keep to an address's characters.
