@@ -45,7 +45,10 @@ static int readProfile(const char* fileName, ProfileFields* p)
         const char* value = v[i][0] ? v[i] : "NONE";
         if (i >= 2 && !isSafeFileToken(value))
             value = "NONE";
-        snprintf(fields[i], sizes[i], "%s", value);
+        // Cut to the field, as the stored bindings always were.
+        size_t length = strnlen(value, sizes[i] - 1);
+        memcpy(fields[i], value, length);
+        fields[i][length] = 0;
     }
     return 1;
 }

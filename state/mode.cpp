@@ -16,7 +16,7 @@ int onvifMode()
     // holds the text must not switch the camera's behaviour.
     static const char KEY[] = "Conformance.Mode=";
     forEachSetting(ONVIF_CONF_FILE, [](const char* line) {
-        if (strncmp(line, KEY, sizeof KEY - 1) != 0)
+        if (line[0] != KEY[0] || strncmp(line, KEY, sizeof KEY - 1) != 0)
             return true;
         const char* value = line + sizeof KEY - 1;
         size_t n = strcspn(value, "\r\n");
