@@ -94,12 +94,25 @@ int scanSettingLine(const char* line, const char* key, char* dest, int len, int 
     return 1;
 }
 
+// dir + fileName when the name is one a request token may form; 0 otherwise.
+static const char* storePath(const char* dir, const char* fileName, char* path, size_t n)
+{
+    if (!isSafeFileToken(fileName) || (size_t)snprintf(path, n, "%s%s", dir, fileName) >= n)
+        return 0;
+    return path;
+}
+
 FILE* openStoreFile(const char* dir, const char* fileName)
 {
     char path[512];
-    if (!isSafeFileToken(fileName) || (size_t)snprintf(path, sizeof path, "%s%s", dir, fileName) >= sizeof path)
-        return 0;
-    return fopenRoot(path, "r");
+    return storePath(dir, fileName, path, sizeof path) ? fopenRoot(path, "r") : 0;
+}
+
+int openStoreLines(SettingsLines* r, const char* dir, const char* fileName)
+{
+    char path[512];
+    r->fd = -1;
+    return storePath(dir, fileName, path, sizeof path) && openSettingsLines(r, path);
 }
 
 int openSettingsLines(SettingsLines* r, const char* path)

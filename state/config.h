@@ -75,6 +75,9 @@ int forEachSetting(const char* path, Visit visit)
 // takes the rest of the line, without its line end). Returns the count.
 int splitFields(char* line, char sep, char** fields, int max);
 
+// openStoreFile's check and file, read as settings lines; 0 when refused or missing.
+int openStoreLines(SettingsLines* r, const char* dir, const char* fileName);
+
 // Opens dir + fileName for reading when the name is one a request token may
 // form (see isSafeFileToken); 0 otherwise or when the file is missing.
 FILE* openStoreFile(const char* dir, const char* fileName);

@@ -130,6 +130,10 @@ int readConfigValues(const char* path, const char* const* keys, char (*values)[C
     SettingsLines r;
     if (!openSettingsLines(&r, path))
         return 0;
+    // Measured once: every line is held against every key.
+    size_t keyLengths[32];
+    for (int i = 0; i < count && i < 32; ++i)
+        keyLengths[i] = strlen(keys[i]);
     while (const char* line = nextSettingsLine(&r, 512)) {
         const char* eq = strchr(line, '=');
         if (!eq)
@@ -137,7 +141,7 @@ int readConfigValues(const char* path, const char* const* keys, char (*values)[C
         size_t keyLength = (size_t)(eq - line);
         for (int i = 0; i < count; ++i) {
             const char* key = keys[i];
-            if (key[0] != line[0] || strncmp(key, line, keyLength) != 0 || key[keyLength] != 0)
+            if ((i < 32 ? keyLengths[i] : strlen(key)) != keyLength || memcmp(key, line, keyLength) != 0)
                 continue;
             // The rest of the line after the first '=', as scanSettingLine gives it.
             size_t v = 0;
