@@ -80,7 +80,11 @@ def read_profile(path):
         if key == "fl":
             file = function_file = name("fl", value)
         elif key in ("fi", "fe"):
-            file = name("fl", value)  # code folded in from another file, up to the next change
+            # Code folded in from another file, up to the next change; the
+            # system headers' inline wrappers stay with the function.
+            file = name("fl", value)
+            if file.startswith("/usr/"):
+                file = function_file
         elif key == "fn":
             fn = base_name(name("fn", value))
             file = function_file

@@ -72,7 +72,7 @@ static void vappend(const char* fmt, va_list ap)
             run = p + 1;
             continue;
         }
-        while (*p && strchr("-+ #0", *p))
+        while (*p == '-' || *p == '+' || *p == ' ' || *p == '#' || *p == '0')
             ++p;
         while (*p >= '0' && *p <= '9')
             ++p;
@@ -90,18 +90,18 @@ static void vappend(const char* fmt, va_list ap)
             responseOverflow = 1;  // a format this writer does not know: refuse, never guess
             return;
         }
-        memcpy(conversion, start, conversionLength);
-        conversion[conversionLength] = 0;
-        char piece[512];
-        int n = 0;
-        switch (*p) {
-        case 's': {
+        if (*p == 's') {
             const char* text = va_arg(ap, const char*);
             if (!putEscaped(text ? text : ""))
                 return;
             run = p + 1;
             continue;
         }
+        memcpy(conversion, start, conversionLength);
+        conversion[conversionLength] = 0;
+        char piece[512];
+        int n = 0;
+        switch (*p) {
         case 'd': case 'i': case 'u': case 'x': case 'X': case 'c':
             if (longs == 3)
                 n = snprintf(piece, sizeof piece, conversion, va_arg(ap, size_t));

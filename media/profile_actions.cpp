@@ -130,16 +130,16 @@ static void printProfileBody(const ProfileFields* p, PrintedFiles* printed)
 void GetProfiles()
 {
     setResponse("<trt:GetProfilesResponse>");
-    FILE* index = fopenRoot(ONVIF_LODING_PROFILE_FILE, "r");
-    if (!index) {
+    SettingsLines index;
+    if (!openSettingsLines(&index, ONVIF_LODING_PROFILE_FILE)) {
         // Left open on purpose: clients of this camera know the unfinished answer.
         logServiceError("GetProfiles", "%s", "ONVIF_LODING_PROFILE_FILE missing");
         return;
     }
-    char line[256], fileName[128];
+    char fileName[128];
     PrintedFiles printed;
     printed.count = 0;
-    while (fgets(line, sizeof line, index)) {
+    while (const char* line = nextSettingsLine(&index, 256)) {
         if (!scanSettingLine(line, "profile filename=", fileName, sizeof fileName, 0))
             continue;
         char token[sizeof fileName];
@@ -155,7 +155,7 @@ void GetProfiles()
         printProfileBody(&p, &printed);
         appendResponse("</trt:Profiles>");
     }
-    fclose(index);
+    closeSettingsLines(&index);
     appendResponse("</trt:GetProfilesResponse>");
 }
 
