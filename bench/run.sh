@@ -18,6 +18,11 @@ cmake -S . -B build-camera-x86 -G Ninja -DONVIF_CAMERA_RELEASE=ON -DONVIF_FULLY_
     -DONVIF_TINYXML_SOURCE="$tinyxml" >/dev/null
 ninja -C build-camera-x86 -j2 device_service onvif-shm ptz-head >/dev/null
 camera_bin="$top/build-camera-x86/device_service"
+# The same code unstripped, with line information, for the profile by group.
+cmake -S . -B build-camera-x86-symbols -G Ninja -DONVIF_CAMERA_RELEASE=ON -DONVIF_FULLY_STATIC=ON -DONVIF_TESTS=OFF \
+    -DONVIF_STRIP=OFF -DCMAKE_CXX_FLAGS=-g -DONVIF_TINYXML_SOURCE="$tinyxml" >/dev/null
+ninja -C build-camera-x86-symbols -j2 device_service >/dev/null
+symbols_bin="$top/build-camera-x86-symbols/device_service"
 
 work=$(mktemp -d /tmp/onvif-bench-XXXXXX)
 sim=""; trivial=""
@@ -94,6 +99,7 @@ done
 # One request of each, run directly: instructions (callgrind, the program
 # alone, not the camera programs it starts), peak memory, fixed waits.
 : > "$work/direct"
+groups_args=""
 for body in bench/bodies/*.xml; do
     action=$(basename "$body" .xml)
     for side in camera trivial; do
@@ -107,7 +113,10 @@ for body in bench/bodies/*.xml; do
             awk '{ t = $1 + $2 / 1e9; if (t >= 0.4) printf "%s%.1f", (n++ ? "+" : ""), t } END { if (!n) printf "-" }')
         echo "$action $side $ir $rss $waits" >> "$work/direct"
     done
+    $run valgrind --tool=callgrind --callgrind-out-file="$work/callgrind-$action" "$symbols_bin" < "$body" >/dev/null 2>&1
+    groups_args="$groups_args ${action#*-}=$work/callgrind-$action"
 done
+python3 bench/callgrind_groups.py $groups_args > "$work/groups"
 
 python3 - "$work" "$rounds" "$seconds" > "$work/table" <<'PY'
 import statistics, sys, platform, os
@@ -151,8 +160,8 @@ for line in open(f"{work}/sizes"):
 PY
 
 cpu=$(sed -n 's/^model name[[:space:]]*: //p' /proc/cpuinfo | head -n 1)
-# The farm's section (bench/farm.py) stays as it was.
-sed -n '/^## The camera farm/,$p' bench/RESULTS.md > "$work/farm" 2>/dev/null || true
+# The sections written by hand or by bench/farm.py stay as they were.
+awk '/^## / { keep = $0 != "## Where the instructions go" } keep' bench/RESULTS.md > "$work/farm" 2>/dev/null || true
 {
     echo "# Benchmark results"
     echo
@@ -160,6 +169,18 @@ sed -n '/^## The camera farm/,$p' bench/RESULTS.md > "$work/farm" 2>/dev/null ||
     echo "work), $(uname -sr), $(. /etc/os-release && echo "$PRETTY_NAME"), commit $(git rev-parse --short HEAD)."
     echo
     cat "$work/table"
+    echo
+    echo "## Where the instructions go"
+    echo
+    cat "$work/groups"
+    echo
+    echo "callgrind of the same release unstripped (bench/callgrind_groups.py): a function's own instructions count"
+    echo "in the group of its source file (code the optimiser folded into a caller keeps its file), C library code in"
+    echo "its callers' groups in proportion. start-up: the C library before main and the segment attach; read and"
+    echo "parse: the body read, its shape check, TinyXML and the element tables; auth: the credential check; dispatch"
+    echo "and request reads: the action table, the mode and the typed reads; action's own work: the handler's code;"
+    echo "settings reads: files, the segment, paths and address formatting (state/); answer writing: the escaping"
+    echo "writer and the envelope; exit: the C library's exit and freeing the parsed request."
     [ ! -s "$work/farm" ] || { echo; cat "$work/farm"; }
 } > bench/RESULTS.md
 cat bench/RESULTS.md

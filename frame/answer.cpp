@@ -40,8 +40,9 @@ static int put(const char* text, size_t n)
 
 static int putEscaped(const char* text)
 {
+    static const char SPECIAL[] = "<&\">";
     const char* run = text;
-    for (const char* p = text; *p; ++p) {
+    for (const char* p = text + strcspn(text, SPECIAL); *p; p += 1 + strcspn(p + 1, SPECIAL)) {
         const char* entity = entityOf(p, text);
         if (!entity)
             continue;
@@ -71,7 +72,7 @@ static void vappend(const char* fmt, va_list ap)
             run = p + 1;
             continue;
         }
-        while (*p && strchr("-+ #0", *p))
+        while (*p == '-' || *p == '+' || *p == ' ' || *p == '#' || *p == '0')
             ++p;
         while (*p >= '0' && *p <= '9')
             ++p;
@@ -89,18 +90,18 @@ static void vappend(const char* fmt, va_list ap)
             responseOverflow = 1;  // a format this writer does not know: refuse, never guess
             return;
         }
-        memcpy(conversion, start, conversionLength);
-        conversion[conversionLength] = 0;
-        char piece[512];
-        int n = 0;
-        switch (*p) {
-        case 's': {
+        if (*p == 's') {
             const char* text = va_arg(ap, const char*);
             if (!putEscaped(text ? text : ""))
                 return;
             run = p + 1;
             continue;
         }
+        memcpy(conversion, start, conversionLength);
+        conversion[conversionLength] = 0;
+        char piece[512];
+        int n = 0;
+        switch (*p) {
         case 'd': case 'i': case 'u': case 'x': case 'X': case 'c':
             if (longs == 3)
                 n = snprintf(piece, sizeof piece, conversion, va_arg(ap, size_t));
@@ -170,6 +171,17 @@ void clearResponse()
     G_Response[0] = 0;
     responseLength = 0;
     responseOverflow = 0;
+}
+
+size_t responseMark()
+{
+    return responseLength;
+}
+
+void appendResponsePart(size_t from, size_t to)
+{
+    if (from < to && to <= responseLength)
+        put(G_Response + from, to - from);
 }
 
 int responseOverflowed()

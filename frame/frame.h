@@ -43,6 +43,10 @@ void appendElement(const char* tag, const char* text);
 void appendBetween(const char* openMarkup, const char* text, const char* closeMarkup);
 void clearResponse();
 int responseOverflowed();
+// Where the answer ends now; and its own bytes between two such marks
+// appended again (a part printed once that the answer repeats).
+size_t responseMark();
+void appendResponsePart(size_t from, size_t to);
 
 // Appends a file's text, escaped like request text, to G_Response, leaving
 // room for reserve more bytes (the closing tags); a file too long for the

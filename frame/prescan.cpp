@@ -12,9 +12,14 @@
 static size_t skipPast(const char* body, size_t from, size_t end, const char* terminator)
 {
     size_t n = strlen(terminator);
-    for (size_t i = from; i + n <= end; ++i)
-        if (memcmp(body + i, terminator, n) == 0)
+    for (size_t i = from; i + n <= end; ++i) {
+        const char* first = (const char*)memchr(body + i, terminator[0], end - i);
+        if (!first)
+            break;
+        i = (size_t)(first - body);
+        if (i + n <= end && memcmp(body + i, terminator, n) == 0)
             return i + n;
+    }
     return end;
 }
 
@@ -30,19 +35,21 @@ int bodyFitsParser(const char* body, size_t length)
     int depth = 0;
     size_t i = 0;
     while (i < end) {
-        if (body[i] != '<') {
-            ++i;
-            continue;
-        }
-        if (startsWith(body, i, end, "<!--")) {
+        const char* tag = (const char*)memchr(body + i, '<', end - i);
+        if (!tag)
+            break;
+        i = (size_t)(tag - body);
+        // Only the character after '<' tells the forms apart.
+        const char next = i + 1 < end ? body[i + 1] : 0;
+        if (next == '!' && startsWith(body, i, end, "<!--")) {
             i = skipPast(body, i + 4, end, "-->");
-        } else if (startsWith(body, i, end, "<![CDATA[")) {
+        } else if (next == '!' && startsWith(body, i, end, "<![CDATA[")) {
             i = skipPast(body, i + 9, end, "]]>");
-        } else if (startsWith(body, i, end, "<?")) {
+        } else if (next == '?') {
             i = skipPast(body, i + 2, end, "?>");
-        } else if (startsWith(body, i, end, "<!")) {
+        } else if (next == '!') {
             i = skipPast(body, i + 2, end, ">");
-        } else if (startsWith(body, i, end, "</")) {
+        } else if (next == '/') {
             if (depth > 0)
                 --depth;
             i = skipPast(body, i + 2, end, ">");

@@ -23,8 +23,8 @@
 // gives well-formed XML.
 void Read_Print_MetadataFile(const char* fileName)
 {
-    FILE* f = openStoreFile(ONVIF_WEB_DIR, fileName);
-    if (!f) {
+    SettingsLines f;
+    if (!openStoreLines(&f, ONVIF_WEB_DIR, fileName)) {
         logServiceError("Read_Print_MetadataFile", "%s", "FILE missing");
         return;
     }
@@ -42,15 +42,15 @@ void Read_Print_MetadataFile(const char* fileName)
         {"Multicast.AutoStart=", "<tt:AutoStart>", "</tt:AutoStart></tt:Multicast>"},
         {"SessionTimeout=", "<tt:SessionTimeout>", "</tt:SessionTimeout>"},
     };
-    char line[256], value[128];
-    while (fgets(line, sizeof line, f)) {
-        if (scanSettingLine(line, "Events.Filter.TopicExpression=", value, sizeof value, 0) && line[0] == 'E') {
+    char value[128];
+    while (const char* line = nextSettingsLine(&f, 256)) {
+        if (line[0] == 'E' && scanSettingLine(line, "Events.Filter.TopicExpression=", value, sizeof value, 0)) {
             appendResponse("<tt:Events><tt:Filter><wsnt:TopicExpression "
                            "Dialect=\"http://www.onvif.org/ver10/tev/topicExpression/ConcreteSet\">%s"
                            "</wsnt:TopicExpression>", strcmp(value, "NONE") == 0 ? "" : value);
             continue;
         }
-        if (scanSettingLine(line, "Events.Filter.MessageContent=", value, sizeof value, 0) && line[0] == 'E') {
+        if (line[0] == 'E' && scanSettingLine(line, "Events.Filter.MessageContent=", value, sizeof value, 0)) {
             appendResponse("<wsnt:MessageContent "
                            "Dialect=\"http://www.onvif.org/ver10/tev/messageContentFilter/ItemFilter\">%s"
                            "</wsnt:MessageContent></tt:Filter></tt:Events>", strcmp(value, "NONE") == 0 ? "" : value);
@@ -64,7 +64,7 @@ void Read_Print_MetadataFile(const char* fileName)
             }
         }
     }
-    fclose(f);
+    closeSettingsLines(&f);
 }
 
 void Read_Print_MetadataOptionsFile(const char* fileName)

@@ -46,15 +46,46 @@ static int readProfile(const char* fileName, ProfileFields* p)
         const char* value = v[i][0] ? v[i] : "NONE";
         if (i >= 2 && !isSafeFileToken(value))
             value = "NONE";
-        snprintf(fields[i], sizes[i], "%s", value);
+        // Cut to the field, as the stored bindings always were.
+        size_t length = strnlen(value, sizes[i] - 1);
+        memcpy(fields[i], value, length);
+        fields[i][length] = 0;
     }
     return 1;
 }
 
 static int bound(const char* token) { return strcmp(token, "NONE") != 0; }
 
+// The parts of the answer printed from each configuration file so far: the
+// factory's profiles share their source and PTZ configurations, and a file
+// does not change while one request lists them.
+struct PrintedFiles {
+    struct Part {
+        char file[64];
+        size_t from, to;
+    } parts[16];
+    int count;
+};
+
+static void printConfigurationFile(const char* file, void (*print)(const char*), PrintedFiles* printed)
+{
+    for (int i = 0; printed && i < printed->count; ++i)
+        if (strcmp(printed->parts[i].file, file) == 0)
+            return appendResponsePart(printed->parts[i].from, printed->parts[i].to);
+    size_t from = responseMark();
+    print(file);
+    // Only a part that printed: a missing file is looked for (and logged) each time.
+    size_t to = responseMark();
+    if (!printed || to == from || printed->count >= (int)(sizeof printed->parts / sizeof *printed->parts) || responseOverflowed())
+        return;
+    PrintedFiles::Part& part = printed->parts[printed->count++];
+    snprintf(part.file, sizeof part.file, "%s", file);
+    part.from = from;
+    part.to = to;
+}
+
 // The configurations of a profile, in the order clients expect them.
-static void printProfileBody(const ProfileFields* p)
+static void printProfileBody(const ProfileFields* p, PrintedFiles* printed)
 {
     char file[64];
     appendResponse("<tt:Name>%s</tt:Name>", p->name);
@@ -62,37 +93,37 @@ static void printProfileBody(const ProfileFields* p)
     if (bound(p->videoSource)) {
         appendResponse("<tt:VideoSourceConfiguration token=\"%s\">", p->videoSource);
         formatChecked(file, sizeof file, "%s.VSConf", p->videoSource);
-        Read_Print_VideoSourceFile(file);
+        printConfigurationFile(file, Read_Print_VideoSourceFile, printed);
         appendResponse("</tt:VideoSourceConfiguration>");
     }
     if (audio && bound(p->audioSource)) {
         appendResponse("<tt:AudioSourceConfiguration token=\"%s\">", p->audioSource);
         formatChecked(file, sizeof file, "%s.ASConf", p->audioSource);
-        Read_Print_AudioSourceFile(file);
+        printConfigurationFile(file, Read_Print_AudioSourceFile, printed);
         appendResponse("</tt:AudioSourceConfiguration>");
     }
     if (bound(p->videoEncoder)) {
         appendResponse("<tt:VideoEncoderConfiguration token=\"%s\">", p->videoEncoder);
         formatChecked(file, sizeof file, "%s.VEncoder", p->videoEncoder);
-        Read_Print_VideoEncoderFile(file);
+        printConfigurationFile(file, Read_Print_VideoEncoderFile, printed);
         appendResponse("</tt:VideoEncoderConfiguration>");
     }
     if (audio && bound(p->audioEncoder)) {
         appendResponse("<tt:AudioEncoderConfiguration token=\"%s\">", p->audioEncoder);
         formatChecked(file, sizeof file, "%s.AEncoder", p->audioEncoder);
-        Read_Print_AudioEncoderFile(file);
+        printConfigurationFile(file, Read_Print_AudioEncoderFile, printed);
         appendResponse("</tt:AudioEncoderConfiguration>");
     }
     if (bound(p->ptz) && modelHas(Cap::PtzMotors)) {
         appendResponse("<tt:PTZConfiguration xsi:type=\"tt:PTZConfiguration\" token=\"%s\">", p->ptz);
         formatChecked(file, sizeof file, "%s.PTZConf", p->ptz);
-        Read_Print_PTZ_Conf(file);
+        printConfigurationFile(file, Read_Print_PTZ_Conf, printed);
         appendResponse("</tt:PTZConfiguration>");
     }
     if (bound(p->metadata)) {
         appendResponse("<tt:MetadataConfiguration token=\"%s\">", p->metadata);
         formatChecked(file, sizeof file, "%s.MetaData", p->metadata);
-        Read_Print_MetadataFile(file);
+        printConfigurationFile(file, Read_Print_MetadataFile, printed);
         appendResponse("</tt:MetadataConfiguration>");
     }
 }
@@ -100,14 +131,16 @@ static void printProfileBody(const ProfileFields* p)
 void GetProfiles()
 {
     setResponse("<trt:GetProfilesResponse>");
-    FILE* index = fopenRoot(ONVIF_LODING_PROFILE_FILE, "r");
-    if (!index) {
+    SettingsLines index;
+    if (!openSettingsLines(&index, ONVIF_LODING_PROFILE_FILE)) {
         // Left open on purpose: clients of this camera know the unfinished answer.
         logServiceError("GetProfiles", "%s", "ONVIF_LODING_PROFILE_FILE missing");
         return;
     }
-    char line[256], fileName[128];
-    while (fgets(line, sizeof line, index)) {
+    char fileName[128];
+    PrintedFiles printed;
+    printed.count = 0;
+    while (const char* line = nextSettingsLine(&index, 256)) {
         if (!scanSettingLine(line, "profile filename=", fileName, sizeof fileName, 0))
             continue;
         char token[sizeof fileName];
@@ -120,10 +153,10 @@ void GetProfiles()
         }
         appendResponse("<trt:Profiles token=\"%s\" fixed=\"%s\">", token,
                        strcmp(p.fixed, "true") == 0 ? "true" : "false");
-        printProfileBody(&p);
+        printProfileBody(&p, &printed);
         appendResponse("</trt:Profiles>");
     }
-    fclose(index);
+    closeSettingsLines(&index);
     appendResponse("</trt:GetProfilesResponse>");
 }
 
@@ -144,7 +177,7 @@ void GetOneProfile()
     }
     setResponse("<trt:GetProfileResponse><trt:Profile token=\"%s\" fixed=\"%s\">", token,
                 strcmp(p.fixed, "true") == 0 ? "true" : "false");
-    printProfileBody(&p);
+    printProfileBody(&p, 0);
     appendResponse("</trt:Profile></trt:GetProfileResponse>");
 }
 

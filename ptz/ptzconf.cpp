@@ -99,11 +99,15 @@ static const PrintRow NODE_SPACE_ROWS[] = {
     SPACE_ROWS_X(ZoomSpeedSpace, ZOOM_WORD),
 };
 
-static const PrintRow* findRow(const PrintRow* rows, size_t count, const char* key)
+// The row of key; the search starts at *next, where the row after the last
+// one found is kept: files list their keys in the table's order.
+static const PrintRow* findRow(const PrintRow* rows, size_t count, const char* key, size_t* next)
 {
-    for (size_t i = 0; i < count; ++i)
-        if (strcmp(rows[i].key, key) == 0)
+    for (size_t n = 0, i = *next % count; n < count; ++n, i = (i + 1) % count)
+        if (strcmp(rows[i].key, key) == 0) {
+            *next = i + 1;
             return &rows[i];
+        }
     return 0;
 }
 
@@ -151,13 +155,14 @@ static void Read_Print_PTZ_Node(const char* fileName)
     }
     char line[256];
     int spacesOpen = 0;
+    size_t nextRow = 0;
     while (fgets(line, sizeof line, f)) {
         char *key, *value;
         if (!splitSetting(line, &key, &value))
             continue;
         if (strcmp(key, "Name") == 0) {
             appendResponse("<tt:Name>%s</tt:Name>", value);
-        } else if (const PrintRow* row = findRow(NODE_SPACE_ROWS, sizeof NODE_SPACE_ROWS / sizeof *NODE_SPACE_ROWS, key)) {
+        } else if (const PrintRow* row = findRow(NODE_SPACE_ROWS, sizeof NODE_SPACE_ROWS / sizeof *NODE_SPACE_ROWS, key, &nextRow)) {
             int last = strcmp(key, "ZoomSpeedSpace.XRange.Max") == 0;
             if (capable(row->capability)) {
                 if (!spacesOpen)
@@ -211,14 +216,14 @@ static const PrintRow CONF_ROWS[] = {
 
 void Read_Print_PTZ_Conf(const char* fileName)
 {
-    FILE* f = openStoreFile(PTZ_DIR, fileName);
-    if (!f) {
+    SettingsLines f;
+    if (!openStoreLines(&f, PTZ_DIR, fileName)) {
         logServiceError("Read_Print_PTZFile", "%s", "FILE missing");
         return;
     }
-    char line[512];
     int speedOpen = 0;
-    while (fgets(line, sizeof line, f)) {
+    size_t nextRow = 0;
+    while (char* line = nextSettingsLine(&f, 512)) {
         char *key, *value;
         if (!splitSetting(line, &key, &value))
             continue;
@@ -227,7 +232,7 @@ void Read_Print_PTZ_Conf(const char* fileName)
             appendResponse("<tt:%s>%s</tt:%s>", key, unset ? "" : value, key);
             continue;
         }
-        const PrintRow* row = findRow(CONF_ROWS, sizeof CONF_ROWS / sizeof *CONF_ROWS, key);
+        const PrintRow* row = findRow(CONF_ROWS, sizeof CONF_ROWS / sizeof *CONF_ROWS, key, &nextRow);
         if (!row)
             continue;
         int speed = strncmp(key, "DefaultPTZSpeed.", 16) == 0;
@@ -242,7 +247,7 @@ void Read_Print_PTZ_Conf(const char* fileName)
             speedOpen = 0;
         }
     }
-    fclose(f);
+    closeSettingsLines(&f);
 }
 
 // A list file of "<token>.<suffix>" lines: calls print for each token whose

@@ -94,25 +94,108 @@ int scanSettingLine(const char* line, const char* key, char* dest, int len, int 
     return 1;
 }
 
+// dir + fileName when the name is one a request token may form; 0 otherwise.
+static const char* storePath(const char* dir, const char* fileName, char* path, size_t n)
+{
+    if (!isSafeFileToken(fileName) || (size_t)snprintf(path, n, "%s%s", dir, fileName) >= n)
+        return 0;
+    return path;
+}
+
 FILE* openStoreFile(const char* dir, const char* fileName)
 {
     char path[512];
-    if (!isSafeFileToken(fileName) || (size_t)snprintf(path, sizeof path, "%s%s", dir, fileName) >= sizeof path)
+    return storePath(dir, fileName, path, sizeof path) ? fopenRoot(path, "r") : 0;
+}
+
+int openStoreLines(SettingsLines* r, const char* dir, const char* fileName)
+{
+    char path[512];
+    r->fd = -1;
+    return storePath(dir, fileName, path, sizeof path) && openSettingsLines(r, path);
+}
+
+int openSettingsLines(SettingsLines* r, const char* path)
+{
+    char real[512];
+    resolvePath(path, real, sizeof real);
+    r->fd = real[0] ? open(real, O_RDONLY | O_CLOEXEC) : -1;
+    r->length = r->position = 0;
+    r->endedAt = (size_t)-1;
+    return r->fd >= 0;
+}
+
+// Reads more after what the block holds, moving an unfinished line to its
+// start first; 0 at the end of the file.
+static int readMoreLines(SettingsLines* r)
+{
+    if (r->position > 0) {
+        memmove(r->block, r->block + r->position, r->length - r->position);
+        r->length -= r->position;
+        r->position = 0;
+    }
+    ssize_t got;
+    do
+        got = read(r->fd, r->block + r->length, sizeof r->block - 1 - r->length);
+    while (got < 0 && errno == EINTR);
+    if (got <= 0)
         return 0;
-    return fopenRoot(path, "r");
+    r->length += (size_t)got;
+    return 1;
+}
+
+char* nextSettingsLine(SettingsLines* r, size_t n)
+{
+    if (r->endedAt != (size_t)-1)
+        r->block[r->endedAt] = r->saved;
+    r->endedAt = (size_t)-1;
+    if (n < 2 || n > 1024)
+        return 0;
+    size_t piece = n - 1, end;
+    for (;;) {
+        size_t have = r->length - r->position;
+        const char* start = r->block + r->position;
+        const char* lineEnd = (const char*)memchr(start, '\n', have < piece ? have : piece);
+        if (lineEnd) {
+            end = (size_t)(lineEnd - r->block) + 1;
+            break;
+        }
+        if (have >= piece) {
+            end = r->position + piece;
+            break;
+        }
+        if (!readMoreLines(r)) {
+            end = r->length;
+            break;
+        }
+    }
+    if (end == r->position)
+        return 0;
+    char* line = r->block + r->position;
+    r->saved = r->block[end];
+    r->endedAt = end;
+    r->block[end] = 0;
+    r->position = end;
+    return line;
+}
+
+void closeSettingsLines(SettingsLines* r)
+{
+    if (r->fd >= 0)
+        close(r->fd);
+    r->fd = -1;
 }
 
 int readSettingValue(const char* path, const char* key, char* out, size_t n)
 {
-    FILE* f = fopenRoot(path, "r");
-    if (!f)
+    SettingsLines r;
+    if (!openSettingsLines(&r, path))
         return 0;
-    char line[512];
     int found = 0;
     size_t keyLength = strlen(key);
-    while (!found && fgets(line, sizeof line, f))
+    while (char* line = found ? 0 : nextSettingsLine(&r, 512))
         found = strncmp(line, key, keyLength) == 0 && scanSettingLine(line, key, out, (int)n, 0);
-    fclose(f);
+    closeSettingsLines(&r);
     return found;
 }
 

@@ -40,20 +40,43 @@ void forEachLine(FILE* f, Visit visit)
     fclose(f);
 }
 
-// forEachLine on a file opened with fopenRoot; 0 (nothing visited) when missing.
+// A settings file read line by line the way fgets gives lines, straight
+// from read(2) and ended in place: a request opens a dozen small files, and a
+// stdio stream's set-up, line scan and copy cost more than the rest.
+struct SettingsLines {
+    int fd;
+    size_t length, position, endedAt;
+    char saved;
+    char block[4096 + 1];
+};
+// Opens path under the root; 0 when missing.
+int openSettingsLines(SettingsLines* r, const char* path);
+// The next line as fgets into a buffer of n bytes would give it (its '\n'
+// kept, one longer than n - 1 in pieces), inside r and valid until the next
+// call (the caller may write into it); 0 at the end. n is at most 1024.
+char* nextSettingsLine(SettingsLines* r, size_t n);
+void closeSettingsLines(SettingsLines* r);
+
+// forEachLine on a file under the root; 0 (nothing visited) when missing.
 template <class Visit>
 int forEachSetting(const char* path, Visit visit)
 {
-    FILE* f = fopenRoot(path, "r");
-    if (!f)
+    SettingsLines r;
+    if (!openSettingsLines(&r, path))
         return 0;
-    forEachLine(f, visit);
+    while (char* line = nextSettingsLine(&r, 512))
+        if (!visit(line))
+            break;
+    closeSettingsLines(&r);
     return 1;
 }
 
 // Splits a line in place at each sep into at most max fields (the last
 // takes the rest of the line, without its line end). Returns the count.
 int splitFields(char* line, char sep, char** fields, int max);
+
+// openStoreFile's check and file, read as settings lines; 0 when refused or missing.
+int openStoreLines(SettingsLines* r, const char* dir, const char* fileName);
 
 // Opens dir + fileName for reading when the name is one a request token may
 // form (see isSafeFileToken); 0 otherwise or when the file is missing.

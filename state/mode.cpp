@@ -12,22 +12,17 @@ int onvifMode()
     if (modeRead >= 0)
         return modeRead;
     modeRead = 0;
-    FILE* f = fopenRoot(ONVIF_CONF_FILE, "r");
-    if (!f)
-        return modeRead;
     // The key is matched at the start of a line only: a stored value that
     // holds the text must not switch the camera's behaviour.
     static const char KEY[] = "Conformance.Mode=";
-    char line[512];
-    while (fgets(line, sizeof line, f)) {
-        if (strncmp(line, KEY, sizeof KEY - 1) != 0)
-            continue;
+    forEachSetting(ONVIF_CONF_FILE, [](const char* line) {
+        if (line[0] != KEY[0] || strncmp(line, KEY, sizeof KEY - 1) != 0)
+            return true;
         const char* value = line + sizeof KEY - 1;
         size_t n = strcspn(value, "\r\n");
         modeRead = n == 5 && strncmp(value, "onvif", 5) == 0;
-        break;
-    }
-    fclose(f);
+        return false;
+    });
     return modeRead;
 }
 

@@ -36,12 +36,12 @@ static int addressFromInterface(char* out, size_t n)
 
 int addressFromNetworkFile(char* out, size_t n)
 {
-    FILE* f = fopenRoot(NETWORK_CONF_FILE, "r");
-    if (!f)
+    SettingsLines r;
+    if (!openSettingsLines(&r, NETWORK_CONF_FILE))
         return 0;
-    char line[256], value[64];
+    char value[64];
     int found = 0;
-    while (fgets(line, sizeof line, f)) {
+    while (const char* line = nextSettingsLine(&r, 256)) {
         if (strncmp(line, "root.Network.IPAddress=", 23) == 0 &&
             scanSettingLine(line, "root.Network.IPAddress=", value, sizeof value, 0)) {
             // The value goes into addresses we print: keep to an address's characters.
@@ -50,7 +50,7 @@ int addressFromNetworkFile(char* out, size_t n)
                 snprintf(out, n, "%s", value);
         }
     }
-    fclose(f);
+    closeSettingsLines(&r);
     return found;
 }
 

@@ -127,21 +127,32 @@ int readConfigValues(const char* path, const char* const* keys, char (*values)[C
 {
     for (int i = 0; i < count; ++i)
         values[i][0] = 0;
-    FILE* f = fopenRoot(path, "r");
-    if (!f)
+    SettingsLines r;
+    if (!openSettingsLines(&r, path))
         return 0;
-    char line[512];
-    while (fgets(line, sizeof line, f)) {
+    // Measured once: every line is held against every key.
+    size_t keyLengths[32];
+    for (int i = 0; i < count && i < 32; ++i)
+        keyLengths[i] = strlen(keys[i]);
+    while (const char* line = nextSettingsLine(&r, 512)) {
         const char* eq = strchr(line, '=');
         if (!eq)
             continue;
+        size_t keyLength = (size_t)(eq - line);
         for (int i = 0; i < count; ++i) {
-            size_t n = strlen(keys[i]);
-            if ((size_t)(eq - line) == n && strncmp(line, keys[i], n) == 0)
-                scanSettingLine(line, "=", values[i], CONFIG_VALUE_SIZE, 1);
+            const char* key = keys[i];
+            if ((i < 32 ? keyLengths[i] : strlen(key)) != keyLength || memcmp(key, line, keyLength) != 0)
+                continue;
+            // The rest of the line after the first '=', as scanSettingLine gives it.
+            size_t v = 0;
+            while (eq[1 + v] && eq[1 + v] != '\n' && v < CONFIG_VALUE_SIZE - 1) {
+                values[i][v] = eq[1 + v];
+                ++v;
+            }
+            values[i][v] = 0;
         }
     }
-    fclose(f);
+    closeSettingsLines(&r);
     return 1;
 }
 

@@ -9,6 +9,9 @@
 #include <stdlib.h>
 #include <string.h>
 
+#include <string>
+#include <vector>
+
 namespace {
 
 class SettingsStore : public CameraTest {
@@ -75,6 +78,61 @@ TEST_F(SettingsStore, LineReaderScansOneLineAtATime)
     EXPECT_STREQ(findONVIFConfigurationFile(f, "Name=%s\n", dest, sizeof dest), "");  // not in order: empty
     EXPECT_STREQ(findONVIFConfigurationFile(f, "Model=%[^\n]\n", dest, sizeof dest), "IP Dome");  // bounded
     fclose(f);
+}
+
+// Readers that moved off stdio must see the lines fgets gave them, pieces
+// of long lines and a last line without its line feed included.
+TEST_F(SettingsStore, SettingsLinesAreTheLinesFgetsGives)
+{
+    std::string crossing;
+    for (int i = 0; crossing.size() < 9000; ++i)
+        crossing += "Key" + std::to_string(i) + "=" + std::string(i % 97, 'v') + "\n";
+    const std::string contents[] = {"", "A=1", "A=1\nB=2\n", "\n\nA=\n", std::string(511, 'x') + "\nB=2",
+                                    std::string(512, 'y') + "\n", std::string(1500, 'z') + "\nEnd=1\n",
+                                    std::string("A=1\0hidden\nB=2\n", 16), crossing};
+    for (const std::string& content : contents) {
+        writeFile("tmp/onvif/lines.conf", content);
+        for (size_t n : {2, 256, 512}) {
+            std::vector<std::string> expected, got;
+            FILE* f = fopenRoot("/tmp/onvif/lines.conf", "r");
+            ASSERT_NE(f, nullptr);
+            char line[512];
+            while (fgets(line, (int)n, f))
+                expected.push_back(line);
+            fclose(f);
+            SettingsLines r;
+            ASSERT_EQ(openSettingsLines(&r, "/tmp/onvif/lines.conf"), 1);
+            while (char* piece = nextSettingsLine(&r, n)) {
+                got.push_back(piece);
+                memset(piece, '#', strlen(piece));  // callers cut lines in place
+            }
+            closeSettingsLines(&r);
+            EXPECT_EQ(got, expected) << content.size() << " bytes, n=" << n;
+        }
+    }
+    SettingsLines r;
+    EXPECT_EQ(openSettingsLines(&r, "/tmp/onvif/none.conf"), 0);
+}
+
+TEST_F(SettingsStore, PlainFormatsAreJoinedAsPrintfWould)
+{
+    const std::string longText(300, 'p');
+    for (size_t n : {1, 12, 64, 512}) {
+        // The whole text when it fits, nothing (and 0) when it would be cut.
+        auto expect = [n](int result, const char* got, const std::string& whole) {
+            bool fits = whole.size() < n;
+            EXPECT_EQ(result, fits ? 1 : 0) << whole << " n=" << n;
+            EXPECT_EQ(std::string(got), fits ? whole : "") << " n=" << n;
+        };
+        char out[512];
+        expect(formatChecked(out, n, "%s%s", "/tmp/onvif/", "Profile1.profile"), out, "/tmp/onvif/Profile1.profile");
+        expect(formatChecked(out, n, "%s.VSConf", "VideoSrcConfig1"), out, "VideoSrcConfig1.VSConf");
+        expect(formatChecked(out, n, "plain"), out, "plain");
+        expect(formatChecked(out, n, "%s/%s", "", ""), out, "/");
+        expect(formatChecked(out, n, "%s%s", longText.c_str(), "x"), out, longText + "x");
+        expect(formatChecked(out, n, "%s=%d", "Port", 80), out, "Port=80");
+        expect(formatChecked(out, n, "100%%%s", "!"), out, "100%!");
+    }
 }
 
 TEST_F(SettingsStore, LogLinesLandWholeAndRunNothing)
