@@ -49,8 +49,6 @@ EXCEPTIONS = [
      "a Renew without a termination time answers both times as \"Z\""),
     (None, r"Opening and ending tag mismatch: GetProfilesResponse line 1 and Body",
      "with the profile index missing, GetProfiles answers only its opening element"),
-    (None, r"xmlParseEntityRef: no name",
-     "the system log is copied into the answer as the file holds it"),
     ("tt:StopResponse", r"StopResponse': No matching global declaration",
      "the imaging focus stop answers tt:StopResponse"),
     ("tds:GetUsersResponse", r"UserLevel': \[facet 'enumeration'\] The value '' is not an element",
