@@ -1,6 +1,7 @@
 // PullMessages: the long poll of a pull point, and the initial states
 // built from the device-state segment.
 #include "events/events.h"
+#include "state/mode.h"
 #include "state/shm_words.h"
 #include "state/timespan.h"
 #include "state/calendar.h"
@@ -156,6 +157,20 @@ static int maxMessageLimit()
     return modelValue(Cap::EventsMaxMessages);
 }
 
+// A pull asking to wait longer than the camera does: the standard's fault,
+// which carries the limits in its detail.
+static void writePullLimitsFault()
+{
+    setResponse("<SOAP-ENV:Fault><SOAP-ENV:Code><SOAP-ENV:Value>SOAP-ENV:Sender</SOAP-ENV:Value>"
+                "<SOAP-ENV:Subcode><SOAP-ENV:Value>ter:InvalidArgVal</SOAP-ENV:Value></SOAP-ENV:Subcode>"
+                "</SOAP-ENV:Code><SOAP-ENV:Reason><SOAP-ENV:Text xml:lang=\"en\">The timeout exceeds the"
+                " maximum</SOAP-ENV:Text></SOAP-ENV:Reason><SOAP-ENV:Detail><tev:PullMessagesFaultResponse>"
+                "<tev:MaxTimeout>PT%dS</tev:MaxTimeout><tev:MaxMessageLimit>%d</tev:MaxMessageLimit>"
+                "</tev:PullMessagesFaultResponse></SOAP-ENV:Detail></SOAP-ENV:Fault>",
+                MAX_PULL_SECONDS, maxMessageLimit());
+    G_httpAck = 400;
+}
+
 void PullMessages()
 {
     char text[33];
@@ -167,6 +182,10 @@ void PullMessages()
         int h, m, s;
         GetTimeSpanIntoTimeInteger(text, &h, &m, &s);
         long total = (long)h * 3600 + (long)m * 60 + s;
+        if (total > MAX_PULL_SECONDS && onvifMode()) {
+            writePullLimitsFault();
+            return;
+        }
         if (total > MAX_PULL_SECONDS) {
             setResponse("<tev:PullMessagesResponse><tev:MaxTimeout>PT60S</tev:MaxTimeout>"
                         "<tev:MaxMessageLimit>%d</tev:MaxMessageLimit></tev:PullMessagesResponse>", maxMessageLimit());

@@ -5,6 +5,7 @@
 #include "frame/handlers.h"
 #include "frame/xmlsearch.h"
 #include "frame/request_values.h"
+#include "frame/standard_faults.h"
 #include "state/mode.h"
 #include "state/storelock.h"
 
@@ -234,6 +235,10 @@ int dispatchRow(const char* action)
 void checkXML()
 {
     const ActionRow* r = actionRow(PrimaryElementName);
+    if (!r && onvifMode()) {
+        writeActionNotSupportedFault();
+        return;
+    }
     if (!r || !r->handler) {
         G_httpAck = 500;
         return;

@@ -1,0 +1,135 @@
+// The two modes side by side: the camera's own answers, and the ONVIF mode's
+// whole action names by namespace, standard faults, zoned times and
+// schema-valid forms.
+#include "tests/fixture.h"
+
+#include <regex>
+
+namespace {
+
+const char ACTION_NOT_SUPPORTED[] =
+    "<SOAP-ENV:Value>SOAP-ENV:Receiver</SOAP-ENV:Value><SOAP-ENV:Subcode><SOAP-ENV:Value>ter:ActionNotSupported"
+    "</SOAP-ENV:Value>";
+const char GENERIC[] = "<SOAP-ENV:Value>ter:Action</SOAP-ENV:Value>";
+
+class Modes : public CameraTest {
+protected:
+    void SetUp() override
+    {
+        CameraTest::SetUp();
+        word(PAN_TILT_WORD) = PAN_TILT_INTEGRATED;
+        word(ZOOM_WORD) = LENS_DOME;
+        word(IO_LAYOUT_WORD) = IO_LAYOUT_HEAD;
+    }
+};
+
+// Each request in both modes: the status and a text the answer holds.
+struct Case {
+    const char* body;
+    int legacyStatus;
+    const char* legacyHas;
+    int onvifStatus;
+    const char* onvifHas;
+};
+
+TEST_F(Modes, ActionsByModeAndNamespace)
+{
+    const Case cases[] = {
+        // A name that only contains an action's name runs that action in the
+        // legacy mode only.
+        {"<tptz:RemovePresetTour><tptz:ProfileToken>Profile1</tptz:ProfileToken></tptz:RemovePresetTour>", 400,
+         "ter:InvalidArgVal", 500, ACTION_NOT_SUPPORTED},
+        {"<tptz:StopRecording><tptz:ProfileToken>Profile1</tptz:ProfileToken></tptz:StopRecording>", 200,
+         "<tptz:StopResponse>", 500, ACTION_NOT_SUPPORTED},
+        // An action of one service posted in another's namespace.
+        {"<trt:GetDeviceInformation/>", 200, "<tds:GetDeviceInformationResponse>", 500, ACTION_NOT_SUPPORTED},
+        {"<tds:GetProfiles/>", 200, "<trt:GetProfilesResponse>", 500, ACTION_NOT_SUPPORTED},
+        {"<tds:GetDeviceInformation/>", 200, "<tds:GetDeviceInformationResponse>", 200,
+         "<tds:GetDeviceInformationResponse>"},
+        // No action of that name: the generic fault, or the standard's.
+        {"<tds:NoSuchAction/>", 500, "SOAP-ENV:encodingStyle", 500, ACTION_NOT_SUPPORTED},
+        {"<tds:GetSystemDateAndTimeX/>", 200, "<tds:GetSystemDateAndTimeResponse>", 500, ACTION_NOT_SUPPORTED},
+        // A served name that fails keeps the generic fault, without the
+        // attribute the schema refuses.
+        {"<tan:GetAnalyticsModules xmlns:tan=\"http://www.onvif.org/ver20/analytics/wsdl\"/>", 500,
+         "SOAP-ENV:encodingStyle", 500, GENERIC},
+        // Forms the schema takes.
+        {"<tmd:GetRelayOutputOptions/>", 200, "<tmd:Discrete>False</tmd:Discrete>", 200,
+         "<tmd:Discrete>false</tmd:Discrete>"},
+        {"<tds:CreateUsers><tds:User><tt:Username>viewer</tt:Username><tt:Password>pw1234</tt:Password>"
+         "<tt:UserLevel>User</tt:UserLevel></tds:User></tds:CreateUsers>",
+         200, "<trt:CreateUsersResponse>", 200, "<tds:CreateUsersResponse>"},
+        {"<tds:DeleteUsers><tds:Username>viewer</tds:Username></tds:DeleteUsers>", 200, "<trt:DeleteUsersResponse>",
+         200, "<tds:DeleteUsersResponse>"},
+        {"<tev:PullMessages><tev:Timeout>PT2M</tev:Timeout><tev:MessageLimit>1</tev:MessageLimit></tev:PullMessages>",
+         200, "<tev:MaxTimeout>PT60S</tev:MaxTimeout>", 400, "<tev:PullMessagesFaultResponse><tev:MaxTimeout>PT60S"},
+    };
+    for (int onvif = 0; onvif <= 1; ++onvif) {
+        if (onvif)
+            setOnvifMode();
+        for (const Case& c : cases) {
+            CgiResult r = call(c.body);
+            EXPECT_EQ(r.status, onvif ? c.onvifStatus : c.legacyStatus) << onvif << " " << c.body;
+            EXPECT_NE(r.envelopeBody.find(onvif ? c.onvifHas : c.legacyHas), std::string::npos)
+                << onvif << " " << c.body << "\n" << r.envelopeBody;
+            if (onvif) {
+                EXPECT_EQ(r.envelopeBody.find("encodingStyle"), std::string::npos) << c.body;
+            }
+        }
+    }
+}
+
+// Every xs:dateTime the ONVIF mode writes carries its zone; the legacy mode
+// writes the bare time, except in Renew (and there "Z" alone without a time).
+TEST_F(Modes, TimesCarryTheirZone)
+{
+    const std::regex bare(">\\d{4}-\\d\\d-\\d\\dT\\d\\d:\\d\\d:\\d\\d<|UtcTime=\"\\d{4}-\\d\\d-\\d\\dT\\d\\d:\\d\\d:\\d\\d\"");
+    const std::regex zoned(">\\d{4}-\\d\\d-\\d\\dT\\d\\d:\\d\\d:\\d\\dZ<|UtcTime=\"\\d{4}-\\d\\d-\\d\\dT\\d\\d:\\d\\d:\\d\\dZ\"");
+    const std::string toSlot = "<wsa5:To xmlns:wsa5=\"http://www.w3.org/2005/08/addressing\">"
+                               "http://192.168.0.100/onvif/device_service?Idx=0</wsa5:To>";
+    const char* const requests[] = {
+        "<tptz:GetStatus><tptz:ProfileToken>Profile1</tptz:ProfileToken></tptz:GetStatus>",
+        "<tev:CreatePullPointSubscription><tev:InitialTerminationTime>PT1H</tev:InitialTerminationTime>"
+        "</tev:CreatePullPointSubscription>",
+        "<tev:PullMessages><tev:Timeout>PT0S</tev:Timeout><tev:MessageLimit>5</tev:MessageLimit></tev:PullMessages>",
+        "<wsnt:Renew><wsnt:TerminationTime>PT10M</wsnt:TerminationTime></wsnt:Renew>",
+        "<wsnt:Renew/>",
+    };
+    for (int onvif = 0; onvif <= 1; ++onvif) {
+        if (onvif)
+            setOnvifMode();
+        for (const char* request : requests) {
+            std::string header = std::string(request).find("wsnt:") != std::string::npos ||
+                                         std::string(request).find("PullMessages") != std::string::npos
+                                     ? toSlot
+                                     : "";
+            CgiResult r = run(soap(request, header));
+            EXPECT_EQ(r.status, 200) << onvif << request << r.envelopeBody;
+            bool renew = std::string(request).find("Renew") != std::string::npos;
+            if (!onvif && renew && std::string(request) == "<wsnt:Renew/>") {
+                EXPECT_NE(r.envelopeBody.find("<wsnt:TerminationTime>Z</wsnt:TerminationTime>"), std::string::npos);
+                continue;
+            }
+            bool wantZone = onvif || renew;
+            EXPECT_TRUE(std::regex_search(r.envelopeBody, wantZone ? zoned : bare)) << onvif << request << r.envelopeBody;
+            EXPECT_FALSE(std::regex_search(r.envelopeBody, wantZone ? bare : zoned)) << onvif << request;
+            EXPECT_EQ(r.envelopeBody.find("ZZ"), std::string::npos) << request;
+        }
+    }
+}
+
+// The key is read from the start of a line, and anything but "onvif" is the
+// camera's own behaviour.
+TEST_F(Modes, OnlyTheWholeKeySwitches)
+{
+    for (const char* conf : {"Conformance.Mode=onvif2\n", "Conformance.Mode=\n", "X.Conformance.Mode=onvif\n",
+                             "Name=Conformance.Mode=onvif\n", ""}) {
+        writeFile("tmp/onvif/onvif.conf", conf);
+        EXPECT_FALSE(inOnvifMode());
+        EXPECT_EQ(call("<tds:NoSuchAction/>").envelopeBody.find("ActionNotSupported"), std::string::npos) << conf;
+    }
+    writeFile("tmp/onvif/onvif.conf", "Conformance.Mode=onvif\r\n");
+    EXPECT_NE(call("<tds:NoSuchAction/>").envelopeBody.find("ActionNotSupported"), std::string::npos);
+}
+
+}  // namespace
