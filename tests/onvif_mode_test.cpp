@@ -118,6 +118,35 @@ TEST_F(Modes, TimesCarryTheirZone)
     }
 }
 
+// The imaging report in the schema's order and names, whatever the file's
+// order; a group whose mode line is missing is left out, not half-closed.
+TEST_F(Modes, ImagingReportInTheSchemasForm)
+{
+    setOnvifMode();
+    word(GAIN_WORD) = 6;
+    word(IRIS_WORD) = 2;
+    word(SHUTTER_WORD) = 333;
+    const std::string request =
+        "<timg:GetImagingSettings><timg:VideoSourceToken>VideoSource1</timg:VideoSourceToken></timg:GetImagingSettings>";
+    CgiResult factory = call(request);
+    EXPECT_EQ(factory.status, 200);
+    EXPECT_NE(factory.envelopeBody.find(
+                  "<tt:Exposure><tt:Mode>AUTO</tt:Mode><tt:Priority>LowNoise</tt:Priority><tt:Window bottom=\"1.000000\" "
+                  "top=\"0.000000\" right=\"1.000000\" left=\"0.000000\"/><tt:MinExposureTime>"),
+              std::string::npos)
+        << factory.envelopeBody;
+    EXPECT_NE(factory.envelopeBody.find("<tt:ExposureTime>0.033300</tt:ExposureTime><tt:Gain>6.000</tt:Gain>"
+                                        "<tt:Iris>2.000</tt:Iris></tt:Exposure>"),
+              std::string::npos);
+    writeFile("tmp/onvif/VideoSource1.VSource", "Exposure.Gain=3\nSharpness=20\nWhiteBalance.CbGain=NONE\n"
+                                                 "Exposure.Mode=MANUAL\nBrightness=40\n");
+    EXPECT_NE(call(request).envelopeBody.find("<timg:ImagingSettings><tt:Brightness>40</tt:Brightness><tt:Exposure>"
+                                              "<tt:Mode>MANUAL</tt:Mode><tt:ExposureTime>0.033300</tt:ExposureTime>"
+                                              "<tt:Gain>3.000</tt:Gain><tt:Iris>2.000</tt:Iris></tt:Exposure>"
+                                              "<tt:Sharpness>20</tt:Sharpness></timg:ImagingSettings>"),
+              std::string::npos);
+}
+
 // The key is read from the start of a line, and anything but "onvif" is the
 // camera's own behaviour.
 TEST_F(Modes, OnlyTheWholeKeySwitches)
