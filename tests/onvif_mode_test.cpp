@@ -1,6 +1,7 @@
 // The two modes side by side: the camera's own answers, and the ONVIF mode's
 // whole action names by namespace, standard faults, zoned times and
 // schema-valid forms.
+#include "state/schema_values.h"
 #include "tests/fixture.h"
 
 #include <regex>
@@ -147,6 +148,39 @@ TEST_F(Modes, ImagingReportInTheSchemasForm)
               std::string::npos);
 }
 
+// Values the camera stores as sent and the schema cannot take back are
+// refused in the ONVIF mode; answers it leaves unfinished or empty are whole.
+TEST_F(Modes, StoredValuesAndAnswersTheSchemaTakes)
+{
+    const Case cases[] = {
+        {"<tds:SetDiscoveryMode><tds:DiscoveryMode>Sometimes</tds:DiscoveryMode></tds:SetDiscoveryMode>", 200,
+         "<tds:SetDiscoveryModeResponse>", 400, "ter:InvalidArgVal"},
+        {"<tds:AddScopes><tds:ScopeItem>onvif://www.onvif.org/name/a b</tds:ScopeItem></tds:AddScopes>", 200,
+         "<tds:AddScopesResponse>", 400, "ter:InvalidArgVal"},
+        {"<tds:SetScopes><tds:Scopes>onvif://www.onvif.org/location/%3Cx%3E</tds:Scopes></tds:SetScopes>", 200,
+         "<tds:SetScopesResponse>", 400, "ter:InvalidArgVal"},
+        {"<trt:SetMetadataConfiguration><trt:Configuration token=\"MetaData1\"><tt:SessionTimeout>soon"
+         "</tt:SessionTimeout></trt:Configuration><trt:ForcePersistence>true</trt:ForcePersistence>"
+         "</trt:SetMetadataConfiguration>",
+         200, "<trt:SetMetadataConfigurationResponse>", 400, "ter:InvalidArgVal"},
+        {"<tptz:GetConfigurations/>", 200, "<tt:UseCount></tt:UseCount>", 200, "<tt:UseCount>0</tt:UseCount>"},
+        {"<trt:GetProfiles/>", 200, "<trt:GetProfilesResponse>", 200,
+         "<trt:GetProfilesResponse></trt:GetProfilesResponse>"},
+    };
+    for (int onvif = 0; onvif <= 1; ++onvif) {
+        writeFile("usr/apache/htdocs/onvif/PTZConfig1.PTZConf", "Name=x\nUseCount=NONE\nNodeToken=PTZNode1\n");
+        removeFile("tmp/onvif/Profiles.conf");
+        if (onvif)
+            setOnvifMode();
+        for (const Case& c : cases) {
+            CgiResult r = call(c.body);
+            EXPECT_EQ(r.status, onvif ? c.onvifStatus : c.legacyStatus) << onvif << " " << c.body;
+            EXPECT_NE(r.envelopeBody.find(onvif ? c.onvifHas : c.legacyHas), std::string::npos)
+                << onvif << " " << c.body << "\n" << r.envelopeBody;
+        }
+    }
+}
+
 // The key is read from the start of a line, and anything but "onvif" is the
 // camera's own behaviour.
 TEST_F(Modes, OnlyTheWholeKeySwitches)
@@ -159,6 +193,19 @@ TEST_F(Modes, OnlyTheWholeKeySwitches)
     }
     writeFile("tmp/onvif/onvif.conf", "Conformance.Mode=onvif\r\n");
     EXPECT_NE(call("<tds:NoSuchAction/>").envelopeBody.find("ActionNotSupported"), std::string::npos);
+}
+
+TEST(SchemaValues, DurationsAndUris)
+{
+    for (const char* yes : {"PT10S", "P1D", "P1Y2M3DT4H5M6.5S", "-PT1M", "PT0S", "P0D"})
+        EXPECT_TRUE(isDurationText(yes)) << yes;
+    for (const char* no : {"", "P", "PT", "P1DT", "PT1", "10S", "PT1S5M", "P1.5D", "PT.5S", "PT1.S", "<b>PT1S",
+                           "PT1S ", "invalid"})
+        EXPECT_FALSE(isDurationText(no)) << no;
+    for (const char* yes : {"onvif://www.onvif.org/name/Camera", "onvif://x/a%20b", "urn:x?y=1#z"})
+        EXPECT_TRUE(isUriText(yes)) << yes;
+    for (const char* no : {"", "a b", "a<b", "a%2", "a%zz", "a\"b", "a\\b", "tab\there"})
+        EXPECT_FALSE(isUriText(no)) << no;
 }
 
 }  // namespace
