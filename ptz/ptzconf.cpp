@@ -335,7 +335,8 @@ static void writeNoConfigurationFault(const char* token)
     char detail[300];
     snprintf(detail, sizeof detail, "The requested configuration %s does not exist.",
              token);
-    writeSenderFault2("Action", "NoConfig", "The requested configuration does not exist.", detail);
+    writeSenderFault2(onvifMode() ? "InvalidArgVal" : "Action", "NoConfig", "The requested configuration does not exist.",
+                      detail);
 }
 
 void GetConfiguration()

@@ -54,6 +54,13 @@ TEST_F(Modes, ActionsByModeAndNamespace)
         // attribute the schema refuses.
         {"<tan:GetAnalyticsModules xmlns:tan=\"http://www.onvif.org/ver20/analytics/wsdl\"/>", 500,
          "SOAP-ENV:encodingStyle", 500, GENERIC},
+        // Faults as the standard lists them per operation.
+        {"<tptz:GetConfiguration><tptz:PTZConfigurationToken>Nope</tptz:PTZConfigurationToken></tptz:GetConfiguration>",
+         400, "ter:Action</SOAP-ENV:Value><SOAP-ENV:Subcode><SOAP-ENV:Value>ter:NoConfig", 400,
+         "ter:InvalidArgVal</SOAP-ENV:Value><SOAP-ENV:Subcode><SOAP-ENV:Value>ter:NoConfig"},
+        {"<tptz:GotoPreset><tptz:ProfileToken>Profile1</tptz:ProfileToken><tptz:PresetToken>Nope</tptz:PresetToken>"
+         "</tptz:GotoPreset>",
+         400, "must be integer", 400, "ter:InvalidArgVal</SOAP-ENV:Value><SOAP-ENV:Subcode><SOAP-ENV:Value>ter:NoToken"},
         // Forms the schema takes.
         {"<tmd:GetRelayOutputOptions/>", 200, "<tmd:Discrete>False</tmd:Discrete>", 200,
          "<tmd:Discrete>false</tmd:Discrete>"},
