@@ -4,6 +4,7 @@
 #include "state/schema_values.h"
 #include "tests/fixture.h"
 
+#include <functional>
 #include <regex>
 
 namespace {
@@ -12,6 +13,15 @@ const char ACTION_NOT_SUPPORTED[] =
     "<SOAP-ENV:Value>SOAP-ENV:Receiver</SOAP-ENV:Value><SOAP-ENV:Subcode><SOAP-ENV:Value>ter:ActionNotSupported"
     "</SOAP-ENV:Value>";
 const char GENERIC[] = "<SOAP-ENV:Value>ter:Action</SOAP-ENV:Value>";
+
+// Each request in both modes: the status and a text the answer holds.
+struct Case {
+    const char* body;
+    int legacyStatus;
+    const char* legacyHas;
+    int onvifStatus;
+    const char* onvifHas;
+};
 
 class Modes : public CameraTest {
 protected:
@@ -22,15 +32,27 @@ protected:
         word(ZOOM_WORD) = LENS_DOME;
         word(IO_LAYOUT_WORD) = IO_LAYOUT_HEAD;
     }
-};
-
-// Each request in both modes: the status and a text the answer holds.
-struct Case {
-    const char* body;
-    int legacyStatus;
-    const char* legacyHas;
-    int onvifStatus;
-    const char* onvifHas;
+    // The cases in the legacy mode, then in the ONVIF mode; prepare runs
+    // before each pass.
+    template <size_t N>
+    void inBothModes(const Case (&cases)[N], const std::function<void()>& prepare = nullptr)
+    {
+        for (int onvif = 0; onvif <= 1; ++onvif) {
+            if (prepare)
+                prepare();
+            if (onvif)
+                setOnvifMode();
+            for (const Case& c : cases) {
+                CgiResult r = call(c.body);
+                EXPECT_EQ(r.status, onvif ? c.onvifStatus : c.legacyStatus) << onvif << " " << c.body;
+                EXPECT_NE(r.envelopeBody.find(onvif ? c.onvifHas : c.legacyHas), std::string::npos)
+                    << onvif << " " << c.body << "\n" << r.envelopeBody;
+                if (onvif) {
+                    EXPECT_EQ(r.envelopeBody.find("encodingStyle"), std::string::npos) << c.body;
+                }
+            }
+        }
+    }
 };
 
 TEST_F(Modes, ActionsByModeAndNamespace)
@@ -72,19 +94,7 @@ TEST_F(Modes, ActionsByModeAndNamespace)
         {"<tev:PullMessages><tev:Timeout>PT2M</tev:Timeout><tev:MessageLimit>1</tev:MessageLimit></tev:PullMessages>",
          200, "<tev:MaxTimeout>PT60S</tev:MaxTimeout>", 400, "<tev:PullMessagesFaultResponse><tev:MaxTimeout>PT60S"},
     };
-    for (int onvif = 0; onvif <= 1; ++onvif) {
-        if (onvif)
-            setOnvifMode();
-        for (const Case& c : cases) {
-            CgiResult r = call(c.body);
-            EXPECT_EQ(r.status, onvif ? c.onvifStatus : c.legacyStatus) << onvif << " " << c.body;
-            EXPECT_NE(r.envelopeBody.find(onvif ? c.onvifHas : c.legacyHas), std::string::npos)
-                << onvif << " " << c.body << "\n" << r.envelopeBody;
-            if (onvif) {
-                EXPECT_EQ(r.envelopeBody.find("encodingStyle"), std::string::npos) << c.body;
-            }
-        }
-    }
+    inBothModes(cases);
 }
 
 // Every xs:dateTime the ONVIF mode writes carries its zone; the legacy mode
@@ -174,18 +184,10 @@ TEST_F(Modes, StoredValuesAndAnswersTheSchemaTakes)
         {"<trt:GetProfiles/>", 200, "<trt:GetProfilesResponse>", 200,
          "<trt:GetProfilesResponse></trt:GetProfilesResponse>"},
     };
-    for (int onvif = 0; onvif <= 1; ++onvif) {
+    inBothModes(cases, [this] {
         writeFile("usr/apache/htdocs/onvif/PTZConfig1.PTZConf", "Name=x\nUseCount=NONE\nNodeToken=PTZNode1\n");
         removeFile("tmp/onvif/Profiles.conf");
-        if (onvif)
-            setOnvifMode();
-        for (const Case& c : cases) {
-            CgiResult r = call(c.body);
-            EXPECT_EQ(r.status, onvif ? c.onvifStatus : c.legacyStatus) << onvif << " " << c.body;
-            EXPECT_NE(r.envelopeBody.find(onvif ? c.onvifHas : c.legacyHas), std::string::npos)
-                << onvif << " " << c.body << "\n" << r.envelopeBody;
-        }
-    }
+    });
 }
 
 // The key is read from the start of a line, and anything but "onvif" is the
