@@ -190,6 +190,32 @@ TEST_F(Modes, StoredValuesAndAnswersTheSchemaTakes)
     });
 }
 
+// A pull hands over whole messages only; a line the schema would refuse
+// is dropped from the event file, not passed on.
+TEST_F(Modes, PulledMessagesAreWhole)
+{
+    setOnvifMode();
+    const std::string to = "<wsa5:To xmlns:wsa5=\"http://www.w3.org/2005/08/addressing\">"
+                           "http://192.168.0.100/onvif/device_service?Idx=0</wsa5:To>";
+    const std::string pull =
+        "<tev:PullMessages><tev:Timeout>PT1S</tev:Timeout><tev:MessageLimit>5</tev:MessageLimit></tev:PullMessages>";
+    ASSERT_EQ(call("<tev:CreatePullPointSubscription/>").status, 200);
+    ASSERT_EQ(run(soap(pull, to)).status, 200);  // the initial states
+    const std::string whole =
+        "<wsnt:NotificationMessage><wsnt:Topic Dialect=\"http://docs.oasis-open.org/wsn/t-1/TopicExpression/Simple\">"
+        "tns1:VideoSource/MotionAlarm</wsnt:Topic><wsnt:Message><tt:Message UtcTime=\"2026-11-24T10:00:00Z\" "
+        "PropertyOperation=\"Changed\"><tt:Source><tt:SimpleItem Name=\"Source\" Value=\"VideoSource1\"></tt:SimpleItem>"
+        "</tt:Source><tt:Data><tt:SimpleItem Name=\"State\" Value=\"true\"></tt:SimpleItem></tt:Data></tt:Message>"
+        "</wsnt:Message></wsnt:NotificationMessage>\n";
+    writeFile("tmp/onvif/eventfile1", "<wsnt:NotificationMessage>one</wsnt:NotificationMessage>\n" + whole +
+                                          "<wsnt:NotificationMessage><wsnt:Message>\n");
+    CgiResult r = run(soap(pull, to));
+    EXPECT_EQ(r.status, 200);
+    EXPECT_NE(r.envelopeBody.find("</tev:TerminationTime>" + whole + "</tev:PullMessagesResponse>"), std::string::npos)
+        << r.envelopeBody;
+    EXPECT_EQ(readFile("tmp/onvif/eventfile1"), "");
+}
+
 // The key is read from the start of a line, and anything but "onvif" is the
 // camera's own behaviour.
 TEST_F(Modes, OnlyTheWholeKeySwitches)
