@@ -3,7 +3,7 @@
 #include "frame/dispatch.h"
 #include "frame/frame.h"
 #include "frame/handlers.h"
-#include "frame/not_supported.h"
+#include "frame/standard_faults.h"
 #include "frame/xmlsearch.h"
 #include "frame/request_values.h"
 #include "state/mode.h"
@@ -184,7 +184,7 @@ static const ActionRow actionRows[] = {
     {"GetVideoSources", SVC_DEVICEIO, DeviceIoGetVideoSources, CRED_OPEN, ENV_FULL, ONVIF_ONLY},
     {"GetAudioSources", SVC_DEVICEIO, DeviceIoGetAudioSources, CRED_OPEN, ENV_FULL, ONVIF_ONLY},
     {"SetRelayOutputSettings", SVC_DEVICEIO, DeviceIoSetRelayOutputSettings, CRED_AUTH, ENV_FULL, CHANGES_STORE | ONVIF_ONLY},
-#define DEVICEIO_NOT_SUPPORTED(name) {name, SVC_DEVICEIO, answerActionNotSupported, CRED_OPEN, ENV_FULL, ONVIF_ONLY}
+#define DEVICEIO_NOT_SUPPORTED(name) {name, SVC_DEVICEIO, writeActionNotSupportedFault, CRED_OPEN, ENV_FULL, ONVIF_ONLY}
     DEVICEIO_NOT_SUPPORTED("GetAudioOutputs"),
     DEVICEIO_NOT_SUPPORTED("GetVideoOutputs"),
     DEVICEIO_NOT_SUPPORTED("GetVideoOutputConfiguration"),
@@ -251,12 +251,11 @@ const ActionRow* actionRow(const char* action)
 {
     // Authentication, dispatch and the envelope each ask for the request's
     // row: the table is walked once per name.
-    // A process that serves several requests (the fuzz target) may ask for
-    // the same name in another namespace or mode: those are part of the key.
-    static char lastAction[128];
-    static char lastNamespace[128];
-    static int lastMode = -1;
+    // A process that serves several requests (the fuzz target) may switch
+    // the mode between them: the mode and namespace are part of the key.
+    static char lastAction[128], lastNamespace[128];
     static const ActionRow* lastRow;
+    static int lastMode = -1;
     if (!action)
         return 0;
     int mode = onvifMode();
@@ -267,8 +266,8 @@ const ActionRow* actionRow(const char* action)
     if (strlen(action) < sizeof lastAction && strlen(ns) < sizeof lastNamespace) {
         memcpy(lastAction, action, strlen(action) + 1);
         memcpy(lastNamespace, ns, strlen(ns) + 1);
-        lastMode = mode;
         lastRow = found;
+        lastMode = mode;
     }
     return found;
 }
@@ -282,6 +281,10 @@ int dispatchRow(const char* action)
 void checkXML()
 {
     const ActionRow* r = actionRow(PrimaryElementName);
+    if (!r && onvifMode()) {
+        writeActionNotSupportedFault();
+        return;
+    }
     if (!r || !r->handler) {
         G_httpAck = 500;
         return;

@@ -1,6 +1,6 @@
 // One request: read the body, parse, authenticate, dispatch, print.
 #include "frame/frame.h"
-#include "frame/not_supported.h"
+#include "frame/standard_faults.h"
 #include "frame/dispatch.h"
 #include "frame/prescan.h"
 #include "frame/security.h"
@@ -99,7 +99,7 @@ int serveRequest()
     HttpStatus(G_httpAck);
     if (G_httpAck == 401)
         Print_Error_MSG_to_G_Reponse();
-    if (G_httpAck != 200 && G_httpAck != 400 && G_httpAck != 401 && !actionNotSupportedAnswered())
+    if (G_httpAck != 200 && G_httpAck != 400 && G_httpAck != 401 && !keepsOwnReceiverFault())
         writeGenericFault();
     SoapEnvStart();
     SoapBody();

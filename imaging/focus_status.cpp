@@ -1,6 +1,7 @@
 // The imaging service's focus stop and focus status. The actions share their
 // names with PTZ's; a request that names a video source is the imaging one.
 #include "imaging/imaging_request.h"
+#include "state/mode.h"
 #include "frame/frame.h"
 #include "frame/request_values.h"
 #include "state/command.h"

@@ -133,8 +133,11 @@ void GetProfiles()
     setResponse("<trt:GetProfilesResponse>");
     SettingsLines index;
     if (!openSettingsLines(&index, ONVIF_LODING_PROFILE_FILE)) {
-        // Left open on purpose: clients of this camera know the unfinished answer.
+        // Left open on purpose: clients of this camera know the unfinished
+        // answer. The ONVIF mode answers an empty list.
         logServiceError("GetProfiles", "%s", "ONVIF_LODING_PROFILE_FILE missing");
+        if (onvifMode())
+            appendResponse("</trt:GetProfilesResponse>");
         return;
     }
     char fileName[128];

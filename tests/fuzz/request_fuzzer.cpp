@@ -5,7 +5,8 @@
 // work copy that no request may leave.
 //
 // The first byte chooses the device state (authentication, variant code,
-// PTZ and IO layout, model code); the rest is the body.
+// PTZ and IO layout, model code, and with the model's last choice the ONVIF
+// mode); the rest is the body.
 //
 // One camera root serves every input: the files a request touched (seen
 // through watches on the root's directories) are checked and put back after
@@ -15,6 +16,7 @@
 #include "ptz/ptzmove.h"
 #include "state/command.h"
 #include "state/config.h"
+#include "state/mode.h"
 #include "state/shm.h"
 
 #include <errno.h>
@@ -335,11 +337,23 @@ extern "C" int LLVMFuzzerInitialize(int*, char***)
     return 0;
 }
 
+// The mode key in the root's onvif.conf, which checkAndRestore puts back.
+void chooseMode(bool onvif)
+{
+    fs::path conf = fs::path(root) / "tmp/onvif/onvif.conf";
+    std::string text = slurp(conf), from = "Conformance.Mode=legacy", to = "Conformance.Mode=onvif";
+    size_t at = text.find(from);
+    if (onvif && at != std::string::npos)
+        std::ofstream(conf, std::ios::binary | std::ios::trunc) << text.replace(at, from.size(), to);
+    forgetMode();
+}
+
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
 {
     if (size < 1 || size - 1 > MAX_CONTENT_LENGTH)
         return -1;
     chooseDeviceState(data[0]);
+    chooseMode((data[0] >> 6) == 3);
     // The body is read from memory: no file to write and open per input.
     static char body[MAX_CONTENT_LENGTH + 1];
     memcpy(body, data + 1, size - 1);
