@@ -34,27 +34,27 @@ static int videoSourceListed(const char* token)
 }
 
 // The ONVIF mode takes the video source token every other imaging action
-// takes; the camera's own focus actions name a source configuration.
-static int onvifSourceRefused()
+// takes; the camera's own focus actions name a source configuration, and
+// each answers an unknown one with its own fault. 0 after a fault.
+static int focusSourceAccepted(const char* subcode, const char* subcode2, const char* reason)
 {
     char source[65];
-    return refuseWithoutImaging() || !readVideoSourceToken(source, sizeof source);
+    if (onvifMode())
+        return !refuseWithoutImaging() && readVideoSourceToken(source, sizeof source);
+    if (!readSourceToken(source, sizeof source))
+        return 0;
+    if (!videoSourceListed(source)) {
+        writeSenderFault2(subcode, subcode2, reason, reason);
+        return 0;
+    }
+    return 1;
 }
 
 void ImagingStop()
 {
-    char source[65];
-    if (onvifMode()) {
-        if (onvifSourceRefused())
-            return;
-    } else if (!readSourceToken(source, sizeof source)) {
+    if (!focusSourceAccepted("ActionNotSupported", "NoImagingForSource",
+                             "The requested VideoSource does not support imaging settings."))
         return;
-    } else if (!videoSourceListed(source)) {
-        writeSenderFault2("ActionNotSupported", "NoImagingForSource",
-                          "The requested VideoSource does not support imaging settings.",
-                          "The requested VideoSource does not support imaging settings.");
-        return;
-    }
     const CommandArg args[] = {{"QUERY_STRING", "continuousfocusmove"}, {"continuousfocusmove", "0"}};
     runCameraProgramWith("com/ptz.cgi", args, 2);
     // The camera always answered the focus stop in the schema namespace; the
@@ -64,17 +64,8 @@ void ImagingStop()
 
 void ImagingGetStatus()
 {
-    char source[65];
-    if (onvifMode()) {
-        if (onvifSourceRefused())
-            return;
-    } else if (!readSourceToken(source, sizeof source)) {
+    if (!focusSourceAccepted("InvalidArgVal", "NoSource", "The requested VideoSource does not exist."))
         return;
-    } else if (!videoSourceListed(source)) {
-        writeSenderFault2("InvalidArgVal", "NoSource", "The requested VideoSource does not exist.",
-                          "The requested VideoSource does not exist.");
-        return;
-    }
     setResponse("<timg:GetStatusResponse><timg:Status><tt:FocusStatus20><tt:Position>0.00</tt:Position>"
                 "<tt:MoveStatus>IDLE</tt:MoveStatus></tt:FocusStatus20></timg:Status></timg:GetStatusResponse>");
 }

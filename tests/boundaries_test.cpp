@@ -104,9 +104,7 @@ TEST_F(Boundaries, MarkupInValuesNeverBecomesMarkup)
 
 TEST_F(Boundaries, AnAnswerTooLargeIsTheGenericFaultNotACutBody)
 {
-    word(PAN_TILT_WORD) = PAN_TILT_INTEGRATED;
-    word(ZOOM_WORD) = LENS_DOME;
-    word(IO_LAYOUT_WORD) = IO_LAYOUT_HEAD;
+    useIntegratedDome();
     word(ZOOM_MODULE_WORD) = ZOOM_MODULE_2489;
     std::string store;
     for (int i = 1; i <= 255; ++i)

@@ -243,3 +243,10 @@ void CameraTest::writeFile(const std::string& rel, const std::string& content) c
 bool CameraTest::exists(const std::string& rel) const { return access(path(rel).c_str(), F_OK) == 0; }
 
 void CameraTest::removeFile(const std::string& rel) const { unlink(path(rel).c_str()); }
+
+void CameraTest::useIntegratedDome()
+{
+    word(PAN_TILT_WORD) = PAN_TILT_INTEGRATED;
+    word(ZOOM_WORD) = LENS_DOME;
+    word(IO_LAYOUT_WORD) = IO_LAYOUT_HEAD;
+}

@@ -53,6 +53,8 @@ protected:
 
     // A segment word, by its name in state/shm_words.h.
     int& word(int n) { return words[n]; }
+    // The integrated PTZ dome with its IO layout, as most PTZ tests want it.
+    void useIntegratedDome();
 
     std::string root;
     int* words = nullptr;

@@ -28,9 +28,7 @@ protected:
     void SetUp() override
     {
         CameraTest::SetUp();
-        word(PAN_TILT_WORD) = PAN_TILT_INTEGRATED;
-        word(ZOOM_WORD) = LENS_DOME;
-        word(IO_LAYOUT_WORD) = IO_LAYOUT_HEAD;
+        useIntegratedDome();
     }
     // The cases in the legacy mode, then in the ONVIF mode; prepare runs
     // before each pass.

@@ -11,9 +11,7 @@ protected:
     void SetUp() override
     {
         CameraTest::SetUp();
-        word(PAN_TILT_WORD) = PAN_TILT_INTEGRATED;
-        word(ZOOM_WORD) = LENS_DOME;
-        word(IO_LAYOUT_WORD) = IO_LAYOUT_HEAD;
+        useIntegratedDome();
     }
     static void expectWellFormed(const CgiResult& r)
     {

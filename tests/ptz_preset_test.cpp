@@ -11,9 +11,7 @@ protected:
     void SetUp() override
     {
         CameraTest::SetUp();
-        word(PAN_TILT_WORD) = PAN_TILT_INTEGRATED;
-        word(ZOOM_WORD) = LENS_DOME;
-        word(IO_LAYOUT_WORD) = IO_LAYOUT_HEAD;
+        useIntegratedDome();
         word(ZOOM_MODULE_WORD) = ZOOM_MODULE_1280;
     }
     CgiResult preset(const std::string& action, const std::string& inner = "")
