@@ -1,0 +1,261 @@
+"""Media configuration test cases: profiles, video source and encoder configurations, URIs, capabilities."""
+from registry import case, uncoded
+from soap import NS, check
+import cases_device
+import xml.etree.ElementTree as ET
+
+
+def profiles(cam):
+    return cam.ok("trt:GetProfiles").all("trt:Profiles")
+
+
+def token_of(element, path):
+    found = element.find(path, NS)
+    return found.get("token") if found is not None else None
+
+
+@case("MEDIA-1-1-1", "media")
+def profile_configuration(cam, f):
+    listed = profiles(cam)
+    check(listed, "no profiles")
+    for profile in listed:
+        one = cam.ok("trt:GetProfile", "<trt:ProfileToken>%s</trt:ProfileToken>" % profile.get("token")).one("trt:Profile")
+        check(one.get("token") == profile.get("token"), "GetProfile token %s" % one.get("token"))
+
+
+@case("MEDIA-1-1-3", "media")
+def profiles_consistency(cam, f):
+    for profile in profiles(cam):
+        one = cam.ok("trt:GetProfile", "<trt:ProfileToken>%s</trt:ProfileToken>" % profile.get("token")).one("trt:Profile")
+        for part in ("tt:VideoSourceConfiguration", "tt:VideoEncoderConfiguration", "tt:PTZConfiguration"):
+            check(token_of(one, part) == token_of(profile, part), "%s of %s differs" % (part, profile.get("token")))
+
+
+@case("MEDIA-1-1-5", "media")
+def dynamic_profile(cam, f):
+    cam.ok("trt:CreateProfile", "<trt:Name>TestProfile</trt:Name><trt:Token>TestProfile9</trt:Token>")
+    try:
+        check(any(p.get("token") == "TestProfile9" for p in profiles(cam)), "new profile not listed")
+    finally:
+        cam.ok("trt:DeleteProfile", "<trt:ProfileToken>TestProfile9</trt:ProfileToken>")
+    check(not any(p.get("token") == "TestProfile9" for p in profiles(cam)), "deleted profile listed")
+
+
+def configurations_case(plural, singular, element):
+    def run(cam, f):
+        listed = cam.ok("trt:Get%s" % plural).all("trt:Configurations")
+        check(listed, "no %s" % plural)
+        for configuration in listed:
+            token = configuration.get("token")
+            one = cam.ok("trt:Get%s" % singular, "<trt:ConfigurationToken>%s</trt:ConfigurationToken>" % token)
+            check(one.one("trt:Configuration").get("token") == token, "%s %s" % (singular, token))
+        for profile in profiles(cam):
+            used = token_of(profile, element)
+            check(used is None or any(c.get("token") == used for c in listed), "profile uses unlisted %s" % used)
+    return run
+
+
+case("MEDIA-2-1-2", "media")(configurations_case("VideoEncoderConfigurations", "VideoEncoderConfiguration",
+                                                 "tt:VideoEncoderConfiguration"))
+case("MEDIA-2-1-8", "media")(configurations_case("VideoSourceConfigurations", "VideoSourceConfiguration",
+                                                 "tt:VideoSourceConfiguration"))
+case("MEDIA-2-2-1", "media")(configurations_case("VideoSourceConfigurations", "VideoSourceConfiguration",
+                                                 "tt:VideoSourceConfiguration"))
+case("MEDIA-2-2-2", "media")(configurations_case("VideoSourceConfigurations", "VideoSourceConfiguration",
+                                                 "tt:VideoSourceConfiguration"))
+case("MEDIA-2-3-1", "media")(configurations_case("VideoEncoderConfigurations", "VideoEncoderConfiguration",
+                                                 "tt:VideoEncoderConfiguration"))
+case("MEDIA-2-3-2", "media")(configurations_case("VideoEncoderConfigurations", "VideoEncoderConfiguration",
+                                                 "tt:VideoEncoderConfiguration"))
+
+
+@case("MEDIA-2-1-6", "media")
+def guaranteed_instances(cam, f):
+    for configuration in cam.ok("trt:GetVideoSourceConfigurations").all("trt:Configurations"):
+        answer = cam.ok("trt:GetGuaranteedNumberOfVideoEncoderInstances",
+                        "<trt:ConfigurationToken>%s</trt:ConfigurationToken>" % configuration.get("token"))
+        check(int(answer.value("trt:TotalNumber", "0")) >= 1, "TotalNumber %s" % answer.value("trt:TotalNumber"))
+
+
+@case("MEDIA-2-2-3", "media")
+def source_options(cam, f):
+    for configuration in cam.ok("trt:GetVideoSourceConfigurations").all("trt:Configurations"):
+        options = cam.ok("trt:GetVideoSourceConfigurationOptions",
+                         "<trt:ConfigurationToken>%s</trt:ConfigurationToken>" % configuration.get("token"))
+        sources = [s.text.strip() for s in options.all("trt:Options/tt:VideoSourceTokensAvailable")]
+        check(configuration.findtext("tt:SourceToken", "", NS).strip() in sources, "source token not in options")
+
+
+@case("MEDIA-2-2-5", "media")
+def sources_consistency(cam, f):
+    sources = [s.get("token") for s in cam.ok("trt:GetVideoSources").all("trt:VideoSources")]
+    for configuration in cam.ok("trt:GetVideoSourceConfigurations").all("trt:Configurations"):
+        check(configuration.findtext("tt:SourceToken", "", NS).strip() in sources, "unknown source token")
+
+
+@case("MEDIA-2-3-3", "media")
+def encoder_options(cam, f):
+    for configuration in cam.ok("trt:GetVideoEncoderConfigurations").all("trt:Configurations"):
+        options = cam.ok("trt:GetVideoEncoderConfigurationOptions",
+                         "<trt:ConfigurationToken>%s</trt:ConfigurationToken>" % configuration.get("token"))
+        encoding = configuration.findtext("tt:Encoding", "", NS).strip()
+        check(options.all("trt:Options/tt:" + ("H264" if encoding == "H264" else encoding)),
+              "encoding %s has no options" % encoding)
+
+
+@case("MEDIA-2-1-11", "media", "h264")
+def h264_configuration(cam, f):
+    configuration = next(c for c in cam.ok("trt:GetVideoEncoderConfigurations").all("trt:Configurations")
+                         if c.findtext("tt:Encoding", "", NS).strip() == "H264")
+    token = configuration.get("token")
+    before = cam.ok("trt:GetVideoEncoderConfiguration", "<trt:ConfigurationToken>%s</trt:ConfigurationToken>" % token)
+    text = ET.tostring(before.one("trt:Configuration"), encoding="unicode")
+    body = text.replace("trt:Configuration", "trt:Configuration", 1)
+    cam.ok("trt:SetVideoEncoderConfiguration", body + "<trt:ForcePersistence>true</trt:ForcePersistence>")
+    after = cam.ok("trt:GetVideoEncoderConfiguration", "<trt:ConfigurationToken>%s</trt:ConfigurationToken>" % token)
+    check(after.value("trt:Configuration/tt:Encoding") == "H264", "encoding changed")
+
+
+@case("MEDIA-4-1-2", "media", "ptz")
+def ptz_configurations_in_profiles(cam, f):
+    listed = [c.get("token") for c in cam.ok("tptz:GetConfigurations").all("tptz:PTZConfiguration")]
+    for profile in profiles(cam):
+        used = token_of(profile, "tt:PTZConfiguration")
+        check(used is None or used in listed, "profile PTZ configuration %s unlisted" % used)
+
+
+@case("MEDIA-6-1-1", "media")
+def snapshot_uri(cam, f):
+    for profile in profiles(cam):
+        uri = cam.ok("trt:GetSnapshotUri", "<trt:ProfileToken>%s</trt:ProfileToken>" % profile.get("token"))
+        check(uri.value("trt:MediaUri/tt:Uri", "").startswith("http"), "snapshot uri %s" % uri.value("trt:MediaUri/tt:Uri"))
+
+
+@case("MEDIA-7-1-2", "media")
+def stream_uri_fault(cam, f):
+    cam.refused("trt:GetStreamUri", "<trt:StreamSetup><tt:Stream>RTP-Unicast</tt:Stream><tt:Transport>"
+                "<tt:Protocol>RTSP</tt:Protocol></tt:Transport></trt:StreamSetup>"
+                "<trt:ProfileToken>NoSuchProfile</trt:ProfileToken>", "Sender", "InvalidArgVal", "NoProfile")
+
+
+@case("MEDIA-7-1-4", "media")
+def stream_uri_invalid_setup(cam, f):
+    token = profiles(cam)[0].get("token")
+    cam.refused("trt:GetStreamUri", "<trt:StreamSetup><tt:Stream>RTP-Unicast</tt:Stream><tt:Transport>"
+                "<tt:Protocol>NoSuchProtocol</tt:Protocol></tt:Transport></trt:StreamSetup>"
+                "<trt:ProfileToken>%s</trt:ProfileToken>" % token, "Sender")
+
+
+@case("MEDIA-7-1-5", "media")
+def multicast_invalid(cam, f):
+    cam.refused("trt:StartMulticastStreaming", "<trt:ProfileToken>NoSuchProfile</trt:ProfileToken>",
+                "Sender", "InvalidArgVal", "NoProfile")
+
+
+@case("MEDIA-8-1-1", "media")
+def media_capabilities(cam, f):
+    answer = cam.ok("trt:GetServiceCapabilities")
+    answer.one("trt:Capabilities/trt:ProfileCapabilities")
+    answer.one("trt:Capabilities/trt:StreamingCapabilities")
+
+
+@case("MEDIA-8-1-2", "media")
+def media_capabilities_agree(cam, f):
+    cases_device.service_capabilities_agree(cam, NS["trt"], "trt:GetServiceCapabilities")
+
+
+# Audio: the same reads and consistency checks as video, where the camera reports an audio source.
+for _id, _plural, _singular, _element in (
+        ("MEDIA-3-1-22", "AudioSourceConfigurations", "AudioSourceConfiguration", "tt:AudioSourceConfiguration"),
+        ("MEDIA-3-2-1", "AudioSourceConfigurations", "AudioSourceConfiguration", "tt:AudioSourceConfiguration"),
+        ("MEDIA-3-2-2", "AudioSourceConfigurations", "AudioSourceConfiguration", "tt:AudioSourceConfiguration"),
+        ("MEDIA-3-1-23", "AudioEncoderConfigurations", "AudioEncoderConfiguration", "tt:AudioEncoderConfiguration"),
+        ("MEDIA-3-3-1", "AudioEncoderConfigurations", "AudioEncoderConfiguration", "tt:AudioEncoderConfiguration"),
+        ("MEDIA-3-3-2", "AudioEncoderConfigurations", "AudioEncoderConfiguration", "tt:AudioEncoderConfiguration")):
+    case(_id, "media", "audio")(configurations_case(_plural, _singular, _element))
+
+
+def audio_source_options(cam, f):
+    for configuration in cam.ok("trt:GetAudioSourceConfigurations").all("trt:Configurations"):
+        options = cam.ok("trt:GetAudioSourceConfigurationOptions",
+                         "<trt:ConfigurationToken>%s</trt:ConfigurationToken>" % configuration.get("token"))
+        inputs = [s.text.strip() for s in options.all("trt:Options/tt:InputTokensAvailable")]
+        check(configuration.findtext("tt:SourceToken", "", NS).strip() in inputs, "source token not in options")
+
+
+case("MEDIA-3-1-7", "media", "audio")(audio_source_options)
+case("MEDIA-3-2-3", "media", "audio")(audio_source_options)
+
+
+@case("MEDIA-3-2-5", "media", "audio")
+def audio_sources_consistency(cam, f):
+    sources = [s.get("token") for s in cam.ok("trt:GetAudioSources").all("trt:AudioSources")]
+    for configuration in cam.ok("trt:GetAudioSourceConfigurations").all("trt:Configurations"):
+        check(configuration.findtext("tt:SourceToken", "", NS).strip() in sources, "unknown audio source token")
+
+
+def audio_encoder_options(cam, f):
+    for configuration in cam.ok("trt:GetAudioEncoderConfigurations").all("trt:Configurations"):
+        options = cam.ok("trt:GetAudioEncoderConfigurationOptions",
+                         "<trt:ConfigurationToken>%s</trt:ConfigurationToken>" % configuration.get("token"))
+        encoding = configuration.findtext("tt:Encoding", "", NS).strip()
+        offered = [o for o in options.all("trt:Options/tt:Options") if o.findtext("tt:Encoding", "", NS).strip() == encoding]
+        check(offered, "encoding %s not offered" % encoding)
+        rates = [int(r.text) for o in offered for r in o.findall("tt:SampleRateList/tt:Items", NS)]
+        check(not rates or int(configuration.findtext("tt:SampleRate", "0", NS)) in rates, "sample rate not offered")
+
+
+case("MEDIA-3-3-3", "media", "audio")(audio_encoder_options)
+case("MEDIA-3-3-11", "media", "audio")(audio_encoder_options)
+
+
+def invalid_token_case(op, field, subcode):
+    def run(cam, f):
+        cam.refused(op, "<trt:%s>NoSuchToken</trt:%s>" % (field, field), "Sender", "InvalidArgVal", subcode)
+    return run
+
+
+case("MEDIA-3-1-17", "media", "audio")(invalid_token_case("trt:GetAudioSourceConfiguration", "ConfigurationToken", "NoConfig"))
+case("MEDIA-3-1-18", "media", "audio")(invalid_token_case("trt:GetAudioSourceConfigurationOptions", "ProfileToken", "NoProfile"))
+case("MEDIA-3-1-19", "media", "audio")(invalid_token_case("trt:GetAudioSourceConfigurationOptions", "ConfigurationToken",
+                                                          "NoConfig"))
+
+
+@case("MEDIA-3-1-20", "media", "audio")
+def set_audio_source_invalid(cam, f):
+    source = cam.ok("trt:GetAudioSources").all("trt:AudioSources")[0].get("token")
+    cam.refused("trt:SetAudioSourceConfiguration", '<trt:Configuration token="NoSuchToken"><tt:Name>x</tt:Name>'
+                "<tt:UseCount>1</tt:UseCount><tt:SourceToken>%s</tt:SourceToken></trt:Configuration>"
+                "<trt:ForcePersistence>true</trt:ForcePersistence>" % source, "Sender", "InvalidArgVal", "NoConfig")
+
+
+def set_audio_encoder(encoding):
+    def run(cam, f):
+        listed = [c for c in cam.ok("trt:GetAudioEncoderConfigurations").all("trt:Configurations")
+                  if encoding is None or c.findtext("tt:Encoding", "", NS).strip() == encoding]
+        check(listed, "no %s configuration" % encoding)
+        cam.ok("trt:SetAudioEncoderConfiguration", ET.tostring(listed[0], encoding="unicode")
+               .replace("trt:Configurations", "trt:Configuration") + "<trt:ForcePersistence>true</trt:ForcePersistence>")
+        token = listed[0].get("token")
+        after = cam.ok("trt:GetAudioEncoderConfiguration", "<trt:ConfigurationToken>%s</trt:ConfigurationToken>" % token)
+        check(after.value("trt:Configuration/tt:Encoding") == listed[0].findtext("tt:Encoding", "", NS), "encoding changed")
+    return run
+
+
+case("MEDIA-3-1-21", "media", "audio")(set_audio_encoder(None))
+case("MEDIA-3-1-14", "media", "audio", "g711")(set_audio_encoder("G711"))
+case("MEDIA-3-1-15", "media", "audio", "g726")(set_audio_encoder("G726"))
+case("MEDIA-3-1-16", "media", "audio", "aac")(set_audio_encoder("AAC"))
+for _n in (4, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16, 17):
+    case("MEDIA-3-4-%d" % _n, "media", "audio output")(uncoded("an audio output"))
+case("MEDIA-2-1-9", "jpeg")(uncoded("JPEG"))
+case("MEDIA-2-1-10", "mpeg4")(uncoded("MPEG4"))
+@case("MEDIA-5-1-3", "media", "metadata")
+def metadata_configuration(cam, f):
+    for configuration in cam.ok("trt:GetMetadataConfigurations").all("trt:Configurations"):
+        token = configuration.get("token")
+        one = cam.ok("trt:GetMetadataConfiguration", "<trt:ConfigurationToken>%s</trt:ConfigurationToken>" % token)
+        check(one.one("trt:Configuration").get("token") == token, "metadata configuration %s" % token)
+        cam.ok("trt:GetMetadataConfigurationOptions", "<trt:ConfigurationToken>%s</trt:ConfigurationToken>" % token)
+        cam.ok("trt:SetMetadataConfiguration", ET.tostring(one.one("trt:Configuration"), encoding="unicode")
+               + "<trt:ForcePersistence>true</trt:ForcePersistence>")

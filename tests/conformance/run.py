@@ -1,0 +1,111 @@
+"""The conformance flow: runs the device test cases that apply to the simulated camera, by test case
+ID, and prints (or writes, CONFORMANCE_REPORT=FILE) the table of results. Run by
+tests/client_flow_test.sh conformance, which starts the camera and sets ONVIF_PORT and the rest.
+  run.py [ID-PREFIX...]      only the cases whose ID starts with one of the prefixes
+A case listed in expected-failures (ID, then why) may fail; one that passes there fails the flow,
+so the list only shrinks."""
+import os
+import subprocess
+import sys
+import time
+import traceback
+
+sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
+import features  # noqa: E402
+import registry  # noqa: E402
+from soap import Camera  # noqa: E402
+# One module per test specification; events and security cases join as their own modules.
+import cases_device, cases_discovery, cases_media, cases_ptz, cases_imaging, cases_deviceio  # noqa: E402,F401
+
+HERE = os.path.dirname(os.path.abspath(__file__))
+
+
+def expected_failures():
+    known = {}
+    with open(os.path.join(HERE, "expected-failures")) as f:
+        for line in f:
+            line = line.strip()
+            if line and not line.startswith("#"):
+                case_id, _, why = line.partition(" ")
+                known[case_id] = why.strip()
+    return known
+
+
+# The test specifications this flow covers, by case ID prefix; events and security join later.
+SCOPE = ("DEVICE-", "DISCOVERY-", "MEDIA-", "PTZ-", "IMAGING-", "DEVICEIO-")
+
+
+def specification_cases():
+    """Every case ID of the covered test specifications, from the documents' own tool where present."""
+    tool = os.path.join(os.environ.get("ONVIF_TOP", os.path.join(HERE, "..", "..")), "..", "shared", "onvif-docs", "testcase")
+    if not os.path.exists(tool):
+        return []
+    listing = subprocess.run([sys.executable, tool, "list"], capture_output=True, text=True, timeout=60).stdout
+    ids = [line.split()[0] for line in listing.splitlines() if line.strip()]
+    return [i for i in ids if i.startswith(SCOPE)]
+
+
+def order(case_id):
+    head, *numbers = case_id.split("-")
+    return (head, [int(n) for n in numbers if n.isdigit()])
+
+
+def main():
+    prefixes = sys.argv[1:]
+    cam = Camera(int(os.environ["ONVIF_PORT"]))
+    found = features.discover(cam)
+    known = expected_failures()
+    rows, unexpected = [], []
+    started = time.time()
+    for case_id in sorted(registry.CASES, key=order):
+        if prefixes and not any(case_id.startswith(p) for p in prefixes):
+            continue
+        needs, fn = registry.CASES[case_id]
+        lacking = [n for n in needs if not found.get(n)]
+        if lacking:
+            rows.append((case_id, "does not apply", features.MISSING.get(lacking[0], "the camera has no " + lacking[0])))
+            print("N/A  %s (%s)" % (case_id, rows[-1][2]), flush=True)
+            continue
+        try:
+            fn(cam, found)
+            result, detail = "pass", ""
+        except Exception as e:  # every failure is a row of the table
+            result, detail = "fail", "%s" % e
+            traceback.print_exc(file=sys.stdout)
+        if result == "fail" and case_id in known:
+            result, detail = "known failure", known[case_id]
+        elif result == "fail" or case_id in known:
+            unexpected.append(case_id)
+            if case_id in known:
+                detail = "passes now: remove it from expected-failures"
+        rows.append((case_id, result, " ".join(detail.split())[:300]))
+        print("%s %s %s" % (result.upper(), case_id, detail[:300]), flush=True)
+    listed = {row[0] for row in rows}
+    for table, result in ((registry.NOT_APPLICABLE, "does not apply"), (registry.NOT_CODED, "not run")):
+        for case_id, reason in table.items():
+            if case_id not in listed and (not prefixes or any(case_id.startswith(p) for p in prefixes)):
+                rows.append((case_id, result, reason))
+                listed.add(case_id)
+    for case_id in specification_cases():
+        if case_id not in listed and (not prefixes or any(case_id.startswith(p) for p in prefixes)):
+            rows.append((case_id, "not run", "not coded yet"))
+    rows.sort(key=lambda row: order(row[0]))
+    table = ["| Test case | Result | Note |", "|---|---|---|"]
+    table += ["| %s | %s | %s |" % (i, r, d.replace("|", "/")) for i, r, d in rows]
+    counts = {}
+    for _, result, _ in rows:
+        counts[result] = counts.get(result, 0) + 1
+    summary = ", ".join("%d %s" % (n, r) for r, n in sorted(counts.items()))
+    print("\n".join(table))
+    print("conformance: %s in %.0f s" % (summary, time.time() - started))
+    report = os.environ.get("CONFORMANCE_REPORT")
+    if report:
+        with open(report, "w") as f:
+            f.write("\n".join(table) + "\n\n" + summary + "\n")
+    if unexpected:
+        print("conformance: unexpected results: %s" % " ".join(unexpected))
+    return 1 if unexpected else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())
