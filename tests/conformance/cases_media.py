@@ -230,15 +230,30 @@ def set_audio_source_invalid(cam, f):
 
 
 def set_audio_encoder(encoding):
+    """Sets the first audio encoder configuration to an encoding (its own where None) with the first bit
+    rate and sample rate its options offer, reads it back, and puts the original back."""
     def run(cam, f):
-        listed = [c for c in cam.ok("trt:GetAudioEncoderConfigurations").all("trt:Configurations")
-                  if encoding is None or c.findtext("tt:Encoding", "", NS).strip() == encoding]
-        check(listed, "no %s configuration" % encoding)
-        cam.ok("trt:SetAudioEncoderConfiguration", ET.tostring(listed[0], encoding="unicode")
-               .replace("trt:Configurations", "trt:Configuration") + "<trt:ForcePersistence>true</trt:ForcePersistence>")
-        token = listed[0].get("token")
+        original = cam.ok("trt:GetAudioEncoderConfigurations").all("trt:Configurations")[0]
+        token = original.get("token")
+        want = encoding or original.findtext("tt:Encoding", "", NS).strip()
+        options = cam.ok("trt:GetAudioEncoderConfigurationOptions",
+                         "<trt:ConfigurationToken>%s</trt:ConfigurationToken>" % token)
+        offered = [o for o in options.all("trt:Options/tt:Options") if o.findtext("tt:Encoding", "", NS).strip() == want]
+        check(offered, "%s not offered" % want)
+        bitrate = offered[0].findtext("tt:BitrateList/tt:Items", "", NS).strip()
+        rate = offered[0].findtext("tt:SampleRateList/tt:Items", "", NS).strip()
+        changed = ET.fromstring(ET.tostring(original))
+        changed.tag = "{%s}Configuration" % NS["trt"]
+        for name, value in (("Encoding", want), ("Bitrate", bitrate), ("SampleRate", rate)):
+            changed.find("tt:" + name, NS).text = value
+        keep = "<trt:ForcePersistence>true</trt:ForcePersistence>"
+        cam.ok("trt:SetAudioEncoderConfiguration", ET.tostring(changed, encoding="unicode") + keep)
         after = cam.ok("trt:GetAudioEncoderConfiguration", "<trt:ConfigurationToken>%s</trt:ConfigurationToken>" % token)
-        check(after.value("trt:Configuration/tt:Encoding") == listed[0].findtext("tt:Encoding", "", NS), "encoding changed")
+        for name, value in (("Encoding", want), ("Bitrate", bitrate), ("SampleRate", rate)):
+            check(after.value("trt:Configuration/tt:" + name) == value,
+                  "%s %s after setting %s" % (name, after.value("trt:Configuration/tt:" + name), value))
+        original.tag = "{%s}Configuration" % NS["trt"]
+        cam.ok("trt:SetAudioEncoderConfiguration", ET.tostring(original, encoding="unicode") + keep)
     return run
 
 

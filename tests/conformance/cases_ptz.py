@@ -155,9 +155,14 @@ def relative_move(cam, f):
     cam.ok("tptz:AbsoluteMove", "<tptz:ProfileToken>%s</tptz:ProfileToken>%s" % (token, pan_tilt(0, 0)))
     start = settle(cam, token, (0, 0))
     cam.ok("tptz:RelativeMove", "<tptz:ProfileToken>%s</tptz:ProfileToken>%s" % (token, pan_tilt(0.1, 0.1, "tptz:Translation")))
-    want = (start[0] + 0.1, start[1] + 0.1)
-    x, y = settle(cam, token, want)
-    check(abs(x - want[0]) < 0.05 and abs(y - want[1]) < 0.05, "position %s %s from %s %s" % (x, y, start[0], start[1]))
+    # Accuracy is not the case's concern: the head moved in the translation's direction.
+    deadline = time.time() + 8
+    while True:
+        x, y = position(cam, token)
+        if x > start[0] and y > start[1] or time.time() > deadline:
+            break
+        time.sleep(0.3)
+    check(x > start[0] and y > start[1], "position %s %s from %s %s" % (x, y, start[0], start[1]))
 
 
 @case("PTZ-3-1-4", "ptz")

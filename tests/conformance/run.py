@@ -1,7 +1,7 @@
 """The conformance flow: runs the device test cases that apply to the simulated camera, by test case
 ID, and prints (or writes, CONFORMANCE_REPORT=FILE) the table of results. Run by
 tests/client_flow_test.sh conformance, which starts the camera and sets ONVIF_PORT and the rest.
-  run.py [ID-PREFIX...]      only the cases whose ID starts with one of the prefixes
+  run.py [ID-PREFIX...]      only the cases whose ID starts with one of the prefixes (or CONFORMANCE_CASES)
 A case listed in expected-failures (ID, then why) may fail; one that passes there fails the flow,
 so the list only shrinks."""
 import os
@@ -51,7 +51,7 @@ def order(case_id):
 
 
 def main():
-    prefixes = sys.argv[1:]
+    prefixes = sys.argv[1:] or os.environ.get("CONFORMANCE_CASES", "").split()
     cam = Camera(int(os.environ["ONVIF_PORT"]))
     found = features.discover(cam)
     known = expected_failures()
@@ -66,12 +66,15 @@ def main():
             rows.append((case_id, "does not apply", features.MISSING.get(lacking[0], "the camera has no " + lacking[0])))
             print("N/A  %s (%s)" % (case_id, rows[-1][2]), flush=True)
             continue
+        cam.log = []
         try:
             fn(cam, found)
             result, detail = "pass", ""
         except Exception as e:  # every failure is a row of the table
             result, detail = "fail", "%s" % e
             traceback.print_exc(file=sys.stdout)
+            if cam.log:
+                print("last request: %s\nits answer: %s" % (cam.log[-1][0][-1500:], cam.log[-1][1].text[-1500:]))
         if result == "fail" and case_id in known:
             result, detail = "known failure", known[case_id]
         elif result == "fail" or case_id in known:
