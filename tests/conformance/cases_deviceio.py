@@ -1,7 +1,7 @@
 """Device IO test cases: relay outputs, digital inputs, video sources, audio and serial ports."""
 import xml.etree.ElementTree as ET
 
-from registry import case, uncoded
+from registry import case, not_coded, uncoded
 from soap import NS, check
 import cases_device
 
@@ -96,3 +96,5 @@ case("DEVICEIO-4-1-1", "deviceio", "audio")(uncoded("audio"))
 case("DEVICEIO-8-1-1", "deviceio", "audio output")(uncoded("audio output"))
 for _n in range(1, 9):
     case("DEVICEIO-6-1-%d" % _n, "deviceio", "serial")(uncoded("serial ports"))
+
+not_coded("an event case: runs with the event cases (EVENT-*)", "DEVICEIO-2-1-1", "DEVICEIO-2-1-2")

@@ -1,5 +1,5 @@
 """Imaging test cases: settings and options, focus moves, status and stop, capabilities."""
-from registry import case
+from registry import case, not_coded
 from soap import NS, check
 import cases_device
 import features
@@ -154,3 +154,5 @@ case("IMAGING-2-1-3", "imaging", "absolute focus")(focus_move("Absolute", "Posit
 case("IMAGING-2-1-4", "imaging", "absolute focus")(focus_move_invalid("Absolute", "Position"))
 case("IMAGING-2-1-5", "imaging", "relative focus")(focus_move("Relative", "Distance", True))
 case("IMAGING-2-1-6", "imaging", "relative focus")(focus_move_invalid("Relative", "Distance"))
+
+not_coded("an event case: runs with the event cases (EVENT-*)", *["IMAGING-4-1-%d" % n for n in range(1, 6)])

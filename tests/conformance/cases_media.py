@@ -103,19 +103,6 @@ def encoder_options(cam, f):
               "encoding %s has no options" % encoding)
 
 
-@case("MEDIA-2-1-11", "media", "h264")
-def h264_configuration(cam, f):
-    configuration = next(c for c in cam.ok("trt:GetVideoEncoderConfigurations").all("trt:Configurations")
-                         if c.findtext("tt:Encoding", "", NS).strip() == "H264")
-    token = configuration.get("token")
-    before = cam.ok("trt:GetVideoEncoderConfiguration", "<trt:ConfigurationToken>%s</trt:ConfigurationToken>" % token)
-    text = ET.tostring(before.one("trt:Configuration"), encoding="unicode")
-    body = text.replace("trt:Configuration", "trt:Configuration", 1)
-    cam.ok("trt:SetVideoEncoderConfiguration", body + "<trt:ForcePersistence>true</trt:ForcePersistence>")
-    after = cam.ok("trt:GetVideoEncoderConfiguration", "<trt:ConfigurationToken>%s</trt:ConfigurationToken>" % token)
-    check(after.value("trt:Configuration/tt:Encoding") == "H264", "encoding changed")
-
-
 @case("MEDIA-4-1-2", "media", "ptz")
 def ptz_configurations_in_profiles(cam, f):
     listed = [c.get("token") for c in cam.ok("tptz:GetConfigurations").all("tptz:PTZConfiguration")]
@@ -263,8 +250,9 @@ case("MEDIA-3-1-15", "media", "audio", "g726")(set_audio_encoder("G726"))
 case("MEDIA-3-1-16", "media", "audio", "aac")(set_audio_encoder("AAC"))
 for _n in (4, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16, 17):
     case("MEDIA-3-4-%d" % _n, "media", "audio output")(uncoded("an audio output"))
-case("MEDIA-2-1-9", "jpeg")(uncoded("JPEG"))
-case("MEDIA-2-1-10", "mpeg4")(uncoded("MPEG4"))
+case("MEDIA-2-1-9", "media", "jpeg")(lambda cam, f: set_encodings(cam, encoders(cam), ("JPEG",)))
+case("MEDIA-2-1-10", "media", "mpeg4")(lambda cam, f: set_encodings(cam, encoders(cam), ("MPEG4",)))
+case("MEDIA-2-1-11", "media", "h264")(lambda cam, f: set_encodings(cam, encoders(cam), ("H264",)))
 @case("MEDIA-5-1-3", "media", "metadata")
 def metadata_configuration(cam, f):
     for configuration in cam.ok("trt:GetMetadataConfigurations").all("trt:Configurations"):
@@ -274,3 +262,131 @@ def metadata_configuration(cam, f):
         cam.ok("trt:GetMetadataConfigurationOptions", "<trt:ConfigurationToken>%s</trt:ConfigurationToken>" % token)
         cam.ok("trt:SetMetadataConfiguration", ET.tostring(one.one("trt:Configuration"), encoding="unicode")
                + "<trt:ForcePersistence>true</trt:ForcePersistence>")
+
+
+KINDS = {  # kind: (configurations operation, profile element, options operation, needs)
+    "video source": ("VideoSourceConfigurations", "tt:VideoSourceConfiguration", "VideoSourceConfigurationOptions", ()),
+    "video encoder": ("VideoEncoderConfigurations", "tt:VideoEncoderConfiguration", "VideoEncoderConfigurationOptions", ()),
+    "audio source": ("AudioSourceConfigurations", "tt:AudioSourceConfiguration", "AudioSourceConfigurationOptions",
+                     ("audio",)),
+    "audio encoder": ("AudioEncoderConfigurations", "tt:AudioEncoderConfiguration", "AudioEncoderConfigurationOptions",
+                      ("audio",)),
+}
+
+
+def use_count_case(kind):
+    """Each configuration's UseCount is the number of profiles that hold it."""
+    plural, element, _, _ = KINDS[kind]
+
+    def run(cam, f):
+        held = {}
+        for profile in profiles(cam):
+            token = token_of(profile, element)
+            if token:
+                held[token] = held.get(token, 0) + 1
+        for configuration in cam.ok("trt:Get" + plural).all("trt:Configurations"):
+            count = int(configuration.findtext("tt:UseCount", "0", NS))
+            check(count >= held.get(configuration.get("token"), 0),
+                  "%s UseCount %d, held by %d profiles" % (configuration.get("token"), count, held.get(configuration.get("token"), 0)))
+    return run
+
+
+def profile_options_case(kind):
+    """The options for each profile's configuration, asked by profile and by configuration, both answer."""
+    _, element, options, _ = KINDS[kind]
+
+    def run(cam, f):
+        for profile in profiles(cam):
+            token = token_of(profile, element)
+            if token:
+                cam.ok("trt:Get" + options, "<trt:ConfigurationToken>%s</trt:ConfigurationToken><trt:ProfileToken>%s"
+                       "</trt:ProfileToken>" % (token, profile.get("token"))).one("trt:Options")
+    return run
+
+
+for _id, _kind in (("MEDIA-2-2-6", "video source"), ("MEDIA-2-3-5", "video encoder"), ("MEDIA-3-2-6", "audio source"),
+                   ("MEDIA-3-3-5", "audio encoder")):
+    case(_id, "media", *KINDS[_kind][3])(use_count_case(_kind))
+for _id, _kind in (("MEDIA-2-2-4", "video source"), ("MEDIA-2-3-4", "video encoder"), ("MEDIA-3-2-4", "audio source"),
+                   ("MEDIA-3-3-4", "audio encoder")):
+    case(_id, "media", *KINDS[_kind][3])(profile_options_case(_kind))
+
+
+def with_encoding(configuration, name, offered):
+    """A copy of a video encoder configuration set to an encoding with the first resolution and the
+    shortest GOV length its options offer, as a trt:Configuration."""
+    changed = ET.fromstring(ET.tostring(configuration))
+    changed.tag = "{%s}Configuration" % NS["trt"]
+    changed.find("tt:Encoding", NS).text = name
+    resolution = offered.find("tt:ResolutionsAvailable", NS)
+    if resolution is not None:
+        for axis in ("Width", "Height"):
+            changed.find("tt:Resolution/tt:" + axis, NS).text = resolution.findtext("tt:" + axis, "", NS)
+    for section in ("tt:MPEG4", "tt:H264"):
+        for old in changed.findall(section, NS):
+            changed.remove(old)
+    if name in ("MPEG4", "H264"):
+        section = ET.Element("{%s}%s" % (NS["tt"], name))
+        ET.SubElement(section, "{%s}GovLength" % NS["tt"]).text = offered.findtext("tt:GovLengthRange/tt:Min", "1", NS)
+        profile = "Mpeg4ProfilesSupported" if name == "MPEG4" else "H264ProfilesSupported"
+        ET.SubElement(section, "{%s}%s" % (NS["tt"], "Mpeg4Profile" if name == "MPEG4" else "H264Profile")).text = \
+            offered.findtext("tt:" + profile, "SP" if name == "MPEG4" else "Main", NS)
+        place = list(changed).index(changed.find("tt:RateControl", NS)) + 1
+        changed.insert(place, section)
+    return changed
+
+
+def set_encodings(cam, configurations, wanted=("H264", "JPEG", "MPEG4")):
+    """Each wanted encoding the options offer is set on each configuration and reads back; the original goes back."""
+    done = 0
+    for configuration in configurations:
+        token = configuration.get("token")
+        options = cam.ok("trt:GetVideoEncoderConfigurationOptions",
+                         "<trt:ConfigurationToken>%s</trt:ConfigurationToken>" % token)
+        for name in wanted:
+            offered = options.all("trt:Options/tt:" + name)
+            if not offered:
+                continue
+            cam.ok("trt:SetVideoEncoderConfiguration", ET.tostring(with_encoding(configuration, name, offered[0]),
+                                                                   encoding="unicode")
+                   + "<trt:ForcePersistence>true</trt:ForcePersistence>")
+            after = cam.ok("trt:GetVideoEncoderConfiguration", "<trt:ConfigurationToken>%s</trt:ConfigurationToken>" % token)
+            check(after.value("trt:Configuration/tt:Encoding") == name, "%s not set on %s" % (name, token))
+            done += 1
+        original = ET.fromstring(ET.tostring(configuration))
+        original.tag = "{%s}Configuration" % NS["trt"]
+        cam.ok("trt:SetVideoEncoderConfiguration", ET.tostring(original, encoding="unicode")
+               + "<trt:ForcePersistence>true</trt:ForcePersistence>")
+    check(done, "no configuration offers %s" % "/".join(wanted))
+
+
+def encoders(cam):
+    return cam.ok("trt:GetVideoEncoderConfigurations").all("trt:Configurations")
+
+
+@case("MEDIA-2-3-12", "media")
+def all_encodings_first(cam, f):
+    set_encodings(cam, encoders(cam)[:1])
+
+
+@case("MEDIA-2-3-18", "media")
+def all_encodings_every(cam, f):
+    set_encodings(cam, encoders(cam))
+
+
+@case("MEDIA-2-1-7", "media")
+def guaranteed_and_options(cam, f):
+    for configuration in cam.ok("trt:GetVideoSourceConfigurations").all("trt:Configurations"):
+        answer = cam.ok("trt:GetGuaranteedNumberOfVideoEncoderInstances",
+                        "<trt:ConfigurationToken>%s</trt:ConfigurationToken>" % configuration.get("token"))
+        total = int(answer.value("trt:TotalNumber", "0"))
+        offered = set()
+        for encoder in encoders(cam):
+            options = cam.ok("trt:GetVideoEncoderConfigurationOptions",
+                             "<trt:ConfigurationToken>%s</trt:ConfigurationToken>" % encoder.get("token"))
+            offered |= {name for name in ("H264", "JPEG", "MPEG4") if options.all("trt:Options/tt:" + name)}
+        for name in ("H264", "JPEG", "MPEG4"):
+            count = answer.value("trt:" + name)
+            if count is not None and int(count) > 0:
+                check(name in offered, "%s guaranteed but not offered" % name)
+                check(int(count) <= total, "%s count %s over the total %d" % (name, count, total))

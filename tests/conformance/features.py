@@ -27,6 +27,9 @@ MISSING = {
     "g726": "the camera does not encode G.726",
     "aac": "the camera does not encode AAC",
     "relays": "the camera has no relay output",
+    "system backup": "the camera has no system backup and restore",
+    "firmware upload": "the camera takes no firmware upload",
+    "device aux": "the camera names no auxiliary command of the device",
     "digital inputs": "the camera has no digital input",
 }
 
@@ -53,10 +56,18 @@ def discover(cam):
                      for s in services.all("tds:Service")}
     f["get services"] = not services.fault and bool(f["services"])
     f["deviceio"] = NS["tmd"] in f["services"] or bool(caps.all(".//tt:Extension/tt:DeviceIO/tt:XAddr"))
+    f["system backup"] = flag(caps.value(".//tt:System/tt:SystemBackup"))
+    f["firmware upload"] = flag(caps.value(".//tt:System/tt:FirmwareUpgrade"))
+    f["device aux"] = False
     if f["get services"]:
         device_caps = cam.call("tds:GetServiceCapabilities")
         f["system uris"] = flag(device_caps.one(".//tds:System").get("HttpSystemLogging")) if not device_caps.fault else False
         f["remote user"] = not device_caps.fault and flag(device_caps.one(".//tds:Security").get("RemoteUserHandling"))
+        if not device_caps.fault:
+            f["system backup"] = f["system backup"] or flag(device_caps.one(".//tds:System").get("HttpSystemBackup"))
+            f["firmware upload"] = f["firmware upload"] or flag(device_caps.one(".//tds:System").get("HttpFirmwareUpgrade"))
+            f["device aux"] = bool((device_caps.one(".//tds:Misc").get("AuxiliaryCommands") or "").strip()) \
+                if device_caps.all(".//tds:Misc") else False
     else:
         f["system uris"] = f["remote user"] = False
     profiles = cam.call("trt:GetProfiles") if f["media"] else None
@@ -74,10 +85,13 @@ def discover(cam):
             f[name] = name in offered
     encodings = set()
     if f["profiles"]:
-        options = cam.call("trt:GetVideoEncoderConfigurationOptions")
-        for name, element in (("jpeg", "tt:JPEG"), ("mpeg4", "tt:MPEG4"), ("h264", "tt:H264")):
-            if options.all("trt:Options/" + element):
-                encodings.add(name)
+        # An encoding is the camera's when the options of any encoder configuration offer it.
+        for configuration in cam.call("trt:GetVideoEncoderConfigurations").all("trt:Configurations"):
+            options = cam.call("trt:GetVideoEncoderConfigurationOptions",
+                               "<trt:ConfigurationToken>%s</trt:ConfigurationToken>" % configuration.get("token"))
+            for name, element in (("jpeg", "tt:JPEG"), ("mpeg4", "tt:MPEG4"), ("h264", "tt:H264")):
+                if options.all("trt:Options/" + element):
+                    encodings.add(name)
     for name in ("jpeg", "mpeg4", "h264"):
         f[name] = name in encodings
     f["metadata"] = False

@@ -36,13 +36,35 @@ SCOPE = ("DEVICE-", "DISCOVERY-", "MEDIA-", "PTZ-", "IMAGING-", "DEVICEIO-")
 
 
 def specification_cases():
-    """Every case ID of the covered test specifications, from the documents' own tool where present."""
+    """Every case of the covered test specifications, ID to title, from the documents' own tool where present."""
     tool = os.path.join(os.environ.get("ONVIF_TOP", os.path.join(HERE, "..", "..")), "..", "shared", "onvif-docs", "testcase")
     if not os.path.exists(tool):
-        return []
+        return {}
     listing = subprocess.run([sys.executable, tool, "list"], capture_output=True, text=True, timeout=60).stdout
-    ids = [line.split()[0] for line in listing.splitlines() if line.strip()]
-    return [i for i in ids if i.startswith(SCOPE)]
+    cases = {}
+    for line in listing.splitlines():
+        parts = line.split(None, 1)
+        if parts and parts[0].startswith(SCOPE):
+            cases[parts[0]] = parts[1].rsplit("[", 1)[0].strip() if len(parts) > 1 else ""
+    return cases
+
+
+DOC_HEAD = """# Device test cases in the ONVIF mode
+
+The camera in the ONVIF mode (`Conformance.Mode=onvif`) against the device test cases of the Base
+(DEVICE, DISCOVERY), Media Configuration (MEDIA), PTZ, Imaging and DeviceIO test specifications. Each
+case's procedure and pass criteria are coded in `tests/conformance/` (one module per specification)
+and run against the simulated camera by the ctest `Conformance.DeviceTestCases`. Whether a case
+applies follows the camera's own answers (capabilities, services, profiles, PTZ nodes, focus move
+options, audio and IO counts), as the test specifications' feature discovery does; a case that does
+not apply names the feature the camera does not have. "known failure" is a case listed in
+`tests/conformance/expected-failures` with why; "not run" is a case that applies but is not coded.
+
+This table is the flow's output:
+
+    CONFORMANCE_REPORT=$PWD/docs/conformance.md sh tests/client_flow_test.sh conformance onvif
+
+"""
 
 
 def order(case_id):
@@ -89,12 +111,13 @@ def main():
             if case_id not in listed and (not prefixes or any(case_id.startswith(p) for p in prefixes)):
                 rows.append((case_id, result, reason))
                 listed.add(case_id)
-    for case_id in specification_cases():
+    titles = specification_cases()
+    for case_id in titles:
         if case_id not in listed and (not prefixes or any(case_id.startswith(p) for p in prefixes)):
             rows.append((case_id, "not run", "not coded yet"))
     rows.sort(key=lambda row: order(row[0]))
-    table = ["| Test case | Result | Note |", "|---|---|---|"]
-    table += ["| %s | %s | %s |" % (i, r, d.replace("|", "/")) for i, r, d in rows]
+    table = ["| Test case | Title | Result | Note |", "|---|---|---|---|"]
+    table += ["| %s | %s | %s | %s |" % (i, titles.get(i, ""), r, d.replace("|", "/")) for i, r, d in rows]
     counts = {}
     for _, result, _ in rows:
         counts[result] = counts.get(result, 0) + 1
@@ -104,7 +127,7 @@ def main():
     report = os.environ.get("CONFORMANCE_REPORT")
     if report:
         with open(report, "w") as f:
-            f.write("\n".join(table) + "\n\n" + summary + "\n")
+            f.write(DOC_HEAD + "\n".join(table) + "\n\n" + summary + ".\n")
     if unexpected:
         print("conformance: unexpected results: %s" % " ".join(unexpected))
     return 1 if unexpected else 0

@@ -65,6 +65,14 @@ class Answer:
             node = node.find("s:Subcode", NS)
         return codes
 
+    def summary(self):
+        """What the answer is, in one line: the fault's codes and reason, or the body's element."""
+        if self.fault:
+            return "fault %s: %s" % ("/".join(self.subcodes()), " ".join(t.text or "" for t in self.all("s:Reason/s:Text")))
+        if self.body is not None:
+            return "answered %s" % self.body.tag
+        return self.text[-300:]
+
     def all(self, path):
         return self.body.findall(path, NS) if self.body is not None else []
 
@@ -124,14 +132,14 @@ class Camera:
         answer = self.call(op, body)
         expected = q(op + "Response")
         if answer.status != 200 or answer.body is None or answer.body.tag != expected:
-            raise AssertionError("%s: status %d, %s" % (op, answer.status, answer.text[-600:]))
+            raise AssertionError("%s: status %d, %s" % (op, answer.status, answer.summary()))
         return answer
 
     def refused(self, op, body, *subcodes):
         """A call that must fault with the given code chain tail (e.g. 'Sender', 'InvalidArgVal', 'NoProfile')."""
         answer = self.call(op, body)
         if not answer.fault:
-            raise AssertionError("%s answered without a fault: %s" % (op, answer.text[-400:]))
+            raise AssertionError("%s answered without a fault: %s" % (op, answer.summary()))
         codes = answer.subcodes()
         if list(subcodes) != codes[:len(subcodes)]:
             raise AssertionError("%s: fault codes %s, expected %s" % (op, codes, list(subcodes)))
