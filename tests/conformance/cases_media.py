@@ -390,3 +390,70 @@ def guaranteed_and_options(cam, f):
             if count is not None and int(count) > 0:
                 check(name in offered, "%s guaranteed but not offered" % name)
                 check(int(count) <= total, "%s count %s over the total %d" % (name, count, total))
+
+
+# Use counts as profiles take and drop configurations, on a profile of the flow's own.
+OPERATION = {"video source": "VideoSourceConfiguration", "video encoder": "VideoEncoderConfiguration",
+             "audio source": "AudioSourceConfiguration", "audio encoder": "AudioEncoderConfiguration"}
+SOURCE_FIRST = {"video encoder": "video source", "audio encoder": "audio source"}
+SCRATCH = "UseCountProfile"
+
+
+def use_counts(cam, kind):
+    return {c.get("token"): int(c.findtext("tt:UseCount", "0", NS))
+            for c in cam.ok("trt:Get" + KINDS[kind][0]).all("trt:Configurations")}
+
+
+def add(cam, kind, token):
+    cam.ok("trt:Add" + OPERATION[kind], "<trt:ProfileToken>%s</trt:ProfileToken><trt:ConfigurationToken>%s"
+           "</trt:ConfigurationToken>" % (SCRATCH, token))
+
+
+def use_count_change_case(kind, change):
+    def run(cam, f):
+        cam.ok("trt:CreateProfile", "<trt:Name>%s</trt:Name><trt:Token>%s</trt:Token>" % (SCRATCH, SCRATCH))
+        deleted = False
+        try:
+            if kind in SOURCE_FIRST:
+                add(cam, SOURCE_FIRST[kind], sorted(use_counts(cam, SOURCE_FIRST[kind]))[0])
+            before = use_counts(cam, kind)
+            first = sorted(before)[0]
+            if change == "twice":
+                add(cam, kind, first)
+                add(cam, kind, first)
+                check(use_counts(cam, kind)[first] == before[first] + 1, "UseCount after adding twice")
+            elif change == "different":
+                if len(before) < 2:
+                    return  # nothing to replace it with: the case has no step left
+                second = sorted(before)[1]
+                add(cam, kind, first)
+                add(cam, kind, second)
+                now = use_counts(cam, kind)
+                check(now[first] == before[first] and now[second] == before[second] + 1,
+                      "UseCounts %s after replacing, were %s" % (now, before))
+            elif change == "remove":
+                add(cam, kind, first)
+                cam.ok("trt:Remove" + OPERATION[kind], "<trt:ProfileToken>%s</trt:ProfileToken>" % SCRATCH)
+                check(use_counts(cam, kind)[first] == before[first], "UseCount after removing")
+            elif change == "delete":
+                add(cam, kind, first)
+                cam.ok("trt:DeleteProfile", "<trt:ProfileToken>%s</trt:ProfileToken>" % SCRATCH)
+                deleted = True
+                check(use_counts(cam, kind)[first] == before[first], "UseCount after deleting the profile")
+            else:
+                configuration = cam.ok("trt:Get" + OPERATION[kind], "<trt:ConfigurationToken>%s</trt:ConfigurationToken>"
+                                       % first).one("trt:Configuration")
+                cam.ok("trt:Set" + OPERATION[kind], ET.tostring(configuration, encoding="unicode")
+                       + "<trt:ForcePersistence>true</trt:ForcePersistence>")
+                check(use_counts(cam, kind)[first] == before[first], "UseCount after setting")
+        finally:
+            if not deleted:
+                cam.call("trt:DeleteProfile", "<trt:ProfileToken>%s</trt:ProfileToken>" % SCRATCH)
+    return run
+
+
+for _prefix, _kind in (("MEDIA-2-2-", "video source"), ("MEDIA-2-3-", "video encoder"), ("MEDIA-3-2-", "audio source"),
+                       ("MEDIA-3-3-", "audio encoder")):
+    _first = 13 if _prefix == "MEDIA-2-3-" else 12
+    for _offset, _change in enumerate(("twice", "different", "remove", "delete", "set")):
+        case("%s%d" % (_prefix, _first + _offset), "media", *KINDS[_kind][3])(use_count_change_case(_kind, _change))
