@@ -156,3 +156,5 @@ case("IMAGING-2-1-5", "imaging", "relative focus")(focus_move("Relative", "Dista
 case("IMAGING-2-1-6", "imaging", "relative focus")(focus_move_invalid("Relative", "Distance"))
 
 not_coded("an event case: runs with the event cases (EVENT-*)", *["IMAGING-4-1-%d" % n for n in range(1, 6)])
+not_coded("not coded yet: the settings extension's parameters one by one (IR cut filter boundary, stabilisation, "
+          "tone compensation, defogging, noise reduction)", "IMAGING-1-1-15")

@@ -232,8 +232,8 @@ def remove_preset(cam, f):
 
 
 @case("PTZ-5-1-1", "ptz", "home configurable")
-def home_configurable(cam, f):
-    token = ptz_profile(cam)
+def home_configurable(cam, f, token=None):
+    token = token or ptz_profile(cam)
     cam.ok("tptz:AbsoluteMove", "<tptz:ProfileToken>%s</tptz:ProfileToken>%s" % (token, pan_tilt(0.1, -0.1)))
     settle(cam, token, (0.1, -0.1))
     cam.ok("tptz:SetHomePosition", "<tptz:ProfileToken>%s</tptz:ProfileToken>" % token)
@@ -298,3 +298,19 @@ for _id, _kind, _uri in (("PTZ-7-1-3", "absolute", "PanTiltSpaces/PositionGeneri
                          ("PTZ-7-4-3", "speed", "PanTiltSpaces/GenericSpeedSpace"),
                          ("PTZ-7-4-4", "speed", "ZoomSpaces/ZoomGenericSpeedSpace")):
     case(_id, "ptz")(space_case(_kind, _uri))
+
+
+@case("PTZ-5-1-4", "ptz", "media", "home configurable")
+def home_custom_profile(cam, f):
+    """The home position through a profile the flow makes: a video source and the PTZ configuration."""
+    source = cam.ok("trt:GetVideoSourceConfigurations").all("trt:Configurations")[0].get("token")
+    ptz = configurations(cam)[0].get("token")
+    cam.ok("trt:CreateProfile", "<trt:Name>HomeProfile</trt:Name><trt:Token>HomeProfile</trt:Token>")
+    try:
+        cam.ok("trt:AddVideoSourceConfiguration", "<trt:ProfileToken>HomeProfile</trt:ProfileToken>"
+               "<trt:ConfigurationToken>%s</trt:ConfigurationToken>" % source)
+        cam.ok("trt:AddPTZConfiguration", "<trt:ProfileToken>HomeProfile</trt:ProfileToken>"
+               "<trt:ConfigurationToken>%s</trt:ConfigurationToken>" % ptz)
+        home_configurable(cam, f, "HomeProfile")
+    finally:
+        cam.call("trt:DeleteProfile", "<trt:ProfileToken>HomeProfile</trt:ProfileToken>")
