@@ -330,60 +330,33 @@ not_applicable("the camera has no analytics service", "DEVICE-1-1-11")
 
 
 # Setters: each sets a value, reads it back and puts the original back.
-@case("DEVICE-2-1-5")
-def dns_search_domain(cam, f):
-    before = cam.ok("tds:GetDNS")
-    cam.ok("tds:SetDNS", "<tds:FromDHCP>false</tds:FromDHCP><tds:SearchDomain>conformance.example</tds:SearchDomain>")
-    check(cam.ok("tds:GetDNS").value("tds:DNSInformation/tt:SearchDomain") == "conformance.example", "search domain not kept")
-    restore_dns(cam, before)
+def server_setting_case(kind, request, read, wanted):
+    """kind DNS or NTP: Set<kind> with the request's settings, the read path of Get<kind> holds wanted."""
+    info = "tds:%sInformation" % kind
+
+    def run(cam, f):
+        before = cam.ok("tds:Get" + kind)
+        cam.ok("tds:Set" + kind, request)
+        got = [(e.text or "").strip() for e in cam.ok("tds:Get" + kind).all("%s/%s" % (info, read))]
+        check(wanted in got, "%s %s: %s after setting %s" % (kind, read, got, wanted))
+        manual = "".join("<tds:%sManual><tt:Type>IPv4</tt:Type><tt:IPv4Address>%s</tt:IPv4Address></tds:%sManual>"
+                         % (kind, a.text.strip(), kind) for a in before.all(info + "/tt:%sManual/tt:IPv4Address" % kind)
+                         if a.text)
+        cam.ok("tds:Set" + kind, "<tds:FromDHCP>%s</tds:FromDHCP>%s" % (before.value(info + "/tt:FromDHCP"), manual))
+    return run
 
 
-def restore_dns(cam, before):
-    manual = "".join("<tds:DNSManual><tt:Type>IPv4</tt:Type><tt:IPv4Address>%s</tt:IPv4Address></tds:DNSManual>"
-                     % a.text.strip() for a in before.all("tds:DNSInformation/tt:DNSManual/tt:IPv4Address") if a.text)
-    cam.ok("tds:SetDNS", "<tds:FromDHCP>%s</tds:FromDHCP>%s" % (before.value("tds:DNSInformation/tt:FromDHCP"), manual))
+def manual_server(kind, address):
+    return ("<tds:FromDHCP>false</tds:FromDHCP><tds:%sManual><tt:Type>IPv4</tt:Type><tt:IPv4Address>%s</tt:IPv4Address>"
+            "</tds:%sManual>" % (kind, address, kind))
 
 
-@case("DEVICE-2-1-6")
-def dns_manual(cam, f):
-    before = cam.ok("tds:GetDNS")
-    cam.ok("tds:SetDNS", "<tds:FromDHCP>false</tds:FromDHCP><tds:DNSManual><tt:Type>IPv4</tt:Type>"
-           "<tt:IPv4Address>10.1.1.1</tt:IPv4Address></tds:DNSManual>")
-    check("10.1.1.1" in [a.text for a in cam.ok("tds:GetDNS").all("tds:DNSInformation/tt:DNSManual/tt:IPv4Address")],
-          "manual DNS not kept")
-    restore_dns(cam, before)
-
-
-@case("DEVICE-2-1-8")
-def dns_dhcp(cam, f):
-    before = cam.ok("tds:GetDNS")
-    cam.ok("tds:SetDNS", "<tds:FromDHCP>true</tds:FromDHCP>")
-    check(cam.ok("tds:GetDNS").value("tds:DNSInformation/tt:FromDHCP") == "true", "FromDHCP not kept")
-    restore_dns(cam, before)
-
-
-def restore_ntp(cam, before):
-    manual = "".join("<tds:NTPManual><tt:Type>IPv4</tt:Type><tt:IPv4Address>%s</tt:IPv4Address></tds:NTPManual>"
-                     % a.text.strip() for a in before.all("tds:NTPInformation/tt:NTPManual/tt:IPv4Address") if a.text)
-    cam.ok("tds:SetNTP", "<tds:FromDHCP>%s</tds:FromDHCP>%s" % (before.value("tds:NTPInformation/tt:FromDHCP"), manual))
-
-
-@case("DEVICE-2-1-12")
-def ntp_manual(cam, f):
-    before = cam.ok("tds:GetNTP")
-    cam.ok("tds:SetNTP", "<tds:FromDHCP>false</tds:FromDHCP><tds:NTPManual><tt:Type>IPv4</tt:Type>"
-           "<tt:IPv4Address>10.1.1.2</tt:IPv4Address></tds:NTPManual>")
-    check("10.1.1.2" in [a.text for a in cam.ok("tds:GetNTP").all("tds:NTPInformation/tt:NTPManual/tt:IPv4Address")],
-          "manual NTP not kept")
-    restore_ntp(cam, before)
-
-
-@case("DEVICE-2-1-14")
-def ntp_dhcp(cam, f):
-    before = cam.ok("tds:GetNTP")
-    cam.ok("tds:SetNTP", "<tds:FromDHCP>true</tds:FromDHCP>")
-    check(cam.ok("tds:GetNTP").value("tds:NTPInformation/tt:FromDHCP") == "true", "FromDHCP not kept")
-    restore_ntp(cam, before)
+case("DEVICE-2-1-5")(server_setting_case("DNS", "<tds:FromDHCP>false</tds:FromDHCP><tds:SearchDomain>conformance.example"
+                                         "</tds:SearchDomain>", "tt:SearchDomain", "conformance.example"))
+case("DEVICE-2-1-6")(server_setting_case("DNS", manual_server("DNS", "10.1.1.1"), "tt:DNSManual/tt:IPv4Address", "10.1.1.1"))
+case("DEVICE-2-1-8")(server_setting_case("DNS", "<tds:FromDHCP>true</tds:FromDHCP>", "tt:FromDHCP", "true"))
+case("DEVICE-2-1-12")(server_setting_case("NTP", manual_server("NTP", "10.1.1.2"), "tt:NTPManual/tt:IPv4Address", "10.1.1.2"))
+case("DEVICE-2-1-14")(server_setting_case("NTP", "<tds:FromDHCP>true</tds:FromDHCP>", "tt:FromDHCP", "true"))
 
 
 @case("DEVICE-2-1-20")

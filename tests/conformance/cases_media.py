@@ -55,18 +55,9 @@ def configurations_case(plural, singular, element):
     return run
 
 
-case("MEDIA-2-1-2", "media")(configurations_case("VideoEncoderConfigurations", "VideoEncoderConfiguration",
-                                                 "tt:VideoEncoderConfiguration"))
-case("MEDIA-2-1-8", "media")(configurations_case("VideoSourceConfigurations", "VideoSourceConfiguration",
-                                                 "tt:VideoSourceConfiguration"))
-case("MEDIA-2-2-1", "media")(configurations_case("VideoSourceConfigurations", "VideoSourceConfiguration",
-                                                 "tt:VideoSourceConfiguration"))
-case("MEDIA-2-2-2", "media")(configurations_case("VideoSourceConfigurations", "VideoSourceConfiguration",
-                                                 "tt:VideoSourceConfiguration"))
-case("MEDIA-2-3-1", "media")(configurations_case("VideoEncoderConfigurations", "VideoEncoderConfiguration",
-                                                 "tt:VideoEncoderConfiguration"))
-case("MEDIA-2-3-2", "media")(configurations_case("VideoEncoderConfigurations", "VideoEncoderConfiguration",
-                                                 "tt:VideoEncoderConfiguration"))
+for _id, _kind in (("MEDIA-2-1-2", "VideoEncoder"), ("MEDIA-2-3-1", "VideoEncoder"), ("MEDIA-2-3-2", "VideoEncoder"),
+                   ("MEDIA-2-1-8", "VideoSource"), ("MEDIA-2-2-1", "VideoSource"), ("MEDIA-2-2-2", "VideoSource")):
+    case(_id, "media")(configurations_case(_kind + "Configurations", _kind + "Configuration", "tt:%sConfiguration" % _kind))
 
 
 @case("MEDIA-2-1-6", "media")
@@ -152,14 +143,10 @@ def media_capabilities_agree(cam, f):
 
 
 # Audio: the same reads and consistency checks as video, where the camera reports an audio source.
-for _id, _plural, _singular, _element in (
-        ("MEDIA-3-1-22", "AudioSourceConfigurations", "AudioSourceConfiguration", "tt:AudioSourceConfiguration"),
-        ("MEDIA-3-2-1", "AudioSourceConfigurations", "AudioSourceConfiguration", "tt:AudioSourceConfiguration"),
-        ("MEDIA-3-2-2", "AudioSourceConfigurations", "AudioSourceConfiguration", "tt:AudioSourceConfiguration"),
-        ("MEDIA-3-1-23", "AudioEncoderConfigurations", "AudioEncoderConfiguration", "tt:AudioEncoderConfiguration"),
-        ("MEDIA-3-3-1", "AudioEncoderConfigurations", "AudioEncoderConfiguration", "tt:AudioEncoderConfiguration"),
-        ("MEDIA-3-3-2", "AudioEncoderConfigurations", "AudioEncoderConfiguration", "tt:AudioEncoderConfiguration")):
-    case(_id, "media", "audio")(configurations_case(_plural, _singular, _element))
+for _id, _kind in (("MEDIA-3-1-22", "AudioSource"), ("MEDIA-3-2-1", "AudioSource"), ("MEDIA-3-2-2", "AudioSource"),
+                   ("MEDIA-3-1-23", "AudioEncoder"), ("MEDIA-3-3-1", "AudioEncoder"), ("MEDIA-3-3-2", "AudioEncoder")):
+    case(_id, "media", "audio")(configurations_case(_kind + "Configurations", _kind + "Configuration",
+                                                    "tt:%sConfiguration" % _kind))
 
 
 def audio_source_options(cam, f):
