@@ -5,6 +5,8 @@ import xml.etree.ElementTree as ET
 from registry import case, not_applicable, not_coded, uncoded
 from soap import NS, q, check, flag
 
+PREFIXES = ("DEVICE-",)
+
 SERVICE_NS = {"device": NS["tds"], "media": NS["trt"], "ptz": NS["tptz"], "imaging": NS["timg"],
               "events": NS["tev"], "deviceio": NS["tmd"]}
 CAPABILITY_ELEMENT = {"device": "tt:Device", "media": "tt:Media", "events": "tt:Events", "ptz": "tt:PTZ",

@@ -5,6 +5,8 @@ from registry import case, not_coded, uncoded
 from soap import NS, check
 import cases_device
 
+PREFIXES = ("DEVICEIO-",)
+
 
 def relays(cam):
     return cam.ok("tmd:GetRelayOutputs").all("tmd:RelayOutputs")

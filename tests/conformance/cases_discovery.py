@@ -8,6 +8,8 @@ import xml.etree.ElementTree as ET
 from registry import case, not_coded
 from soap import NS, check
 
+PREFIXES = ("DISCOVERY-",)
+
 WSD = "http://schemas.xmlsoap.org/ws/2005/04/discovery"
 WSA = "http://schemas.xmlsoap.org/ws/2004/08/addressing"
 DN = "http://www.onvif.org/ver10/network/wsdl"

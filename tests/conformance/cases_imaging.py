@@ -4,6 +4,8 @@ from soap import NS, check
 import cases_device
 import features
 
+PREFIXES = ("IMAGING-",)
+
 
 def source(f):
     return "<timg:VideoSourceToken>%s</timg:VideoSourceToken>" % features.video_source(f)

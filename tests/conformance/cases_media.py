@@ -4,6 +4,8 @@ from soap import NS, check
 import cases_device
 import xml.etree.ElementTree as ET
 
+PREFIXES = ("MEDIA-",)
+
 
 def profiles(cam):
     return cam.ok("trt:GetProfiles").all("trt:Profiles")

@@ -5,6 +5,8 @@ from registry import case, uncoded
 from soap import NS, check, flag
 import cases_device
 
+PREFIXES = ("PTZ-",)
+
 GENERIC = "http://www.onvif.org/ver10/tptz/"
 
 

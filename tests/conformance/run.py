@@ -4,6 +4,7 @@ tests/client_flow_test.sh conformance, which starts the camera and sets ONVIF_PO
   run.py [ID-PREFIX...]      only the cases whose ID starts with one of the prefixes (or CONFORMANCE_CASES)
 A case listed in expected-failures (ID, then why) may fail; one that passes there fails the flow,
 so the list only shrinks."""
+import importlib
 import os
 import subprocess
 import sys
@@ -14,10 +15,12 @@ sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
 import features  # noqa: E402
 import registry  # noqa: E402
 from soap import Camera  # noqa: E402
-# One module per test specification; events and security cases join as their own modules.
-import cases_device, cases_discovery, cases_media, cases_ptz, cases_imaging, cases_deviceio  # noqa: E402,F401
-
 HERE = os.path.dirname(os.path.abspath(__file__))
+# One module cases_*.py per test specification, each naming the case ID prefixes it covers in PREFIXES:
+# a new specification's cases (events, security) join as a module of their own.
+MODULES = [importlib.import_module(name[:-3]) for name in sorted(os.listdir(HERE))
+           if name.startswith("cases_") and name.endswith(".py")]
+SCOPE = tuple(prefix for module in MODULES for prefix in module.PREFIXES)
 
 
 def expected_failures():
@@ -29,10 +32,6 @@ def expected_failures():
                 case_id, _, why = line.partition(" ")
                 known[case_id] = why.strip()
     return known
-
-
-# The test specifications this flow covers, by case ID prefix; events and security join later.
-SCOPE = ("DEVICE-", "DISCOVERY-", "MEDIA-", "PTZ-", "IMAGING-", "DEVICEIO-")
 
 
 def specification_cases():
