@@ -111,7 +111,9 @@ def keep(answer):
     folder = os.environ.get("ONVIF_ANSWER_DIR")
     if folder and b"<SOAP-ENV:Envelope" in answer:
         kept[0] += 1
-        with open(os.path.join(folder, "ClientFlow.zeep_flow.%d.%d.xml" % (os.getpid(), kept[0])), "wb") as f:
+        # The ONVIF mode's answers are checked without the legacy mode's exceptions.
+        mode = "onvif-mode." if os.environ.get("ONVIF_MODE") == "onvif" else ""
+        with open(os.path.join(folder, "%sClientFlow.zeep_flow.%d.%d.xml" % (mode, os.getpid(), kept[0])), "wb") as f:
             f.write(answer)
 
 

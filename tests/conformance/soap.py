@@ -87,6 +87,19 @@ class Answer:
         return (found[0].text or "").strip() if found else default
 
 
+kept = [0]
+
+
+def keep(text):
+    """Leaves an answer for the suite's schema check (ONVIF_ANSWER_DIR), which takes the ONVIF mode's
+    answers without exceptions."""
+    folder = os.environ.get("ONVIF_ANSWER_DIR")
+    if folder and "<SOAP-ENV:Envelope" in text:
+        kept[0] += 1
+        with open(os.path.join(folder, "onvif-mode.Conformance.%d.%d.xml" % (os.getpid(), kept[0])), "w") as f:
+            f.write(text)
+
+
 class Camera:
     def __init__(self, port, user="admin", password="admin"):
         self.port = port
@@ -116,6 +129,7 @@ class Camera:
         except urllib.error.HTTPError as e:
             answer = Answer(e.code, e.read().decode("utf-8", "replace"))
         self.log.append((envelope, answer))
+        keep(answer.text)
         return answer
 
     def call(self, op, body="", namespaces=""):
