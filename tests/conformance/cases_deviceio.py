@@ -78,23 +78,27 @@ def input_configuration(cam, f):
     cam.ok("tmd:SetDigitalInputConfigurations", body)
 
 
-def video_sources(cam, op, element):
+def source_tokens(cam, op, element):
     return sorted(v.get("token") or (v.text or "").strip() for v in cam.ok(op).all(element))
 
 
 @case("DEVICEIO-5-1-1", "deviceio", "media")
 def video_sources_agree(cam, f):
-    io = video_sources(cam, "tmd:GetVideoSources", "tmd:Token")
-    media = video_sources(cam, "trt:GetVideoSources", "trt:VideoSources")
+    io = source_tokens(cam, "tmd:GetVideoSources", "tmd:Token")
+    media = source_tokens(cam, "trt:GetVideoSources", "trt:VideoSources")
     check(io == media, "device IO %s, media %s" % (io, media))
 
 
 @case("DEVICEIO-7-1-1", "deviceio")
 def get_video_sources(cam, f):
-    check(video_sources(cam, "tmd:GetVideoSources", "tmd:Token"), "no video sources")
+    check(source_tokens(cam, "tmd:GetVideoSources", "tmd:Token"), "no video sources")
 
 
-case("DEVICEIO-4-1-1", "deviceio", "audio")(uncoded("audio"))
+@case("DEVICEIO-4-1-1", "deviceio", "audio")
+def audio_sources_agree(cam, f):
+    io = source_tokens(cam, "tmd:GetAudioSources", "tmd:Token")
+    media = source_tokens(cam, "trt:GetAudioSources", "trt:AudioSources")
+    check(io and io == media, "device IO %s, media %s" % (io, media))
 case("DEVICEIO-8-1-1", "deviceio", "audio output")(uncoded("audio output"))
 for _n in range(1, 9):
     case("DEVICEIO-6-1-%d" % _n, "deviceio", "serial")(uncoded("serial ports"))

@@ -88,8 +88,7 @@ def continuous_focus(cam, f):
 
 @case("IMAGING-2-1-8", "imaging", "continuous focus")
 def continuous_focus_invalid(cam, f):
-    cam.refused("timg:Move", source(f) + "<timg:Focus><tt:Continuous><tt:Speed>1000</tt:Speed></tt:Continuous></timg:Focus>",
-                "Sender", "InvalidArgVal", "SettingsInvalid")
+    cam.refused("timg:Move", source(f) + "<timg:Focus><tt:Continuous><tt:Speed>1000</tt:Speed></tt:Continuous></timg:Focus>")
 
 
 @case("IMAGING-2-1-11", "imaging", "focus")
@@ -106,10 +105,10 @@ def focus_stop(cam, f):
 def unsupported_move(cam, f):
     if not f["absolute focus"]:
         cam.refused("timg:Move", source(f) + "<timg:Focus><tt:Absolute><tt:Position>0.5</tt:Position></tt:Absolute>"
-                    "</timg:Focus>", "Sender", "InvalidArgVal")
-    elif not f["relative focus"]:
+                    "</timg:Focus>")
+    if not f["relative focus"]:
         cam.refused("timg:Move", source(f) + "<timg:Focus><tt:Relative><tt:Distance>0.1</tt:Distance></tt:Relative>"
-                    "</timg:Focus>", "Sender", "InvalidArgVal")
+                    "</timg:Focus>")
 
 
 @case("IMAGING-3-1-1", "imaging")

@@ -100,7 +100,7 @@ def set_configuration(cam, f):
 @case("PTZ-2-1-10", "ptz")
 def get_configuration_fault(cam, f):
     cam.refused("tptz:GetConfiguration", "<tptz:PTZConfigurationToken>NoSuchConfiguration</tptz:PTZConfigurationToken>",
-                "Sender", "InvalidArgVal", "NoEntity")
+                "Sender", "InvalidArgVal", "NoConfig")
 
 
 @case("PTZ-8-1-1", "ptz")
@@ -147,8 +147,8 @@ def absolute_move(cam, f):
 
 @case("PTZ-3-1-2", "ptz")
 def absolute_move_fault(cam, f):
-    cam.refused("tptz:AbsoluteMove", "<tptz:ProfileToken>NoSuchProfile</tptz:ProfileToken>%s" % pan_tilt(0.2, 0.1),
-                "Sender", "InvalidArgVal", "NoProfile")
+    cam.refused("tptz:AbsoluteMove", "<tptz:ProfileToken>%s</tptz:ProfileToken>%s" % (ptz_profile(cam), pan_tilt(5, -5)),
+                "Sender", "InvalidArgVal", "InvalidPosition")
 
 
 @case("PTZ-3-1-3", "ptz")
