@@ -370,22 +370,21 @@ def interface_invalid(cam, f):
                 % token, "Sender", "InvalidArgVal")
 
 
-@case("DEVICE-2-1-30")
-def gateway(cam, f):
-    before = cam.ok("tds:GetNetworkDefaultGateway").value("tds:NetworkGateway/tt:IPv4Address")
-    cam.ok("tds:SetNetworkDefaultGateway", "<tds:IPv4Address>10.1.1.254</tds:IPv4Address>")
-    check(cam.ok("tds:GetNetworkDefaultGateway").value("tds:NetworkGateway/tt:IPv4Address") == "10.1.1.254", "gateway")
-    if before:
-        cam.ok("tds:SetNetworkDefaultGateway", "<tds:IPv4Address>%s</tds:IPv4Address>" % before)
+def one_value_case(name, read, field, value):
+    """Set<name> with one field, Get<name> shows it at read; the value read before goes back."""
+    def run(cam, f):
+        before = cam.ok("tds:Get" + name).value(read)
+        cam.ok("tds:Set" + name, "<tds:%s>%s</tds:%s>" % (field, value, field))
+        got = cam.ok("tds:Get" + name).value(read)
+        check(got == value, "%s %s after setting %s" % (name, got, value))
+        if before:
+            cam.ok("tds:Set" + name, "<tds:%s>%s</tds:%s>" % (field, before, field))
+    return run
 
 
-@case("DEVICE-2-1-32")
-def hostname(cam, f):
-    before = cam.ok("tds:GetHostname").value("tds:HostnameInformation/tt:Name")
-    cam.ok("tds:SetHostname", "<tds:Name>conformance-host</tds:Name>")
-    check(cam.ok("tds:GetHostname").value("tds:HostnameInformation/tt:Name") == "conformance-host", "host name")
-    if before:
-        cam.ok("tds:SetHostname", "<tds:Name>%s</tds:Name>" % before)
+case("DEVICE-2-1-30")(one_value_case("NetworkDefaultGateway", "tds:NetworkGateway/tt:IPv4Address", "IPv4Address",
+                                     "10.1.1.254"))
+case("DEVICE-2-1-32")(one_value_case("Hostname", "tds:HostnameInformation/tt:Name", "Name", "conformance-host"))
 
 
 def protocols(cam):

@@ -70,13 +70,18 @@ def guaranteed_instances(cam, f):
         check(int(answer.value("trt:TotalNumber", "0")) >= 1, "TotalNumber %s" % answer.value("trt:TotalNumber"))
 
 
-@case("MEDIA-2-2-3", "media")
-def source_options(cam, f):
-    for configuration in cam.ok("trt:GetVideoSourceConfigurations").all("trt:Configurations"):
-        options = cam.ok("trt:GetVideoSourceConfigurationOptions",
-                         "<trt:ConfigurationToken>%s</trt:ConfigurationToken>" % configuration.get("token"))
-        sources = [s.text.strip() for s in options.all("trt:Options/tt:VideoSourceTokensAvailable")]
-        check(configuration.findtext("tt:SourceToken", "", NS).strip() in sources, "source token not in options")
+def source_options_case(kind, available):
+    """Each kind (Video, Audio) source configuration's source is among those its options offer."""
+    def run(cam, f):
+        for configuration in cam.ok("trt:Get%sSourceConfigurations" % kind).all("trt:Configurations"):
+            options = cam.ok("trt:Get%sSourceConfigurationOptions" % kind,
+                             "<trt:ConfigurationToken>%s</trt:ConfigurationToken>" % configuration.get("token"))
+            sources = [s.text.strip() for s in options.all("trt:Options/tt:" + available)]
+            check(configuration.findtext("tt:SourceToken", "", NS).strip() in sources, "source token not in options")
+    return run
+
+
+case("MEDIA-2-2-3", "media")(source_options_case("Video", "VideoSourceTokensAvailable"))
 
 
 @case("MEDIA-2-2-5", "media")
@@ -153,16 +158,8 @@ for _id, _kind in (("MEDIA-3-1-22", "AudioSource"), ("MEDIA-3-2-1", "AudioSource
                                                     "tt:%sConfiguration" % _kind))
 
 
-def audio_source_options(cam, f):
-    for configuration in cam.ok("trt:GetAudioSourceConfigurations").all("trt:Configurations"):
-        options = cam.ok("trt:GetAudioSourceConfigurationOptions",
-                         "<trt:ConfigurationToken>%s</trt:ConfigurationToken>" % configuration.get("token"))
-        inputs = [s.text.strip() for s in options.all("trt:Options/tt:InputTokensAvailable")]
-        check(configuration.findtext("tt:SourceToken", "", NS).strip() in inputs, "source token not in options")
-
-
-case("MEDIA-3-1-7", "media", "audio")(audio_source_options)
-case("MEDIA-3-2-3", "media", "audio")(audio_source_options)
+case("MEDIA-3-1-7", "media", "audio")(source_options_case("Audio", "InputTokensAvailable"))
+case("MEDIA-3-2-3", "media", "audio")(source_options_case("Audio", "InputTokensAvailable"))
 
 
 @case("MEDIA-3-2-5", "media", "audio")

@@ -30,11 +30,16 @@ def get_nodes(cam, f):
     check(nodes(cam), "no nodes")
 
 
-@case("PTZ-1-1-2", "ptz")
-def get_node(cam, f):
-    for node in nodes(cam):
-        one = cam.ok("tptz:GetNode", "<tptz:NodeToken>%s</tptz:NodeToken>" % node.get("token")).one("tptz:PTZNode")
-        check(one.get("token") == node.get("token"), "node token %s" % one.get("token"))
+def by_token_case(listing, op, field, element):
+    """Each item of the listing, asked for by its token, is answered with that token."""
+    def run(cam, f):
+        for item in listing(cam):
+            one = cam.ok(op, "<tptz:%s>%s</tptz:%s>" % (field, item.get("token"), field)).one(element)
+            check(one.get("token") == item.get("token"), "%s token %s" % (op, one.get("token")))
+    return run
+
+
+case("PTZ-1-1-2", "ptz")(by_token_case(nodes, "tptz:GetNode", "NodeToken", "tptz:PTZNode"))
 
 
 @case("PTZ-1-1-4", "ptz")
@@ -47,11 +52,8 @@ def get_configurations(cam, f):
     check(configurations(cam), "no configurations")
 
 
-@case("PTZ-2-1-2", "ptz")
-def get_configuration(cam, f):
-    for c in configurations(cam):
-        one = cam.ok("tptz:GetConfiguration", "<tptz:PTZConfigurationToken>%s</tptz:PTZConfigurationToken>" % c.get("token"))
-        check(one.one("tptz:PTZConfiguration").get("token") == c.get("token"), "configuration token")
+case("PTZ-2-1-2", "ptz")(by_token_case(configurations, "tptz:GetConfiguration", "PTZConfigurationToken",
+                                       "tptz:PTZConfiguration"))
 
 
 @case("PTZ-2-1-3", "ptz")
