@@ -194,44 +194,51 @@ def presets(cam, token):
             cam.ok("tptz:GetPresets", "<tptz:ProfileToken>%s</tptz:ProfileToken>" % token).all("tptz:Preset")}
 
 
+def set_preset(cam, token, name):
+    return cam.ok("tptz:SetPreset", "<tptz:ProfileToken>%s</tptz:ProfileToken><tptz:PresetName>%s</tptz:PresetName>"
+                  % (token, name)).value("tptz:PresetToken")
+
+
+def remove_preset_of(cam, token, preset):
+    cam.ok("tptz:RemovePreset", "<tptz:ProfileToken>%s</tptz:ProfileToken><tptz:PresetToken>%s</tptz:PresetToken>"
+           % (token, preset))
+
+
+def move_to(cam, token, x, y):
+    cam.ok("tptz:AbsoluteMove", "<tptz:ProfileToken>%s</tptz:ProfileToken>%s" % (token, pan_tilt(x, y)))
+    return settle(cam, token, (x, y))
+
+
 @case("PTZ-4-1-4", "ptz")
 def set_and_get_preset(cam, f):
     token = ptz_profile(cam)
-    preset = cam.ok("tptz:SetPreset", "<tptz:ProfileToken>%s</tptz:ProfileToken><tptz:PresetName>Test4</tptz:PresetName>"
-                    % token).value("tptz:PresetToken")
+    preset = set_preset(cam, token, "Test4")
     try:
         check(presets(cam, token).get(preset) == "Test4", "preset %s not listed" % preset)
     finally:
-        cam.ok("tptz:RemovePreset", "<tptz:ProfileToken>%s</tptz:ProfileToken><tptz:PresetToken>%s</tptz:PresetToken>"
-               % (token, preset))
+        remove_preset_of(cam, token, preset)
 
 
 @case("PTZ-4-1-5", "ptz")
 def goto_preset(cam, f):
     token = ptz_profile(cam)
-    cam.ok("tptz:AbsoluteMove", "<tptz:ProfileToken>%s</tptz:ProfileToken>%s" % (token, pan_tilt(0.3, 0.2)))
-    settle(cam, token, (0.3, 0.2))
-    preset = cam.ok("tptz:SetPreset", "<tptz:ProfileToken>%s</tptz:ProfileToken><tptz:PresetName>Test5</tptz:PresetName>"
-                    % token).value("tptz:PresetToken")
+    move_to(cam, token, 0.3, 0.2)
+    preset = set_preset(cam, token, "Test5")
     try:
-        cam.ok("tptz:AbsoluteMove", "<tptz:ProfileToken>%s</tptz:ProfileToken>%s" % (token, pan_tilt(-0.3, -0.2)))
-        settle(cam, token, (-0.3, -0.2))
+        move_to(cam, token, -0.3, -0.2)
         cam.ok("tptz:GotoPreset", "<tptz:ProfileToken>%s</tptz:ProfileToken><tptz:PresetToken>%s</tptz:PresetToken>"
                % (token, preset))
         x, y = settle(cam, token, (0.3, 0.2))
         check(abs(x - 0.3) < 0.05 and abs(y - 0.2) < 0.05, "at %s %s after GotoPreset" % (x, y))
     finally:
-        cam.ok("tptz:RemovePreset", "<tptz:ProfileToken>%s</tptz:ProfileToken><tptz:PresetToken>%s</tptz:PresetToken>"
-               % (token, preset))
+        remove_preset_of(cam, token, preset)
 
 
 @case("PTZ-4-1-6", "ptz")
 def remove_preset(cam, f):
     token = ptz_profile(cam)
-    preset = cam.ok("tptz:SetPreset", "<tptz:ProfileToken>%s</tptz:ProfileToken><tptz:PresetName>Test6</tptz:PresetName>"
-                    % token).value("tptz:PresetToken")
-    cam.ok("tptz:RemovePreset", "<tptz:ProfileToken>%s</tptz:ProfileToken><tptz:PresetToken>%s</tptz:PresetToken>"
-           % (token, preset))
+    preset = set_preset(cam, token, "Test6")
+    remove_preset_of(cam, token, preset)
     check(preset not in presets(cam, token), "removed preset listed")
 
 
