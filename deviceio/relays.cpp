@@ -1,6 +1,7 @@
 // Relay outputs: their settings files (a working copy and a persistent
 // copy), and switching through the camera's output and settings programs.
 #include "state/timespan.h"
+#include "state/mode.h"
 #include "state/shm_words.h"
 #include "frame/frame.h"
 #include "frame/request_values.h"
@@ -101,8 +102,9 @@ void GetRelayOutputs()
 static void writeOptions(const char* token)
 {
     setResponse("<tmd:GetRelayOutputOptionsResponse><tmd:RelayOutputOptions token=\"%s\"><tmd:Mode>Bistable</tmd:Mode>"
-                "<tmd:Mode>Monostable</tmd:Mode><tmd:DelayTimes>1 600</tmd:DelayTimes><tmd:Discrete>False"
-                "</tmd:Discrete></tmd:RelayOutputOptions></tmd:GetRelayOutputOptionsResponse>", token);
+                "<tmd:Mode>Monostable</tmd:Mode><tmd:DelayTimes>1 600</tmd:DelayTimes><tmd:Discrete>%s"
+                "</tmd:Discrete></tmd:RelayOutputOptions></tmd:GetRelayOutputOptionsResponse>", token,
+                onvifMode() ? "false" : "False");
 }
 
 void GetRelayOutputOptions()

@@ -5,6 +5,7 @@
 #include "frame/handlers.h"
 #include "frame/xmlsearch.h"
 #include "frame/request_values.h"
+#include "frame/standard_faults.h"
 #include "state/mode.h"
 #include "state/storelock.h"
 
@@ -211,16 +212,23 @@ const ActionRow* actionRow(const char* action)
 {
     // Authentication, dispatch and the envelope each ask for the request's
     // row: the table is walked once per name.
-    static char lastAction[128];
+    // A process that serves several requests (the fuzz target) may switch
+    // the mode between them: the mode and namespace are part of the key.
+    static char lastAction[128], lastNamespace[128];
     static const ActionRow* lastRow;
+    static int lastMode = -1;
     if (!action)
         return 0;
-    if (lastAction[0] && strcmp(action, lastAction) == 0)
+    int mode = onvifMode();
+    const char* ns = mode ? requestBodyNamespace() : "";
+    if (lastAction[0] && mode == lastMode && strcmp(action, lastAction) == 0 && strcmp(ns, lastNamespace) == 0)
         return lastRow;
-    const ActionRow* found = onvifMode() ? onvifRow(action, requestBodyNamespace()) : legacyRow(action);
-    if (strlen(action) < sizeof lastAction) {
+    const ActionRow* found = mode ? onvifRow(action, ns) : legacyRow(action);
+    if (strlen(action) < sizeof lastAction && strlen(ns) < sizeof lastNamespace) {
         memcpy(lastAction, action, strlen(action) + 1);
+        memcpy(lastNamespace, ns, strlen(ns) + 1);
         lastRow = found;
+        lastMode = mode;
     }
     return found;
 }
@@ -234,6 +242,10 @@ int dispatchRow(const char* action)
 void checkXML()
 {
     const ActionRow* r = actionRow(PrimaryElementName);
+    if (!r && onvifMode()) {
+        writeActionNotSupportedFault();
+        return;
+    }
     if (!r || !r->handler) {
         G_httpAck = 500;
         return;

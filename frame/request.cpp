@@ -3,6 +3,7 @@
 #include "frame/dispatch.h"
 #include "frame/prescan.h"
 #include "frame/security.h"
+#include "frame/standard_faults.h"
 #include "frame/xmlsearch.h"
 #include "state/shm.h"
 
@@ -98,7 +99,7 @@ int serveRequest()
     HttpStatus(G_httpAck);
     if (G_httpAck == 401)
         Print_Error_MSG_to_G_Reponse();
-    if (G_httpAck != 200 && G_httpAck != 400 && G_httpAck != 401)
+    if (G_httpAck != 200 && G_httpAck != 400 && G_httpAck != 401 && !keepsOwnReceiverFault())
         writeGenericFault();
     SoapEnvStart();
     SoapBody();

@@ -1,6 +1,7 @@
 // The imaging service's focus stop and focus status. The actions share their
 // names with PTZ's; a request that names a video source is the imaging one.
 #include "imaging/imaging_request.h"
+#include "state/mode.h"
 #include "frame/frame.h"
 #include "frame/request_values.h"
 #include "state/command.h"
@@ -44,7 +45,10 @@ void ImagingStop()
     }
     const CommandArg args[] = {{"QUERY_STRING", "continuousfocusmove"}, {"continuousfocusmove", "0"}};
     runCameraProgramWith("com/ptz.cgi", args, 2);
-    setResponse("<tt:StopResponse></tt:StopResponse>");
+    if (onvifMode())
+        setResponse("<timg:StopResponse></timg:StopResponse>");
+    else
+        setResponse("<tt:StopResponse></tt:StopResponse>");
 }
 
 void ImagingGetStatus()

@@ -1,5 +1,6 @@
 // Listing, creating and deleting media profiles.
 #include "frame/frame.h"
+#include "state/mode.h"
 #include "frame/request_values.h"
 #include "state/shm_words.h"
 #include "frame/handlers.h"
@@ -101,8 +102,11 @@ void GetProfiles()
     setResponse("<trt:GetProfilesResponse>");
     FILE* index = fopenRoot(ONVIF_LODING_PROFILE_FILE, "r");
     if (!index) {
-        // Left open on purpose: clients of this camera know the unfinished answer.
+        // Left open on purpose: clients of this camera know the unfinished
+        // answer. The ONVIF mode answers an empty list.
         logServiceError("GetProfiles", "%s", "ONVIF_LODING_PROFILE_FILE missing");
+        if (onvifMode())
+            appendResponse("</trt:GetProfilesResponse>");
         return;
     }
     char line[256], fileName[128];
