@@ -91,7 +91,7 @@ void CreatePullPointSubscription()
     int pullPoints = 0;
     for (int k = 0; k < SUBSCRIPTION_SLOTS; ++k)
         pullPoints += subscriptionSlot(k)[SLOT_STATE] == SLOT_PULL;
-    if (onePullPoint ? pullPoints >= 1 : pullPoints > 4) {
+    if (pullPoints >= modelValue(Cap::EventsPullPoints)) {
         writeInvalidFilterFault("Too Many Client To Connect",
                                 onePullPoint ? "The Subscribe Allow 1 Client To Connect."
                                                                   : "The Subscribe Allow 5 Client To Connect.",

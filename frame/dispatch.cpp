@@ -3,6 +3,7 @@
 #include "frame/dispatch.h"
 #include "frame/frame.h"
 #include "frame/handlers.h"
+#include "frame/not_supported.h"
 #include "frame/xmlsearch.h"
 #include "frame/request_values.h"
 #include "frame/standard_faults.h"
@@ -166,6 +167,45 @@ static const ActionRow actionRows[] = {
     {"SetSynchronizationPoint", SVC_MEDIA, MediaSetSynchronizationPoint, CRED_OPEN, ENV_FULL, CHANGES_STORE | ONVIF_ONLY},
     {"SetSynchronizationPoint", SVC_EVENTS, EventSetSynchronizationPoint, CRED_OPEN, ENV_SYNCHRONIZATION_POINT,
      CHANGES_STORE | ONVIF_ONLY},
+    // What the services are and can do, one answer per service.
+    {"GetServices", SVC_DEVICE, GetServices, CRED_OPEN, ENV_FULL, ONVIF_ONLY},
+    {"GetServiceCapabilities", SVC_DEVICE, DeviceServiceCapabilities, CRED_OPEN, ENV_FULL, ONVIF_ONLY},
+    {"GetServiceCapabilities", SVC_MEDIA, MediaServiceCapabilities, CRED_OPEN, ENV_FULL, ONVIF_ONLY},
+    {"GetServiceCapabilities", SVC_EVENTS, EventServiceCapabilities, CRED_OPEN, ENV_SERVICE_CAPABILITIES, ONVIF_ONLY},
+    {"GetServiceCapabilities", SVC_PTZ, PtzServiceCapabilities, CRED_OPEN, ENV_FULL, ONVIF_ONLY},
+    {"GetServiceCapabilities", SVC_IMAGING, ImagingServiceCapabilities, CRED_OPEN, ENV_FULL, ONVIF_ONLY},
+    {"GetServiceCapabilities", SVC_DEVICEIO, DeviceIoServiceCapabilities, CRED_OPEN, ENV_FULL, ONVIF_ONLY},
+    {"SendAuxiliaryCommand", SVC_PTZ, SendAuxiliaryCommand, CRED_AUTH, ENV_FULL, ONVIF_ONLY},
+    // The device IO service's own operations; those for IO the camera lacks
+    // are not supported.
+    {"GetDigitalInputs", SVC_DEVICEIO, GetDigitalInputs, CRED_OPEN, ENV_FULL, ONVIF_ONLY},
+    {"GetDigitalInputConfigurationOptions", SVC_DEVICEIO, GetDigitalInputConfigurationOptions, CRED_OPEN, ENV_FULL, ONVIF_ONLY},
+    {"SetDigitalInputConfigurations", SVC_DEVICEIO, SetDigitalInputConfigurations, CRED_AUTH, ENV_FULL,
+     CHANGES_STORE | ONVIF_ONLY},
+    {"GetVideoSources", SVC_DEVICEIO, DeviceIoGetVideoSources, CRED_OPEN, ENV_FULL, ONVIF_ONLY},
+    {"GetAudioSources", SVC_DEVICEIO, DeviceIoGetAudioSources, CRED_OPEN, ENV_FULL, ONVIF_ONLY},
+    {"SetRelayOutputSettings", SVC_DEVICEIO, DeviceIoSetRelayOutputSettings, CRED_AUTH, ENV_FULL, CHANGES_STORE | ONVIF_ONLY},
+#define DEVICEIO_NOT_SUPPORTED(name) {name, SVC_DEVICEIO, answerActionNotSupported, CRED_OPEN, ENV_FULL, ONVIF_ONLY}
+    DEVICEIO_NOT_SUPPORTED("GetAudioOutputs"),
+    DEVICEIO_NOT_SUPPORTED("GetVideoOutputs"),
+    DEVICEIO_NOT_SUPPORTED("GetVideoOutputConfiguration"),
+    DEVICEIO_NOT_SUPPORTED("GetVideoOutputConfigurationOptions"),
+    DEVICEIO_NOT_SUPPORTED("SetVideoOutputConfiguration"),
+    DEVICEIO_NOT_SUPPORTED("GetVideoSourceConfiguration"),
+    DEVICEIO_NOT_SUPPORTED("GetVideoSourceConfigurationOptions"),
+    DEVICEIO_NOT_SUPPORTED("SetVideoSourceConfiguration"),
+    DEVICEIO_NOT_SUPPORTED("GetAudioSourceConfiguration"),
+    DEVICEIO_NOT_SUPPORTED("GetAudioSourceConfigurationOptions"),
+    DEVICEIO_NOT_SUPPORTED("SetAudioSourceConfiguration"),
+    DEVICEIO_NOT_SUPPORTED("GetAudioOutputConfiguration"),
+    DEVICEIO_NOT_SUPPORTED("GetAudioOutputConfigurationOptions"),
+    DEVICEIO_NOT_SUPPORTED("SetAudioOutputConfiguration"),
+    DEVICEIO_NOT_SUPPORTED("GetSerialPorts"),
+    DEVICEIO_NOT_SUPPORTED("GetSerialPortConfiguration"),
+    DEVICEIO_NOT_SUPPORTED("GetSerialPortConfigurationOptions"),
+    DEVICEIO_NOT_SUPPORTED("SetSerialPortConfiguration"),
+    DEVICEIO_NOT_SUPPORTED("SendReceiveSerialCommand"),
+#undef DEVICEIO_NOT_SUPPORTED
 };
 
 static const char* const SERVICE_NAMESPACES[] = {

@@ -168,6 +168,22 @@ static int appendIndexLine(const char* line, FILE* out, void* ctx)
     return 0;
 }
 
+// The lines of the profile index: one per profile.
+static int profileIndexLines()
+{
+    int count = 0;
+    FILE* index = fopenRoot(ONVIF_LODING_PROFILE_FILE, "r");
+    if (!index) {
+        log_message_to_onvifErrorFile(1, "deviceService:[CreateProfile]ONVIF_LODING_PROFILE_FILE missing");
+        return 0;
+    }
+    char line[256];
+    while (fgets(line, sizeof line, index))
+        ++count;
+    fclose(index);
+    return count;
+}
+
 void CreateProfile()
 {
     char name[PROFILE_TOKEN_MAX + 1], token[PROFILE_TOKEN_MAX + 8], fileName[64];
@@ -198,17 +214,13 @@ void CreateProfile()
         }
     } else {
         // Numbered after the count of profiles, not checked against them.
-        int count = 0;
-        FILE* index = fopenRoot(ONVIF_LODING_PROFILE_FILE, "r");
-        if (index) {
-            char line[256];
-            while (fgets(line, sizeof line, index))
-                ++count;
-            fclose(index);
-        } else {
-            log_message_to_onvifErrorFile(1, "deviceService:[CreateProfile]ONVIF_LODING_PROFILE_FILE missing");
-        }
-        snprintf(token, sizeof token, "Profile%d", count + 1);
+        snprintf(token, sizeof token, "Profile%d", profileIndexLines() + 1);
+    }
+    // The ONVIF mode holds the store to the number its capabilities report.
+    if (onvifMode() && profileIndexLines() >= modelValue(Cap::MediaMaxProfiles)) {
+        writeReceiverFault2("Action", "MaxNVTProfiles", "The maximum number of profiles has been reached",
+                            "The maximum number of supported profiles supported by the device has been reached.");
+        return;
     }
     char line[128];
     formatChecked(line, sizeof line, "profile filename=%s.profile\n", token);
