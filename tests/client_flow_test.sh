@@ -58,12 +58,7 @@ for i in $(seq 1 50); do
     sleep 0.2
 done
 echo "$answer" | grep -q "GetDeviceInformationResponse" || fail "the simulated camera did not answer: $answer"
-# The mode is read on each request: set here too, for a camera script that does not take it.
-if [ "$mode" = onvif ]; then
-    conf="$root/tmp/onvif/onvif.conf"
-    grep -q '^Conformance.Mode=onvif$' "$conf" || sed -i 's/^Conformance\.Mode=.*/Conformance.Mode=onvif/' "$conf"
-    grep -q '^Conformance.Mode=onvif$' "$conf" || fail "the camera root is not in the ONVIF mode"
-fi
+grep -q "^Conformance.Mode=$mode\$" "$root/tmp/onvif/onvif.conf" || fail "the camera is not in the $mode mode"
 
 # The flow gets four minutes, each of its steps less; with the start above
 # the whole stays within the test's time limit, so the cleanup always runs.
