@@ -184,6 +184,10 @@ static const ActionRow actionRows[] = {
     {"GetVideoSources", SVC_DEVICEIO, DeviceIoGetVideoSources, CRED_OPEN, ENV_FULL, ONVIF_ONLY},
     {"GetAudioSources", SVC_DEVICEIO, DeviceIoGetAudioSources, CRED_OPEN, ENV_FULL, ONVIF_ONLY},
     {"SetRelayOutputSettings", SVC_DEVICEIO, DeviceIoSetRelayOutputSettings, CRED_AUTH, ENV_FULL, CHANGES_STORE | ONVIF_ONLY},
+    // The device IO service's relay operations take and give the device
+    // service's elements; clients also send them in the device IO namespace.
+    {"GetRelayOutputs", SVC_DEVICEIO, GetRelayOutputs, CRED_OPEN, ENV_FULL, ONVIF_ONLY},
+    {"SetRelayOutputState", SVC_DEVICEIO, SetRelayOutputState, CRED_AUTH, ENV_FULL, CHANGES_STORE | ONVIF_ONLY},
 #define DEVICEIO_NOT_SUPPORTED(name) {name, SVC_DEVICEIO, writeActionNotSupportedFault, CRED_OPEN, ENV_FULL, ONVIF_ONLY}
     DEVICEIO_NOT_SUPPORTED("GetAudioOutputs"),
     DEVICEIO_NOT_SUPPORTED("GetVideoOutputs"),

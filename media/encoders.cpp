@@ -8,6 +8,7 @@
 #include "state/profiles.h"
 #include "state/checkers.h"
 #include "state/config.h"
+#include "state/mode.h"
 #include "state/shm.h"
 
 #include <stdlib.h>
@@ -327,6 +328,10 @@ static int checkWholeNumber(char* value, const SettingRow*, const char*, void*)
 // in Hz is written as kHz.
 static int checkAudioSampleRate(char* value, const SettingRow*, const char*, void*)
 {
+    // The schema gives the rate in kHz, as the camera reports it: the ONVIF
+    // mode takes back what it hands out whatever the model's rule.
+    if (onvifMode() && (strcmp(value, "8") == 0 || strcmp(value, "16") == 0))
+        return 0;
     if (CheckSampleRate(value))
         return 1;
     long hz = atol(value);

@@ -273,19 +273,7 @@ async function main() {
         service: 'device',
         body: cam._envelopeHeader() + body + cam._envelopeFooter(),
     }, cb));
-    // Not yet in the ONVIF mode: the device IO service's own relay operations.
-    if (onvifMode) {
-        await step('relay outputs at the device address (GetRelayOutputs, SetRelayOutputState)', async () => {
-            let failure;
-            try {
-                await deviceIO('<GetRelayOutputs xmlns="http://www.onvif.org/ver10/deviceIO/wsdl"/>');
-            } catch (e) {
-                failure = e;
-            }
-            assert(failure && /Optional Action Not Implemented/.test(failure.message), `GetRelayOutputs: ${failure}`);
-        }, 'the device IO service answers its own GetRelayOutputs and SetRelayOutputState with ActionNotSupported '
-            + '(the relays answer in the device namespace)');
-    } else await step('relay outputs at the device address (GetRelayOutputs, SetRelayOutputState)', async () => {
+    await step('relay outputs at the device address (GetRelayOutputs, SetRelayOutputState)', async () => {
         const [data] = await deviceIO('<GetRelayOutputs xmlns="http://www.onvif.org/ver10/deviceIO/wsdl"/>');
         const relays = data[0].getRelayOutputsResponse[0].relayOutputs;
         assert(relays && relays.length === 1, 'no relay output');

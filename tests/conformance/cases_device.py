@@ -274,9 +274,11 @@ def relay_state_case(mode, idle, prefix):
             cam.ok(op, token_part + "<%s>%s</%s>" % (holder, inner, holder))
         else:
             cam.ok(op, '<tmd:RelayOutput token="%s"><tt:Properties>%s</tt:Properties></tmd:RelayOutput>' % (token, inner))
+        # The device IO service's SetRelayOutputState takes the device
+        # service's element (deviceio.wsdl), at the device IO address.
         for state in ("active", "inactive"):
-            cam.ok(prefix + ":SetRelayOutputState", "<%s:RelayOutputToken>%s</%s:RelayOutputToken>"
-                   "<%s:LogicalState>%s</%s:LogicalState>" % (prefix, token, prefix, prefix, state, prefix))
+            cam.ok("tds:SetRelayOutputState", "<tds:RelayOutputToken>%s</tds:RelayOutputToken>"
+                   "<tds:LogicalState>%s</tds:LogicalState>" % (token, state))
     return run
 
 

@@ -1,5 +1,4 @@
 """Device IO test cases: relay outputs, digital inputs, video sources, audio and serial ports."""
-import xml.etree.ElementTree as ET
 
 from registry import case, not_coded, uncoded
 from soap import NS, check
@@ -9,7 +8,8 @@ PREFIXES = ("DEVICEIO-",)
 
 
 def relays(cam):
-    return cam.ok("tmd:GetRelayOutputs").all("tmd:RelayOutputs")
+    # deviceio.wsdl's GetRelayOutputs takes and gives the device service's elements.
+    return cam.ok("tds:GetRelayOutputs").all("tds:RelayOutputs")
 
 
 @case("DEVICEIO-1-1-1", "deviceio", "relays")
@@ -33,8 +33,9 @@ def relay_options(cam, f):
 
 @case("DEVICEIO-1-1-4", "deviceio", "relays")
 def relay_settings(cam, f):
-    relay = relays(cam)[0]
-    cam.ok("tmd:SetRelayOutputSettings", ET.tostring(relay, encoding="unicode").replace("tmd:RelayOutputs", "tmd:RelayOutput"))
+    token = relays(cam)[0].get("token")
+    cam.ok("tmd:SetRelayOutputSettings", '<tmd:RelayOutput token="%s"><tt:Properties><tt:Mode>Bistable</tt:Mode>'
+           '<tt:DelayTime>PT0S</tt:DelayTime><tt:IdleState>open</tt:IdleState></tt:Properties></tmd:RelayOutput>' % token)
 
 
 @case("DEVICEIO-1-1-5", "deviceio", "relays")
