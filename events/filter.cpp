@@ -2,6 +2,7 @@
 // to the one filter code the camera's event process keeps in a slot.
 #include "events/events.h"
 #include "frame/request_values.h"
+#include "state/mode.h"
 
 #include <stdio.h>
 #include <string.h>
@@ -79,13 +80,76 @@ static const TopicRow VENDOR_TOPICS[] = {
      FILTER_DEVICE_ROOT},
 };
 
+static const TopicRow STANDARD_TOPICS[] = {
+    {"tns1:VideoSource", "MotionAlarm", "GlobalSceneChange", FILTER_MOTION, FILTER_TAMPERING, FILTER_VIDEO_SOURCE,
+     FILTER_VIDEO_SOURCE_ROOT},
+    {"tns1:Device", "Trigger/DigitalInput", "Trigger/Relay", FILTER_INPUTS, FILTER_RELAYS, FILTER_DEVICE,
+     FILTER_DEVICE_ROOT},
+};
+
+// One alternative of a topic expression in the standard's names, as the
+// event kinds it takes (filterTakes bits); 0 when it names none. A subtree
+// ("//.") or the trigger node alone takes its whole root.
+static unsigned standardTopicKinds(const char* topic, size_t length)
+{
+    char root[257] = "", rest[257] = "", alternative[257];
+    snprintf(alternative, sizeof alternative, "%.*s", (int)length, topic);
+    sscanf(alternative, " %256[^/]/%256[^ ]", root, rest);
+    size_t n = strlen(rest);
+    while (n > 0 && (rest[n - 1] == '.' || rest[n - 1] == '/' || rest[n - 1] == '*'))
+        rest[--n] = 0;
+    for (const TopicRow& row : STANDARD_TOPICS) {
+        if (strcmp(root, row.root) != 0)
+            continue;
+        int first = strstr(rest, row.first) != 0, second = strstr(rest, row.second) != 0;
+        int code = !rest[0] || strcmp(rest, "Trigger") == 0 ? row.emptyCode
+                   : first && second ? row.bothCode : first ? row.firstCode : second ? row.secondCode : -1;
+        if (code < 0)
+            return 0;
+        unsigned kinds = 0;
+        for (int kind = EVENT_MOTION; kind <= EVENT_RELAY; ++kind)
+            kinds |= filterTakes(code, (EventKind)kind) << kind;
+        return kinds;
+    }
+    return 0;
+}
+
+// The standard's topic expression, alternatives joined by "|", reduced to
+// the narrowest code that takes every kind named.
+static int classifyStandardTopic(const char* topic, int* code)
+{
+    unsigned kinds = 0;
+    for (const char* p = topic;;) {
+        size_t length = strcspn(p, "|");
+        unsigned one = standardTopicKinds(p, length);
+        if (!one)
+            return FILTER_BAD_TOPIC;
+        kinds |= one;
+        if (!p[length])
+            break;
+        p += length + 1;
+    }
+    static const struct { unsigned kinds; int code; } CODES[] = {
+        {1u << EVENT_MOTION, FILTER_MOTION}, {1u << EVENT_TAMPERING, FILTER_TAMPERING},
+        {(1u << EVENT_MOTION) | (1u << EVENT_TAMPERING), FILTER_VIDEO_SOURCE},
+        {1u << EVENT_INPUT, FILTER_INPUTS}, {1u << EVENT_RELAY, FILTER_RELAYS},
+        {(1u << EVENT_INPUT) | (1u << EVENT_RELAY), FILTER_DEVICE},
+    };
+    *code = FILTER_NONE;
+    for (const auto& c : CODES)
+        if (c.kinds == kinds)
+            *code = c.code;
+    return FILTER_OK;
+}
+
 // Reduces the request's filter to one code; FILTER_BAD_* when refused. The
 // analytics motion topic and the "(null)" topic are taken only where the
 // camera's own topics are the ONVIF ones and it keeps several pull points.
 int classifyFilter(int vendorNames, int onePullPoint, int isSubscribe, int* code)
 {
-    char topic[65], content[257];
-    Read topicRead = requestText("wsnt:TopicExpression", topic, 65);
+    char topic[257], content[257];
+    // The standard's topic names, and their unions, are longer.
+    Read topicRead = requestText("wsnt:TopicExpression", topic, onvifMode() ? 257 : 65);
     Read contentRead = requestText("wsnt:MessageContent", content, (isSubscribe ? 64 : 256) + 1);
     if (topicRead == Read::Refused || contentRead == Read::Refused)
         return FILTER_REFUSED;
@@ -97,6 +161,12 @@ int classifyFilter(int vendorNames, int onePullPoint, int isSubscribe, int* code
     if (!hasTopic) {
         *code = FILTER_CONTENT_ONLY;
         return contentAloneAccepted(content) ? FILTER_OK : FILTER_BAD_CONTENT;
+    }
+    if (onvifMode()) {
+        int result = classifyStandardTopic(topic, code);
+        if (result == FILTER_OK && hasContent && !contentAloneAccepted(content))
+            result = FILTER_BAD_CONTENT;
+        return result;
     }
     char root[65] = "", rest[65] = "";
     sscanf(topic, "%64[^/]/%64s", root, rest);

@@ -10,6 +10,7 @@
 #include "frame/xmlsearch.h"
 #include "state/config.h"
 #include "state/paths.h"
+#include "state/mode.h"
 #include "state/shm.h"
 
 #include <limits.h>
@@ -34,6 +35,13 @@ static int appendInitialized(MessageBudget* budget, const char* topic, const cha
     if (budget->left <= 0)
         return 0;
     --budget->left;
+    if (onvifMode()) {
+        char message[2048];
+        if (printNotification(message, sizeof message, topic, time, "Initialized", sourceName, sourceValue, dataName,
+                              state))
+            appendMarkup(message);
+        return 1;
+    }
     appendResponse("<wsnt:NotificationMessage><wsnt:Topic Dialect=\"http://docs.oasis-open.org/wsn/t-1/TopicExpression/Simple\">"
              "%s</wsnt:Topic><wsnt:Message><tt:Message UtcTime=\"%s\" PropertyOperation=\"Initialized\">"
              "<tt:Source><tt:SimpleItem Name=\"%s\" Value=\"%s\"></tt:SimpleItem></tt:Source>"
@@ -52,21 +60,31 @@ static int sendState(MessageBudget* b, const char* time, EventKind kind, int num
     return appendInitialized(b, names.topic, time, names.sourceName, item, names.dataName, state);
 }
 
+// A state word as the data item carries it: the camera's own "1"/"0", or the
+// standard's values in the ONVIF mode.
+static const char* stateText(EventKind kind, int word)
+{
+    int on = shmWord(word) == 1;
+    if (onvifMode())
+        return eventValue(kind, on);
+    return on ? "1" : "0";
+}
+
 static int sendMotion(MessageBudget* b, const char* time)
 {
-    return sendState(b, time, EVENT_MOTION, 0, shmWord(MOTION_WORD) == 1 ? "1" : "0");
+    return sendState(b, time, EVENT_MOTION, 0, stateText(EVENT_MOTION, MOTION_WORD));
 }
 
 static int sendTampering(MessageBudget* b, const char* time)
 {
-    return sendState(b, time, EVENT_TAMPERING, 0, shmWord(TAMPERING_WORD) == 1 ? "1" : "0");
+    return sendState(b, time, EVENT_TAMPERING, 0, stateText(EVENT_TAMPERING, TAMPERING_WORD));
 }
 
 static int sendInputs(MessageBudget* b, const char* time)
 {
     int inputs = modelValue(Cap::EventsInputs);
     for (int i = 0; i < inputs; ++i)
-        if (!sendState(b, time, EVENT_INPUT, i + 1, shmWord(INPUT_WORD_1 + i) == 1 ? "1" : "0"))
+        if (!sendState(b, time, EVENT_INPUT, i + 1, stateText(EVENT_INPUT, INPUT_WORD_1 + i)))
             return 0;
     return 1;
 }
@@ -75,7 +93,9 @@ static int sendRelays(MessageBudget* b, const char* time)
 {
     int relays = modelValue(Cap::EventsRelays);
     for (int i = 0; i < relays; ++i)
-        if (!sendState(b, time, EVENT_RELAY, i + 1, shmWord(RELAY_WORD_1 + i) == 1 ? "closed" : "open"))
+        if (!sendState(b, time, EVENT_RELAY, i + 1,
+                       onvifMode() ? eventValue(EVENT_RELAY, shmWord(RELAY_WORD_1 + i) == 1)
+                                   : shmWord(RELAY_WORD_1 + i) == 1 ? "closed" : "open"))
             return 0;
     return 1;
 }
@@ -158,6 +178,10 @@ static int maxMessageLimit()
 
 void PullMessages()
 {
+    if (onvifMode()) {
+        standardPullMessages();
+        return;
+    }
     char text[33];
     int timeout = MAX_PULL_SECONDS;
     Read timeoutRead = requestText("wsnt:Timeout", text, 33);
