@@ -115,6 +115,8 @@ const char* eventValue(EventKind kind, int on);
 int standardNotification(const char* fragment, char* out, size_t n);
 // Prints the current UTC time with its zone letter.
 void zonedNow(char* out, size_t n, struct tm* now);
+// Every initial state the filter takes, one notification line each.
+void standardInitialStates(int filterCode, const char* timeText, char* out, size_t n);
 // The pull, renew and synchronization answers of the ONVIF mode.
 void standardPullMessages();
 // The notification template shared by the pull answers and push delivery.

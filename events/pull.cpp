@@ -28,6 +28,11 @@ struct MessageBudget {
     int left;
 };
 
+// Where the ONVIF mode collects the initial states, one line each, instead
+// of the answer (standardInitialStates).
+static char* initialSink;
+static size_t initialSinkSize;
+
 // One Initialized notification; 0 once the message limit is reached.
 static int appendInitialized(MessageBudget* budget, const char* topic, const char* time, const char* sourceName,
                              const char* sourceValue, const char* dataName, const char* state)
@@ -38,8 +43,11 @@ static int appendInitialized(MessageBudget* budget, const char* topic, const cha
     if (onvifMode()) {
         char message[2048];
         if (printNotification(message, sizeof message, topic, time, "Initialized", sourceName, sourceValue, dataName,
-                              state))
-            appendMarkup(message);
+                              state)) {
+            size_t used = strlen(initialSink), length = strlen(message);
+            if (used + length + 2 <= initialSinkSize)
+                snprintf(initialSink + used, initialSinkSize - used, "%s\n", message);
+        }
         return 1;
     }
     appendResponse("<wsnt:NotificationMessage><wsnt:Topic Dialect=\"http://docs.oasis-open.org/wsn/t-1/TopicExpression/Simple\">"
@@ -116,6 +124,15 @@ void PullMsg_SendFirstEventState(int filterCode, int messageLimit, const char* t
         room = sendRelays(&b, timeText);
     if (room && filterTakes(filterCode, EVENT_ANALYTICS_MOTION))
         sendState(&b, timeText, EVENT_ANALYTICS_MOTION, 0, shmWord(MOTION_WORD) == 1 ? "1" : "0");
+}
+
+void standardInitialStates(int filterCode, const char* timeText, char* out, size_t n)
+{
+    out[0] = 0;
+    initialSink = out;
+    initialSinkSize = n;
+    PullMsg_SendFirstEventState(filterCode, INT_MAX, timeText);
+    initialSink = 0;
 }
 
 static void startAnswer(const char* current, const char* termination)

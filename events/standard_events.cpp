@@ -244,6 +244,26 @@ static void drainStandard(const char* path, int limit)
         fclose(again);
 }
 
+// The initial states go ahead of the queued messages, so that a small
+// message limit hands them over in order, over several pulls if need be.
+static void queueInitialStates(int* slot, const char* path)
+{
+    static char queue[G_RESPONSE_SIZE];
+    struct tm now;
+    char current[64];
+    zonedNow(current, sizeof current, &now);
+    standardInitialStates(slot[SLOT_FILTER], current, queue, sizeof queue / 2);
+    size_t used = strlen(queue);
+    FILE* f = fopenRoot(path, "r");
+    if (f) {
+        used += fread(queue + used, 1, sizeof queue - used - 1, f);
+        queue[used] = 0;
+        fclose(f);
+    }
+    replaceFileContent(path, queue);
+    slot[SLOT_STATE] = SLOT_PULL;
+}
+
 void standardPullMessages()
 {
     endExpiredSubscriptions();
@@ -291,15 +311,8 @@ void standardPullMessages()
         // Unsubscribed while waiting: nothing more comes.
         if (slot[SLOT_NUMBER] != number || (slot[SLOT_STATE] != SLOT_PULL && slot[SLOT_STATE] != SLOT_PULL_SYNC))
             break;
-        if (slot[SLOT_STATE] == SLOT_PULL_SYNC) {
-            char current[64];
-            zonedNow(current, sizeof current, &now);
-            startAnswer(slot);
-            PullMsg_SendFirstEventState(slot[SLOT_FILTER], (int)limit, current);
-            slot[SLOT_STATE] = SLOT_PULL;
-            appendMarkup(CLOSING);
-            return;
-        }
+        if (slot[SLOT_STATE] == SLOT_PULL_SYNC)
+            queueInitialStates(slot, path);
         if (limit > 0 && fileSize(path) > 0) {
             startAnswer(slot);
             drainStandard(path, (int)limit);

@@ -137,6 +137,17 @@ TEST_F(OnvifEvents, LimitsAndTheTableSize)
     EXPECT_EQ(full.status, 400);
     EXPECT_NE(full.envelopeBody.find("<wsnt:SubscribeCreationFailedFault>"), std::string::npos) << full.body;
 
+    // A limit of one hands the initial states over one by one, none lost.
+    std::string topics;
+    for (int i = 0; i < 4; ++i) {
+        std::string b = pull(0, "PT0S", 1).envelopeBody;
+        EXPECT_EQ(count(b, "PropertyOperation=\"Initialized\""), 1) << i << b;
+        size_t at = b.find("\">tns1:");
+        topics += at == std::string::npos ? "" : b.substr(at + 2, b.find('<', at) - at - 2) + " ";
+    }
+    EXPECT_EQ(topics, "tns1:VideoSource/MotionAlarm tns1:VideoSource/GlobalSceneChange/ImagingService "
+                      "tns1:Device/Trigger/DigitalInput tns1:Device/Trigger/Relay ");
+
     CgiResult tooLong = pull(0, "PT61S");
     EXPECT_EQ(tooLong.status, 400);
     EXPECT_NE(tooLong.envelopeBody.find("<tev:PullMessagesFaultResponse><tev:MaxTimeout>PT60S</tev:MaxTimeout>"
