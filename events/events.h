@@ -117,6 +117,15 @@ int standardNotification(const char* fragment, char* out, size_t n);
 void zonedNow(char* out, size_t n, struct tm* now);
 // Every initial state the filter takes, one notification line each.
 void standardInitialStates(int filterCode, const char* timeText, char* out, size_t n);
+// A message content filter of the item filter dialect: well formed, and
+// whether it takes a notification in the standard form.
+int standardContentValid(const char* content);
+int contentTakes(const char* content, const char* message);
+// The content filter kept beside subscription number, and whether it takes
+// the notification (no filter takes all).
+void contentFilterPath(int number, char* out, size_t n);
+void storeContentFilter(int number);
+int subscriptionTakes(int number, const char* message);
 // The pull, renew and synchronization answers of the ONVIF mode.
 void standardPullMessages();
 // The notification template shared by the pull answers and push delivery.

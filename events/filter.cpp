@@ -6,6 +6,7 @@
 
 #include <stdio.h>
 #include <string.h>
+#include <stdlib.h>
 
 // One term of a message content; nonzero when the term is refused.
 int check_msg_content(const char* text, int length)
@@ -150,7 +151,7 @@ int classifyFilter(int vendorNames, int onePullPoint, int isSubscribe, int* code
     char topic[257], content[257];
     // The standard's topic names, and their unions, are longer.
     Read topicRead = requestText("wsnt:TopicExpression", topic, onvifMode() ? 257 : 65);
-    Read contentRead = requestText("wsnt:MessageContent", content, (isSubscribe ? 64 : 256) + 1);
+    Read contentRead = requestText("wsnt:MessageContent", content, (isSubscribe && !onvifMode() ? 64 : 256) + 1);
     if (topicRead == Read::Refused || contentRead == Read::Refused)
         return FILTER_REFUSED;
     int hasTopic = topicRead == Read::Value, hasContent = contentRead == Read::Value;
@@ -158,15 +159,16 @@ int classifyFilter(int vendorNames, int onePullPoint, int isSubscribe, int* code
         *code = FILTER_NONE;
         return FILTER_OK;
     }
+    if (onvifMode() && hasContent && !standardContentValid(content))
+        return FILTER_BAD_CONTENT;
     if (!hasTopic) {
         *code = FILTER_CONTENT_ONLY;
+        if (onvifMode())
+            return FILTER_OK;
         return contentAloneAccepted(content) ? FILTER_OK : FILTER_BAD_CONTENT;
     }
     if (onvifMode()) {
-        int result = classifyStandardTopic(topic, code);
-        if (result == FILTER_OK && hasContent && !contentAloneAccepted(content))
-            result = FILTER_BAD_CONTENT;
-        return result;
+        return classifyStandardTopic(topic, code);
     }
     char root[65] = "", rest[65] = "";
     sscanf(topic, "%64[^/]/%64s", root, rest);
@@ -211,4 +213,86 @@ int refuseFilter(int result)
     writeInvalidFilterFault("Argument Value Invalid", "The Subscribe message contained an unsupported filter",
                             result == FILTER_BAD_TOPIC ? "wsnt:TopicExpression" : "wsnt:MessageContent");
     return 1;
+}
+
+// --- Message content filters in the ONVIF mode ---
+// The item filter dialect: boolean(//tt:SimpleItem[@Name="..." and
+// @Value="..."]) terms joined by "and" and "or" ("and" binds closer). The
+// camera keeps the text beside the subscription and tests each message.
+
+int standardContentValid(const char* content)
+{
+    int parens = 0, brackets = 0;
+    for (const char* p = content; *p; ++p) {
+        parens += *p == '(' ? 1 : *p == ')' ? -1 : 0;
+        brackets += *p == '[' ? 1 : *p == ']' ? -1 : 0;
+        if (parens < 0 || brackets < 0)
+            return 0;
+    }
+    return parens == 0 && brackets == 0 && strstr(content, "boolean(") && strstr(content, "Item[");
+}
+
+// The value of name="..." in the term, or an empty text.
+static void quotedAttribute(const char* term, size_t length, const char* name, char* out, size_t n)
+{
+    out[0] = 0;
+    size_t nameLength = strlen(name);
+    for (const char* p = term; p + nameLength < term + length; ++p) {
+        if (strncmp(p, name, nameLength) != 0 || p[nameLength] != '"')
+            continue;
+        const char* value = p + nameLength + 1;
+        const char* end = (const char*)memchr(value, '"', term + length - value);
+        if (end)
+            snprintf(out, n, "%.*s", (int)(end - value), value);
+        return;
+    }
+}
+
+// One item test: some item of the message has the name and value given.
+static int termTakes(const char* term, size_t length, const char* message)
+{
+    char name[128], value[128], wanted[300];
+    quotedAttribute(term, length, "@Name=", name, sizeof name);
+    quotedAttribute(term, length, "@Value=", value, sizeof value);
+    if (name[0] && value[0])
+        snprintf(wanted, sizeof wanted, "Name=\"%s\" Value=\"%s\"", name, value);
+    else if (name[0])
+        snprintf(wanted, sizeof wanted, "Name=\"%s\"", name);
+    else if (value[0])
+        snprintf(wanted, sizeof wanted, "Value=\"%s\"", value);
+    else
+        return 1;
+    return strstr(message, wanted) != 0;
+}
+
+// The next top-level "and"/"or" word from p, or the end of the text.
+static const char* nextJoin(const char* p, const char** word)
+{
+    int depth = 0;
+    for (; *p; ++p) {
+        depth += (*p == '(' || *p == '[') ? 1 : (*p == ')' || *p == ']') ? -1 : 0;
+        if (depth == 0 && (strncmp(p, " and ", 5) == 0 || strncmp(p, " or ", 4) == 0)) {
+            *word = p[1] == 'a' ? "and" : "or";
+            return p;
+        }
+    }
+    *word = 0;
+    return p;
+}
+
+int contentTakes(const char* content, const char* message)
+{
+    int any = 0, all = 1;
+    for (const char* p = content;;) {
+        const char* word;
+        const char* end = nextJoin(p, &word);
+        all = all && termTakes(p, end - p, message);
+        if (!word || strcmp(word, "or") == 0) {
+            any = any || all;
+            all = 1;
+        }
+        if (!word)
+            return any;
+        p = end + strlen(word) + 2;
+    }
 }

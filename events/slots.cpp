@@ -118,3 +118,4 @@ int A_larger_than_B(const char* a, const char* b) { return compareTimes(a, b); }
 
 void eventFilePath(int number, char* out, size_t n) { formatChecked(out, n, "/tmp/onvif/eventfile%d", number); }
 void pushRecordPath(int number, char* out, size_t n) { formatChecked(out, n, "/tmp/onvif/subscribe%d.event", number); }
+void contentFilterPath(int number, char* out, size_t n) { formatChecked(out, n, "/tmp/onvif/filter%d", number); }

@@ -178,6 +178,33 @@ int standardNotification(const char* fragment, char* out, size_t n)
                              eventValue((EventKind)kind, valueIsOn(attributeOr(data, "Value", ""))));
 }
 
+// --- Content filters ---
+
+void storeContentFilter(int number)
+{
+    char content[257], path[64];
+    contentFilterPath(number, path, sizeof path);
+    if (requestText("wsnt:MessageContent", content, sizeof content) == Read::Value)
+        replaceFileContent(path, content);
+    else {
+        char real[512];
+        unlink(resolvePath(path, real, sizeof real));
+    }
+}
+
+int subscriptionTakes(int number, const char* message)
+{
+    char path[64], content[257];
+    contentFilterPath(number, path, sizeof path);
+    FILE* f = fopenRoot(path, "r");
+    if (!f)
+        return 1;
+    size_t n = fread(content, 1, sizeof content - 1, f);
+    fclose(f);
+    content[n] = 0;
+    return contentTakes(content, message);
+}
+
 // --- PullMessages ---
 
 static const char CLOSING[] = "</tev:PullMessagesResponse>";
@@ -201,7 +228,7 @@ static long fileSize(const char* path)
 
 // Hands over up to limit notifications in the standard form; the rest stay
 // in the file for the next pull.
-static void drainStandard(const char* path, int limit)
+static void drainStandard(const char* path, int number, int limit)
 {
     for (int polls = 0; polls < 10000 && shmWord(EVENT_FILE_BUSY_WORD) == 1; ++polls)
         usleep(1000);
@@ -222,7 +249,7 @@ static void drainStandard(const char* path, int limit)
             continue;
         }
         line[strcspn(line, "\r\n")] = 0;
-        if (line[0] && standardNotification(line, standard, sizeof standard)) {
+        if (line[0] && standardNotification(line, standard, sizeof standard) && subscriptionTakes(number, standard)) {
             if (strlen(G_Response) + strlen(standard) + sizeof CLOSING >= G_RESPONSE_SIZE)
                 break;
             appendMarkup(standard);
@@ -253,7 +280,22 @@ static void queueInitialStates(int* slot, const char* path)
     char current[64];
     zonedNow(current, sizeof current, &now);
     standardInitialStates(slot[SLOT_FILTER], current, queue, sizeof queue / 2);
-    size_t used = strlen(queue);
+    // Only the states the content filter takes.
+    size_t used = 0;
+    for (char* line = queue; *line;) {
+        char* end = strchr(line, '\n');
+        size_t length = end ? (size_t)(end - line + 1) : strlen(line);
+        char saved = line[length - 1];
+        line[length - 1] = 0;
+        int takes = subscriptionTakes(slot[SLOT_NUMBER], line);
+        line[length - 1] = saved;
+        if (takes) {
+            memmove(queue + used, line, length);
+            used += length;
+        }
+        line += length;
+    }
+    queue[used] = 0;
     FILE* f = fopenRoot(path, "r");
     if (f) {
         used += fread(queue + used, 1, sizeof queue - used - 1, f);
@@ -315,7 +357,7 @@ void standardPullMessages()
             queueInitialStates(slot, path);
         if (limit > 0 && fileSize(path) > 0) {
             startAnswer(slot);
-            drainStandard(path, (int)limit);
+            drainStandard(path, number, (int)limit);
             appendMarkup(CLOSING);
             return;
         }

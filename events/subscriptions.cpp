@@ -138,6 +138,8 @@ void CreatePullPointSubscription()
     // In the ONVIF mode a new pull point owes its own first pull the initial
     // states: it starts as if a synchronization point were asked for.
     claimSlot(onvifMode() ? SLOT_PULL_SYNC : SLOT_PULL, host, code, termination, mode);
+    if (onvifMode())
+        storeContentFilter(number);
     setShmWord(SUBSCRIPTION_CHANGE_WORD, SUBSCRIPTION_PULL_ADDED);
 }
 
@@ -174,6 +176,8 @@ void Subscribe()
     int address[4];
     parseAddressParts(host, address);
     claimSlot(SLOT_PUSH, address, code, termination, mode);
+    if (onvifMode())
+        storeContentFilter(number);
     setShmWord(SUBSCRIPTION_CHANGE_WORD, SUBSCRIPTION_PUSH_ADDED);
 }
 
@@ -242,6 +246,10 @@ void endSubscription(int* slot)
     }
     if (state != SLOT_PULL) {
         pushRecordPath(slot[SLOT_NUMBER], path, sizeof path);
+        removeRoot(path);
+    }
+    if (onvifMode()) {
+        contentFilterPath(slot[SLOT_NUMBER], path, sizeof path);
         removeRoot(path);
     }
     for (int i = 0; i < SLOT_WORDS; ++i)

@@ -217,6 +217,26 @@ TEST_F(OnvifEvents, TopicFiltersInTheStandardNames)
     }
 }
 
+TEST_F(OnvifEvents, MessageContentFiltersTakeOnlyTheirItems)
+{
+    auto withContent = [&](const std::string& content) {
+        return call("<tev:CreatePullPointSubscription><tev:Filter><wsnt:MessageContent Dialect=\"http://www.onvif.org/"
+                    "ver10/tev/messageContentFilter/ItemFilter\">" + content +
+                    "</wsnt:MessageContent></tev:Filter></tev:CreatePullPointSubscription>");
+    };
+    EXPECT_EQ(withContent("boolean((//tt:SimpleItem[@Name=&quot;xyz&quot; and @Value=&quot;xyz&quot;])").status, 400);
+    ASSERT_EQ(withContent("boolean(//tt:SimpleItem[@Name=&quot;InputToken&quot; and @Value=&quot;IO_Input1&quot;]) or "
+                          "boolean(//tt:SimpleItem[@Name=&quot;RelayToken&quot;])").status, 200);
+    std::string first = pull(0).envelopeBody;
+    EXPECT_EQ(count(first, "<wsnt:NotificationMessage>"), 2) << first;
+    EXPECT_NE(first.find("Value=\"IO_Input1\""), std::string::npos);
+    simEvent("motion on");
+    simEvent("input 1 on");
+    std::string changed = pull(0).envelopeBody;
+    EXPECT_EQ(count(changed, "<wsnt:NotificationMessage>"), 1) << changed;
+    EXPECT_NE(changed.find("tns1:Device/Trigger/DigitalInput"), std::string::npos);
+}
+
 TEST_F(OnvifEvents, PushSubscriberReceivesANotify)
 {
     int listener = socket(AF_INET, SOCK_STREAM, 0);

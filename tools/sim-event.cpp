@@ -120,7 +120,8 @@ static void notifySubscribers(EventKind kind, const char* message)
     signal(SIGCHLD, SIG_IGN);
     for (int k = 0; k < SUBSCRIPTION_SLOTS; ++k) {
         const int* slot = subscriptionSlot(k);
-        if ((slot[SLOT_STATE] != SLOT_PUSH && slot[SLOT_STATE] != SLOT_PUSH_SYNC) || !filterTakes(slot[SLOT_FILTER], kind))
+        if ((slot[SLOT_STATE] != SLOT_PUSH && slot[SLOT_STATE] != SLOT_PUSH_SYNC) || !filterTakes(slot[SLOT_FILTER], kind) ||
+            !subscriptionTakes(slot[SLOT_NUMBER], message))
             continue;
         char path[64], line[256], consumer[256] = "";
         pushRecordPath(slot[SLOT_NUMBER], path, sizeof path);
