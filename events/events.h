@@ -98,6 +98,13 @@ int refuseFilter(int result);
 
 void PullMsg_SendFirstEventState(int filterCode, int messageLimit, const char* timeText);
 
+// The event file of a pull: its size (0 when missing); waiting while the
+// event process writes it; after a drain, keeping what was not taken or
+// starting it over (read, delete, create, in that order).
+long eventFileSize(const char* path);
+void waitForEventFile();
+void finishEventFile(const char* path, long taken, int rest);
+
 // Frees a slot and removes its files (Unsubscribe, and the end of its term
 // in the ONVIF mode).
 void endSubscription(int* slot);

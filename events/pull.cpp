@@ -154,10 +154,28 @@ static long endOfFirstLine(FILE* f)
 // Hands over what the event process left, then starts the file over: read,
 // delete, create, in that order. Lines that do not fit the answer stay in
 // the file for the next pull.
-static void drainEventFile(const char* path)
+void waitForEventFile()
 {
     for (int polls = 0; polls < 10000 && shmWord(EVENT_FILE_BUSY_WORD) == 1; ++polls)
         usleep(1000);
+}
+
+void finishEventFile(const char* path, long taken, int rest)
+{
+    if (rest) {
+        keepFileTail(path, taken);
+        return;
+    }
+    char real[512];
+    unlink(resolvePath(path, real, sizeof real));
+    FILE* again = fopen(real, "w");
+    if (again)
+        fclose(again);
+}
+
+static void drainEventFile(const char* path)
+{
+    waitForEventFile();
     FILE* f = fopenRoot(path, "r");
     if (!f)
         return;
@@ -170,18 +188,10 @@ static void drainEventFile(const char* path)
         logServiceError("PullMessages", "%s", "an event message longer than an answer was dropped");
     }
     fclose(f);
-    if (rest) {
-        keepFileTail(path, taken);
-        return;
-    }
-    char real[512];
-    unlink(resolvePath(path, real, sizeof real));
-    FILE* again = fopen(real, "w");
-    if (again)
-        fclose(again);
+    finishEventFile(path, taken, rest);
 }
 
-static long eventFileSize(const char* path)
+long eventFileSize(const char* path)
 {
     char real[512];
     struct stat st;

@@ -219,19 +219,11 @@ static void startAnswer(const int* slot)
                 "<tev:TerminationTime>%s</tev:TerminationTime>", current, termination);
 }
 
-static long fileSize(const char* path)
-{
-    char real[512];
-    struct stat st;
-    return stat(resolvePath(path, real, sizeof real), &st) == 0 ? (long)st.st_size : 0;
-}
-
 // Hands over up to limit notifications in the standard form; the rest stay
 // in the file for the next pull.
 static void drainStandard(const char* path, int number, int limit)
 {
-    for (int polls = 0; polls < 10000 && shmWord(EVENT_FILE_BUSY_WORD) == 1; ++polls)
-        usleep(1000);
+    waitForEventFile();
     FILE* f = fopenRoot(path, "r");
     if (!f)
         return;
@@ -260,15 +252,7 @@ static void drainStandard(const char* path, int number, int limit)
     struct stat st;
     int rest = fstat(fileno(f), &st) == 0 && st.st_size > taken;
     fclose(f);
-    if (rest) {
-        keepFileTail(path, taken);
-        return;
-    }
-    char real[512];
-    unlink(resolvePath(path, real, sizeof real));
-    FILE* again = fopen(real, "w");
-    if (again)
-        fclose(again);
+    finishEventFile(path, taken, rest);
 }
 
 // The initial states go ahead of the queued messages, so that a small
@@ -355,7 +339,7 @@ void standardPullMessages()
             break;
         if (slot[SLOT_STATE] == SLOT_PULL_SYNC)
             queueInitialStates(slot, path);
-        if (limit > 0 && fileSize(path) > 0) {
+        if (limit > 0 && eventFileSize(path) > 0) {
             startAnswer(slot);
             drainStandard(path, number, (int)limit);
             appendMarkup(CLOSING);

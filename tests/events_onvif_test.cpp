@@ -160,11 +160,15 @@ TEST_F(OnvifEvents, TheEventProcessFormBecomesTheStandardOne)
 {
     ASSERT_EQ(create().status, 200);
     pull(0);
-    const char* legacy =
-        "<wsnt:NotificationMessage><wsnt:Topic Dialect=\"x\">%s</wsnt:Topic><wsnt:Message><tt:Message "
-        "UtcTime=\"2026-11-24T10:00:00\" PropertyOperation=\"Changed\"><tt:Source><tt:SimpleItem Name=\"%s\" "
-        "Value=\"%s\"></tt:SimpleItem></tt:Source><tt:Data><tt:SimpleItem Name=\"State\" Value=\"%s\"></tt:SimpleItem>"
-        "</tt:Data></tt:Message></wsnt:Message></wsnt:NotificationMessage>\n";
+    // A notification in the form the camera's event process has always written.
+    auto legacy = [](const std::string& topic, const std::string& source, const std::string& token,
+                     const std::string& value) {
+        return "<wsnt:NotificationMessage><wsnt:Topic Dialect=\"x\">" + topic + "</wsnt:Topic><wsnt:Message>"
+               "<tt:Message UtcTime=\"2026-11-24T10:00:00\" PropertyOperation=\"Changed\"><tt:Source><tt:SimpleItem "
+               "Name=\"" + source + "\" Value=\"" + token + "\"></tt:SimpleItem></tt:Source><tt:Data><tt:SimpleItem "
+               "Name=\"State\" Value=\"" + value + "\"></tt:SimpleItem></tt:Data></tt:Message></wsnt:Message>"
+               "</wsnt:NotificationMessage>\n";
+    };
     struct Case { const char* topic; const char* source; const char* token; const char* value; const char* expected; };
     const Case cases[] = {
         {"tns1:Device/Trigger/BinaryInput", "BinaryInputToken", "IO_Input2", "1",
@@ -181,11 +185,8 @@ TEST_F(OnvifEvents, TheEventProcessFormBecomesTheStandardOne)
          "Value=\"true\"/>"},
     };
     std::string file;
-    for (const Case& c : cases) {
-        char line[1024];
-        snprintf(line, sizeof line, legacy, c.topic, c.source, c.token, c.value);
-        file += line;
-    }
+    for (const Case& c : cases)
+        file += legacy(c.topic, c.source, c.token, c.value);
     writeFile("tmp/onvif/eventfile1", file);
     // The default model hands over four at most: one pull takes them all.
     CgiResult r = pull(0);
