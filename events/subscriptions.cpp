@@ -62,6 +62,13 @@ static void claimSlot(int state, const int address[4], int filterCode, const cha
     slot[SLOT_TERMINATION_MODE] = mode;
 }
 
+// The ONVIF mode writes times in UTC with their zone letter.
+static const char* zoneLetter(const char* time)
+{
+    size_t n = strlen(time);
+    return onvifMode() && n > 0 && time[n - 1] != 'Z' ? "Z" : "";
+}
+
 // The subscription address, the times, and the termination to store;
 // the initial termination was read beforehand (readInitialTermination).
 static int writeSubscriptionReference(const char* openTag, const char* referenceTag, const char* initial,
@@ -80,9 +87,8 @@ static int writeSubscriptionReference(const char* openTag, const char* reference
     currentTime(&now);
     formatTime(current, sizeof current, &now);
     int mode = terminationFromDuration(initial, hasInitial, &now, termination, n);
-    const char* zone = onvifMode() ? "Z" : "";
     appendResponse("<wsnt:CurrentTime>%s%s</wsnt:CurrentTime><wsnt:TerminationTime>%s%s</wsnt:TerminationTime></%s>",
-                   current, zone, termination, zone, openTag);
+                   current, zoneLetter(current), termination, zoneLetter(termination), openTag);
     return mode;
 }
 
