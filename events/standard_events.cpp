@@ -65,7 +65,7 @@ void endExpiredSubscriptions()
             continue;
         slotTime(slot + SLOT_TERMINATION, termination, sizeof termination);
         // The term is up at its last second, not after it.
-        if (strcmp(current, termination) != 0 && expiration_check(current, termination))
+        if (!expiration_check(termination, current))
             endSubscription(slot);
     }
 }
