@@ -1,6 +1,7 @@
 // PullMessages: the long poll of a pull point, and the initial states
 // built from the device-state segment.
 #include "events/events.h"
+#include "state/mode.h"
 #include "state/shm_words.h"
 #include "state/timespan.h"
 #include "state/calendar.h"
@@ -151,9 +152,6 @@ static long endOfFirstLine(FILE* f)
     return ftell(f);
 }
 
-// Hands over what the event process left, then starts the file over: read,
-// delete, create, in that order. Lines that do not fit the answer stay in
-// the file for the next pull.
 void waitForEventFile()
 {
     for (int polls = 0; polls < 10000 && shmWord(EVENT_FILE_BUSY_WORD) == 1; ++polls)
@@ -173,6 +171,9 @@ void finishEventFile(const char* path, long taken, int rest)
         fclose(again);
 }
 
+// Hands over what the event process left, then starts the file over: read,
+// delete, create, in that order. Lines that do not fit the answer stay in
+// the file for the next pull.
 static void drainEventFile(const char* path)
 {
     waitForEventFile();

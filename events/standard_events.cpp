@@ -27,15 +27,14 @@
 
 int maxPullPoints()
 {
-    // The standard asks for two at least; the one-pull-point models keep
-    // their small table.
-    return modelHas(Cap::EventsOnePullPoint) ? 2 : 5;
+    // The standard asks for two at least, also of the models that keep one.
+    int most = modelValue(Cap::EventsPullPoints);
+    return most < 2 ? 2 : most;
 }
 
-void zonedNow(char* out, size_t n, struct tm* now)
+// Adds the zone letter to a UTC time text that has none.
+static void withZone(char* out, size_t n)
 {
-    currentTime(now);
-    formatTime(out, n, now);
     size_t len = strlen(out);
     if (len > 0 && out[len - 1] != 'Z' && len + 1 < n) {
         out[len] = 'Z';
@@ -43,14 +42,17 @@ void zonedNow(char* out, size_t n, struct tm* now)
     }
 }
 
+void zonedNow(char* out, size_t n, struct tm* now)
+{
+    currentTime(now);
+    formatTime(out, n, now);
+    withZone(out, n);
+}
+
 static void zonedSlotTime(const int* slot, char* out, size_t n)
 {
     slotTime(slot + SLOT_TERMINATION, out, n);
-    size_t len = strlen(out);
-    if (len + 1 < n) {
-        out[len] = 'Z';
-        out[len + 1] = 0;
-    }
+    withZone(out, n);
 }
 
 void endExpiredSubscriptions()
@@ -147,13 +149,17 @@ int standardNotification(const char* fragment, char* out, size_t n)
     TiXmlDocument doc;
     doc.Parse(fragment);
     TiXmlElement* root = doc.RootElement();
+    // Only a whole message with its Message goes out; anything else is dropped.
+    if (doc.Error() || !root || strcmp(localName(root->Value()), "NotificationMessage") != 0)
+        return 0;
     TiXmlElement* topic = child(root, "Topic");
     TiXmlElement* message = child(child(root, "Message"), "Message");
-    int kind = topic && topic->GetText() && message ? kindOfTopic(topic->GetText()) : -1;
-    if (!root || strcmp(localName(root->Value()), "NotificationMessage") != 0 || kind < 0) {
-        int len = snprintf(out, n, "%s", fragment);
+    if (!message)
+        return 0;
+    int kind = topic && topic->GetText() ? kindOfTopic(topic->GetText()) : -1;
+    int len = snprintf(out, n, "%s", fragment);
+    if (kind < 0)
         return len >= 0 && (size_t)len < n;
-    }
     TiXmlElement* source = child(child(message, "Source"), "SimpleItem");
     TiXmlElement* data = child(child(message, "Data"), "SimpleItem");
     EventNames names = eventNames((EventKind)kind);
@@ -169,13 +175,18 @@ int standardNotification(const char* fragment, char* out, size_t n)
         snprintf(item, sizeof item, "%s", sourceValue[0] ? sourceValue : names.sourceValue);
     }
     const char* at = attributeOr(message, "UtcTime", "");
-    size_t len = strlen(at);
-    snprintf(time, sizeof time, "%s%s", at, len && at[len - 1] != 'Z' ? "Z" : "");
+    size_t atLength = strlen(at);
+    snprintf(time, sizeof time, "%s%s", at, atLength && at[atLength - 1] != 'Z' ? "Z" : "");
     const char* operation = attributeOr(message, "PropertyOperation", "Changed");
     if (strcmp(operation, "Initialized") != 0 && strcmp(operation, "Deleted") != 0)
         operation = "Changed";
-    return printNotification(out, n, names.topic, time, operation, names.sourceName, item, names.dataName,
-                             eventValue((EventKind)kind, valueIsOn(attributeOr(data, "Value", ""))));
+    const char* value = eventValue((EventKind)kind, valueIsOn(attributeOr(data, "Value", "")));
+    // Already in the standard form: handed over as written.
+    if (strcmp(topic->GetText(), names.topic) == 0 && strcmp(attributeOr(source, "Name", ""), names.sourceName) == 0 &&
+        strcmp(attributeOr(data, "Name", ""), names.dataName) == 0 &&
+        strcmp(attributeOr(data, "Value", ""), value) == 0 && strcmp(time, at) == 0)
+        return len >= 0 && (size_t)len < n;
+    return printNotification(out, n, names.topic, time, operation, names.sourceName, item, names.dataName, value);
 }
 
 // --- Content filters ---
@@ -241,7 +252,11 @@ static void drainStandard(const char* path, int number, int limit)
             continue;
         }
         line[strcspn(line, "\r\n")] = 0;
-        if (line[0] && standardNotification(line, standard, sizeof standard) && subscriptionTakes(number, standard)) {
+        if (line[0] && !standardNotification(line, standard, sizeof standard - 1)) {
+            logServiceError("PullMessages", "%s", "an event file line that is no whole message was dropped");
+        } else if (line[0] && subscriptionTakes(number, standard)) {
+            // One message a line, as the event process writes them.
+            strcat(standard, "\n");
             if (strlen(G_Response) + strlen(standard) + sizeof CLOSING >= G_RESPONSE_SIZE)
                 break;
             appendMarkup(standard);

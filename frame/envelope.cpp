@@ -3,6 +3,8 @@
 #include "frame/frame.h"
 #include "frame/dispatch.h"
 #include "frame/xmlsearch.h"
+#include "frame/standard_faults.h"
+#include "state/mode.h"
 #include "state/shm.h"
 #include "state/netaddr.h"
 
@@ -237,6 +239,10 @@ void actionNotServed()
 // any status other than 200, 400 and 401.
 void writeGenericFault()
 {
+    if (onvifMode()) {
+        writeStandardGenericFault();
+        return;
+    }
     clearResponse();
     appendMarkup(GENERIC_FAULT);
 }

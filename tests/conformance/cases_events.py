@@ -18,6 +18,7 @@ ITEM_FILTER = "http://www.onvif.org/ver10/tev/messageContentFilter/ItemFilter"
 MOTION = "tns1:VideoSource/MotionAlarm"
 INPUT = "tns1:Device/Trigger/DigitalInput"
 TNS1 = 'xmlns:tns1="http://www.onvif.org/ver10/topics"'
+PREFIXES = ("EVENT-",)
 
 
 def at(cam, address, op, body=""):
