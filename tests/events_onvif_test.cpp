@@ -18,12 +18,7 @@ protected:
     void SetUp() override
     {
         CameraTest::SetUp();
-        // The test's own switch to the ONVIF mode.
-        std::string conf = readFile("tmp/onvif/onvif.conf");
-        size_t at = conf.find("Conformance.Mode=legacy");
-        ASSERT_NE(at, std::string::npos);
-        conf.replace(at, strlen("Conformance.Mode=legacy"), "Conformance.Mode=onvif");
-        writeFile("tmp/onvif/onvif.conf", conf);
+        setOnvifMode();
     }
     int* slot(int k) { return &word(SUBSCRIPTION_TABLE_WORD + SLOT_WORDS * k); }
 
