@@ -71,7 +71,7 @@ static void eventCapabilities(const char* prefix)
     appendResponse("<%s:Capabilities WSSubscriptionPolicySupport=\"true\" WSPullPointSupport=\"true\" "
                    "WSPausableSubscriptionManagerInterfaceSupport=\"false\" MaxNotificationProducers=\"%d\" "
                    "MaxPullPoints=\"%d\" PersistentNotificationStorage=\"false\"/>",
-                   prefix, SUBSCRIPTION_SLOTS, modelValue(Cap::EventsPullPoints));
+                   prefix, SUBSCRIPTION_SLOTS, maxPullPoints());
 }
 
 static void ptzCapabilities(const char* prefix)

@@ -55,3 +55,24 @@ void writeResourceUnknownFault()
                    "<bf2:Description>Resource unknown</bf2:Description></wsrf-r:ResourceUnknownFault>", stamp);
     closeEventFault();
 }
+
+void writeCreationFailedFault()
+{
+    struct tm now;
+    char stamp[64];
+    zonedNow(stamp, sizeof stamp, &now);
+    openEventFault("No more subscriptions");
+    appendResponse("<wsnt:SubscribeCreationFailedFault><bf2:Timestamp>%s</bf2:Timestamp>"
+                   "<bf2:Description>No more subscriptions</bf2:Description></wsnt:SubscribeCreationFailedFault>",
+                   stamp);
+    closeEventFault();
+}
+
+void writePullLimitsFault(int maxSeconds, int maxMessages)
+{
+    openEventFault("The timeout is longer than the camera waits");
+    appendResponse("<tev:PullMessagesFaultResponse><tev:MaxTimeout>PT%dS</tev:MaxTimeout>"
+                   "<tev:MaxMessageLimit>%d</tev:MaxMessageLimit></tev:PullMessagesFaultResponse>",
+                   maxSeconds, maxMessages);
+    closeEventFault();
+}

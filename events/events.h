@@ -85,6 +85,9 @@ void pushRecordPath(int number, char* out, size_t n);
 void writeEventFault(const char* reason, const char* detail);
 void writeInvalidFilterFault(const char* reason, const char* description, const char* unknownFilter);
 void writeResourceUnknownFault();
+// The ONVIF mode's: no room for a subscription; a pull's timeout over the limits.
+void writeCreationFailedFault();
+void writePullLimitsFault(int maxSeconds, int maxMessages);
 
 // The request's filter reduced to its code (10 without a filter): FILTER_OK,
 // or the reason it was refused. refuseFilter writes the fault for a refused
@@ -94,5 +97,46 @@ int classifyFilter(int vendorNames, int onePullPoint, int isSubscribe, int* code
 int refuseFilter(int result);
 
 void PullMsg_SendFirstEventState(int filterCode, int messageLimit, const char* timeText);
+
+// The event file of a pull: its size (0 when missing); waiting while the
+// event process writes it; after a drain, keeping what was not taken or
+// starting it over (read, delete, create, in that order).
+long eventFileSize(const char* path);
+void waitForEventFile();
+void finishEventFile(const char* path, long taken, int rest);
+
+// Frees a slot and removes its files (Unsubscribe, and the end of its term
+// in the ONVIF mode).
+void endSubscription(int* slot);
+
+// --- The ONVIF mode (events/standard_events.cpp) ---
+// How many pull points a client may hold at once.
+int maxPullPoints();
+// Ends every subscription whose termination time has passed.
+void endExpiredSubscriptions();
+// The state value of an event as its data item carries it in this mode.
+const char* eventValue(EventKind kind, int on);
+// Rewrites one notification the event process left into the standard form
+// (topic, item names, values, a time in UTC with its zone letter); a
+// notification of an unknown kind is copied as it is. 0 when it does not fit.
+int standardNotification(const char* fragment, char* out, size_t n);
+// Prints the current UTC time with its zone letter.
+void zonedNow(char* out, size_t n, struct tm* now);
+// Every initial state the filter takes, one notification line each.
+void standardInitialStates(int filterCode, const char* timeText, char* out, size_t n);
+// A message content filter of the item filter dialect: well formed, and
+// whether it takes a notification in the standard form.
+int standardContentValid(const char* content);
+int contentTakes(const char* content, const char* message);
+// The content filter kept beside subscription number, and whether it takes
+// the notification (no filter takes all).
+void contentFilterPath(int number, char* out, size_t n);
+void storeContentFilter(int number);
+int subscriptionTakes(int number, const char* message);
+// The pull, renew and synchronization answers of the ONVIF mode.
+void standardPullMessages();
+// The notification template shared by the pull answers and push delivery.
+int printNotification(char* out, size_t n, const char* topic, const char* time, const char* operation,
+                      const char* sourceName, const char* sourceValue, const char* dataName, const char* value);
 
 #endif

@@ -2,12 +2,32 @@
 // codes take them: shared by the initial states and the simulated camera's
 // event process.
 #include "events/events.h"
+#include "state/mode.h"
 #include "state/shm.h"
 
 #include <stdio.h>
 
+// The topics and items the ONVIF specifications define, which clients parse.
+static EventNames standardNames(EventKind kind)
+{
+    switch (kind) {
+    case EVENT_TAMPERING:
+        return {"tns1:VideoSource/GlobalSceneChange/ImagingService", "Source", "VideoSource1", "State"};
+    case EVENT_INPUT:
+        return {"tns1:Device/Trigger/DigitalInput", "InputToken", "IO_Input", "LogicalState"};
+    case EVENT_RELAY:
+        return {"tns1:Device/Trigger/Relay", "RelayToken", "IO_Output", "LogicalState"};
+    case EVENT_MOTION:
+    case EVENT_ANALYTICS_MOTION:
+        break;
+    }
+    return {"tns1:VideoSource/MotionAlarm", "Source", "VideoSource1", "State"};
+}
+
 EventNames eventNames(EventKind kind)
 {
+    if (onvifMode())
+        return standardNames(kind);
     int vendor = modelHas(Cap::EventsVendorTopics);
     switch (kind) {
     case EVENT_MOTION:

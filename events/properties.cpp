@@ -2,6 +2,7 @@
 #include "frame/frame.h"
 #include "state/shm_words.h"
 #include "frame/handlers.h"
+#include "state/mode.h"
 #include "state/shm.h"
 
 static void leaf(const char* element, const char* sourceName, const char* sourceType, const char* dataName,
@@ -28,13 +29,31 @@ static void triggerTopics()
     appendResponse("</Trigger></tns1:Device>");
 }
 
+// The standard's topics, each item with its real type; only leaves are topics.
+static void standardTopics(int tampering)
+{
+    appendResponse("<tns1:VideoSource>");
+    leaf("MotionAlarm", "Source", "tt:ReferenceToken", "State", "xsd:boolean");
+    if (tampering) {
+        appendResponse("<GlobalSceneChange>");
+        leaf("ImagingService", "Source", "tt:ReferenceToken", "State", "xsd:boolean");
+        appendResponse("</GlobalSceneChange>");
+    }
+    appendResponse("</tns1:VideoSource><tns1:Device><Trigger>");
+    leaf("DigitalInput", "InputToken", "tt:ReferenceToken", "LogicalState", "xsd:boolean");
+    leaf("Relay", "RelayToken", "tt:ReferenceToken", "LogicalState", "tt:RelayLogicalState");
+    appendResponse("</Trigger></tns1:Device>");
+}
+
 void GetEventProperties()
 {
     int tampering = !modelHas(Cap::EventsNoTampering);
     setResponse("<tev:GetEventPropertiesResponse><tev:TopicNamespaceLocation>"
                 "http://www.onvif.org/onvif/ver10/topics/topicns.xml</tev:TopicNamespaceLocation>"
                 "<wsnt:FixedTopicSet>true</wsnt:FixedTopicSet><wstop:TopicSet>");
-    if (modelHas(Cap::EventsVendorTopics)) {
+    if (onvifMode()) {
+        standardTopics(tampering);
+    } else if (modelHas(Cap::EventsVendorTopics)) {
         appendResponse("<tns1:VideoAnalytics wstop:topic=\"true\">");
         leaf("tnsaxis:MotionDetection", "VideoSourceToken", "tt:ReferenceToken", "motion", "xsd:boolean");
         if (tampering)

@@ -11,6 +11,7 @@
 #include "frame/xmlsearch.h"
 #include "state/config.h"
 #include "state/paths.h"
+#include "state/mode.h"
 #include "state/shm.h"
 
 #include <limits.h>
@@ -28,6 +29,11 @@ struct MessageBudget {
     int left;
 };
 
+// Where the ONVIF mode collects the initial states, one line each, instead
+// of the answer (standardInitialStates).
+static char* initialSink;
+static size_t initialSinkSize;
+
 // One Initialized notification; 0 once the message limit is reached.
 static int appendInitialized(MessageBudget* budget, const char* topic, const char* time, const char* sourceName,
                              const char* sourceValue, const char* dataName, const char* state)
@@ -35,6 +41,16 @@ static int appendInitialized(MessageBudget* budget, const char* topic, const cha
     if (budget->left <= 0)
         return 0;
     --budget->left;
+    if (onvifMode()) {
+        char message[2048];
+        if (printNotification(message, sizeof message, topic, time, "Initialized", sourceName, sourceValue, dataName,
+                              state)) {
+            size_t used = strlen(initialSink), length = strlen(message);
+            if (used + length + 2 <= initialSinkSize)
+                snprintf(initialSink + used, initialSinkSize - used, "%s\n", message);
+        }
+        return 1;
+    }
     appendResponse("<wsnt:NotificationMessage><wsnt:Topic Dialect=\"http://docs.oasis-open.org/wsn/t-1/TopicExpression/Simple\">"
              "%s</wsnt:Topic><wsnt:Message><tt:Message UtcTime=\"%s\" PropertyOperation=\"Initialized\">"
              "<tt:Source><tt:SimpleItem Name=\"%s\" Value=\"%s\"></tt:SimpleItem></tt:Source>"
@@ -53,21 +69,31 @@ static int sendState(MessageBudget* b, const char* time, EventKind kind, int num
     return appendInitialized(b, names.topic, time, names.sourceName, item, names.dataName, state);
 }
 
+// A state word as the data item carries it: the camera's own "1"/"0", or the
+// standard's values in the ONVIF mode.
+static const char* stateText(EventKind kind, int word)
+{
+    int on = shmWord(word) == 1;
+    if (onvifMode())
+        return eventValue(kind, on);
+    return on ? "1" : "0";
+}
+
 static int sendMotion(MessageBudget* b, const char* time)
 {
-    return sendState(b, time, EVENT_MOTION, 0, shmWord(MOTION_WORD) == 1 ? "1" : "0");
+    return sendState(b, time, EVENT_MOTION, 0, stateText(EVENT_MOTION, MOTION_WORD));
 }
 
 static int sendTampering(MessageBudget* b, const char* time)
 {
-    return sendState(b, time, EVENT_TAMPERING, 0, shmWord(TAMPERING_WORD) == 1 ? "1" : "0");
+    return sendState(b, time, EVENT_TAMPERING, 0, stateText(EVENT_TAMPERING, TAMPERING_WORD));
 }
 
 static int sendInputs(MessageBudget* b, const char* time)
 {
     int inputs = modelValue(Cap::EventsInputs);
     for (int i = 0; i < inputs; ++i)
-        if (!sendState(b, time, EVENT_INPUT, i + 1, shmWord(INPUT_WORD_1 + i) == 1 ? "1" : "0"))
+        if (!sendState(b, time, EVENT_INPUT, i + 1, stateText(EVENT_INPUT, INPUT_WORD_1 + i)))
             return 0;
     return 1;
 }
@@ -76,7 +102,9 @@ static int sendRelays(MessageBudget* b, const char* time)
 {
     int relays = modelValue(Cap::EventsRelays);
     for (int i = 0; i < relays; ++i)
-        if (!sendState(b, time, EVENT_RELAY, i + 1, shmWord(RELAY_WORD_1 + i) == 1 ? "closed" : "open"))
+        if (!sendState(b, time, EVENT_RELAY, i + 1,
+                       onvifMode() ? eventValue(EVENT_RELAY, shmWord(RELAY_WORD_1 + i) == 1)
+                                   : shmWord(RELAY_WORD_1 + i) == 1 ? "closed" : "open"))
             return 0;
     return 1;
 }
@@ -99,6 +127,15 @@ void PullMsg_SendFirstEventState(int filterCode, int messageLimit, const char* t
         sendState(&b, timeText, EVENT_ANALYTICS_MOTION, 0, shmWord(MOTION_WORD) == 1 ? "1" : "0");
 }
 
+void standardInitialStates(int filterCode, const char* timeText, char* out, size_t n)
+{
+    out[0] = 0;
+    initialSink = out;
+    initialSinkSize = n;
+    PullMsg_SendFirstEventState(filterCode, INT_MAX, timeText);
+    initialSink = 0;
+}
+
 static void startAnswer(const char* current, const char* termination)
 {
     setResponse("<tev:PullMessagesResponse><tev:CurrentTime>%s</tev:CurrentTime>"
@@ -115,49 +152,31 @@ static long endOfFirstLine(FILE* f)
     return ftell(f);
 }
 
-// The ONVIF mode hands over whole notification messages only (one a line,
-// with the Message the schema requires); any other line is dropped and
-// logged, never passed on. Returns the bytes of the file taken.
-static long appendWholeNotifications(FILE* f, size_t reserve)
-{
-    static const char OPEN[] = "<wsnt:NotificationMessage>", CLOSE[] = "</wsnt:NotificationMessage>";
-    char line[4096];
-    long taken = 0;
-    while (fgets(line, sizeof line, f)) {
-        size_t n = strlen(line), end = strcspn(line, "\r\n");
-        int whole = n > 0 && (line[n - 1] == '\n' || feof(f));
-        if (!whole) {
-            int c;
-            while ((c = fgetc(f)) != EOF && c != '\n') {}
-        }
-        int message = whole && strncmp(line, OPEN, sizeof OPEN - 1) == 0 && end >= sizeof CLOSE - 1 &&
-                      strncmp(line + end - (sizeof CLOSE - 1), CLOSE, sizeof CLOSE - 1) == 0 &&
-                      strstr(line, "<wsnt:Message>") != 0;
-        if (message && strlen(G_Response) + n + reserve >= G_RESPONSE_SIZE)
-            break;  // stays for the next pull
-        if (message)
-            appendMarkup(line);
-        else
-            logServiceError("PullMessages", "%s", "an event file line that is no whole message was dropped");
-        taken = ftell(f);
-    }
-    return taken;
-}
-
-// Hands over what the event process left, then starts the file over (an
-// empty file put in its place, so it is never missing). Lines that do not fit
-// the answer stay in the file for the next pull; when the file cannot be
-// rewritten the answer is the store's fault and every line stays for the next
-// pull, rather than arriving twice.
-static void drainEventFile(const char* path)
+void waitForEventFile()
 {
     for (int polls = 0; polls < 10000 && shmWord(EVENT_FILE_BUSY_WORD) == 1; ++polls)
         usleep(1000);
+}
+
+// Starts the file over (an empty file put in its place, so it is never
+// missing), or keeps what did not fit. When the file cannot be rewritten the
+// answer is the store's fault and every line stays for the next pull, rather
+// than arriving twice.
+void finishEventFile(const char* path, long taken, int rest)
+{
+    if ((rest ? keepFileTail(path, taken) : replaceFileContent(path, "")) != 0)
+        answerStoreFailure(path);
+}
+
+// Hands over what the event process left, then starts the file over. Lines
+// that do not fit the answer stay in the file for the next pull.
+static void drainEventFile(const char* path)
+{
+    waitForEventFile();
     FILE* f = fopenRoot(path, "r");
     if (!f)
         return;
-    long taken = onvifMode() ? appendWholeNotifications(f, sizeof "</tev:PullMessagesResponse>")
-                             : appendMarkupFileToResponse(f, sizeof "</tev:PullMessagesResponse>");
+    long taken = appendMarkupFileToResponse(f, sizeof "</tev:PullMessagesResponse>");
     struct stat st;
     int rest = fstat(fileno(f), &st) == 0 && st.st_size > taken;
     if (rest && taken == 0) {
@@ -166,11 +185,10 @@ static void drainEventFile(const char* path)
         logServiceError("PullMessages", "%s", "an event message longer than an answer was dropped");
     }
     fclose(f);
-    if ((rest ? keepFileTail(path, taken) : replaceFileContent(path, "")) != 0)
-        answerStoreFailure(path);
+    finishEventFile(path, taken, rest);
 }
 
-static long eventFileSize(const char* path)
+long eventFileSize(const char* path)
 {
     char real[512];
     struct stat st;
@@ -182,22 +200,12 @@ static int maxMessageLimit()
     return modelValue(Cap::EventsMaxMessages);
 }
 
-// A pull asking to wait longer than the camera does: the standard's fault,
-// which carries the limits in its detail.
-static void writePullLimitsFault()
-{
-    setResponse("<SOAP-ENV:Fault><SOAP-ENV:Code><SOAP-ENV:Value>SOAP-ENV:Sender</SOAP-ENV:Value>"
-                "<SOAP-ENV:Subcode><SOAP-ENV:Value>ter:InvalidArgVal</SOAP-ENV:Value></SOAP-ENV:Subcode>"
-                "</SOAP-ENV:Code><SOAP-ENV:Reason><SOAP-ENV:Text xml:lang=\"en\">The timeout exceeds the"
-                " maximum</SOAP-ENV:Text></SOAP-ENV:Reason><SOAP-ENV:Detail><tev:PullMessagesFaultResponse>"
-                "<tev:MaxTimeout>PT%dS</tev:MaxTimeout><tev:MaxMessageLimit>%d</tev:MaxMessageLimit>"
-                "</tev:PullMessagesFaultResponse></SOAP-ENV:Detail></SOAP-ENV:Fault>",
-                MAX_PULL_SECONDS, maxMessageLimit());
-    G_httpAck = 400;
-}
-
 void PullMessages()
 {
+    if (onvifMode()) {
+        standardPullMessages();
+        return;
+    }
     char text[33];
     int timeout = MAX_PULL_SECONDS;
     Read timeoutRead = requestText("wsnt:Timeout", text, 33);
@@ -207,10 +215,6 @@ void PullMessages()
         int h, m, s;
         GetTimeSpanIntoTimeInteger(text, &h, &m, &s);
         long total = (long)h * 3600 + (long)m * 60 + s;
-        if (total > MAX_PULL_SECONDS && onvifMode()) {
-            writePullLimitsFault();
-            return;
-        }
         if (total > MAX_PULL_SECONDS) {
             setResponse("<tev:PullMessagesResponse><tev:MaxTimeout>PT60S</tev:MaxTimeout>"
                         "<tev:MaxMessageLimit>%d</tev:MaxMessageLimit></tev:PullMessagesResponse>", maxMessageLimit());

@@ -8,6 +8,7 @@
 #include "frame/request_values.h"
 #include "frame/xmlsearch.h"
 #include "state/paths.h"
+#include "state/mode.h"
 #include "state/shm.h"
 
 #include <stdio.h>
@@ -19,9 +20,38 @@ int* subscriptionSlot(int k)
     return G_shared_memory + SUBSCRIPTION_TABLE_WORD + SLOT_WORDS * k;
 }
 
+// The Idx of the query the web server passes on from the address posted
+// to, or 0 when there is none.
+static const char* queryIndex()
+{
+    const char* query = getenv("QUERY_STRING");
+    if (!query)
+        return 0;
+    for (const char* p = query; (p = strstr(p, "Idx=")) != 0; p += 4)
+        if (p == query || p[-1] == '&') {
+            static char idx[8];
+            size_t n = strcspn(p + 4, "&");
+            if (n == 0 || n >= sizeof idx)
+                return "-";
+            memcpy(idx, p + 4, n);
+            idx[n] = 0;
+            return idx;
+        }
+    return 0;
+}
+
 int requestedSubscriptionNumber()
 {
     const char* idx = G_event_service;
+    if (onvifMode()) {
+        // Each subscription answers at its own address only: the query, else
+        // the header's To; no address names none.
+        const char* query = queryIndex();
+        if (query)
+            idx = query;
+        if (!idx[0])
+            return 0;
+    }
     // No index read from the address reads as 0, the first subscription, as
     // the camera has always taken it; anything but a slot number names none.
     if (strlen(idx) > 2 || strspn(idx, "0123456789") != strlen(idx))
@@ -89,3 +119,4 @@ int A_larger_than_B(const char* a, const char* b) { return compareTimes(a, b); }
 
 void eventFilePath(int number, char* out, size_t n) { formatChecked(out, n, "/tmp/onvif/eventfile%d", number); }
 void pushRecordPath(int number, char* out, size_t n) { formatChecked(out, n, "/tmp/onvif/subscribe%d.event", number); }
+void contentFilterPath(int number, char* out, size_t n) { formatChecked(out, n, "/tmp/onvif/filter%d", number); }

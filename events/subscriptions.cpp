@@ -15,6 +15,7 @@
 #include "state/config.h"
 #include "state/paths.h"
 #include "state/model.h"
+#include "state/mode.h"
 #include "state/shm.h"
 
 #include <stdio.h>
@@ -62,6 +63,13 @@ static void claimSlot(int state, const int address[4], int filterCode, const cha
     slot[SLOT_TERMINATION_MODE] = mode;
 }
 
+// The ONVIF mode writes times in UTC with their zone letter.
+static const char* zoneLetter(const char* time)
+{
+    size_t n = strlen(time);
+    return onvifMode() && n > 0 && time[n - 1] != 'Z' ? "Z" : "";
+}
+
 // The subscription address, the times, and the termination to store;
 // the initial termination was read beforehand (readInitialTermination).
 static int writeSubscriptionReference(const char* openTag, const char* referenceTag, const char* initial,
@@ -80,18 +88,38 @@ static int writeSubscriptionReference(const char* openTag, const char* reference
     currentTime(&now);
     formatTime(current, sizeof current, &now);
     int mode = terminationFromDuration(initial, hasInitial, &now, termination, n);
-    appendResponse("<wsnt:CurrentTime>%s</wsnt:CurrentTime><wsnt:TerminationTime>%s</wsnt:TerminationTime></%s>",
-                   current, termination, openTag);
+    appendResponse("<wsnt:CurrentTime>%s%s</wsnt:CurrentTime><wsnt:TerminationTime>%s%s</wsnt:TerminationTime></%s>",
+                   current, zoneLetter(current), termination, zoneLetter(termination), openTag);
     return mode;
+}
+
+// The ONVIF mode ends subscriptions past their term first, and refuses one
+// the table has no room for; 1 when refused.
+static int standardRoomRefused(int pullPoint)
+{
+    if (!onvifMode())
+        return 0;
+    endExpiredSubscriptions();
+    int pullPoints = 0;
+    for (int k = 0; k < SUBSCRIPTION_SLOTS; ++k) {
+        int state = subscriptionSlot(k)[SLOT_STATE];
+        pullPoints += state == SLOT_PULL || state == SLOT_PULL_SYNC;
+    }
+    if (firstFreeSlot() >= 0 && (!pullPoint || pullPoints < maxPullPoints()))
+        return 0;
+    writeCreationFailedFault();
+    return 1;
 }
 
 void CreatePullPointSubscription()
 {
+    if (standardRoomRefused(1))
+        return;
     int onePullPoint = modelHas(Cap::EventsOnePullPoint);
     int pullPoints = 0;
     for (int k = 0; k < SUBSCRIPTION_SLOTS; ++k)
         pullPoints += subscriptionSlot(k)[SLOT_STATE] == SLOT_PULL;
-    if (pullPoints >= modelValue(Cap::EventsPullPoints)) {
+    if (!onvifMode() && pullPoints >= modelValue(Cap::EventsPullPoints)) {
         writeInvalidFilterFault("Too Many Client To Connect",
                                 onePullPoint ? "The Subscribe Allow 1 Client To Connect."
                                                                   : "The Subscribe Allow 5 Client To Connect.",
@@ -116,12 +144,18 @@ void CreatePullPointSubscription()
     }
     int host[4];
     parseAddressParts(G_Host, host);
-    claimSlot(SLOT_PULL, host, code, termination, mode);
+    // In the ONVIF mode a new pull point owes its own first pull the initial
+    // states: it starts as if a synchronization point were asked for.
+    claimSlot(onvifMode() ? SLOT_PULL_SYNC : SLOT_PULL, host, code, termination, mode);
+    if (onvifMode())
+        storeContentFilter(number);
     setShmWord(SUBSCRIPTION_CHANGE_WORD, SUBSCRIPTION_PULL_ADDED);
 }
 
 void Subscribe()
 {
+    if (standardRoomRefused(0))
+        return;
     int code = FILTER_NONE;
     if (refuseFilter(classifyFilter(modelHas(Cap::EventsVendorTopics), 0, 1, &code)))
         return;
@@ -152,13 +186,25 @@ void Subscribe()
     int address[4];
     parseAddressParts(host, address);
     claimSlot(SLOT_PUSH, address, code, termination, mode);
+    if (onvifMode())
+        storeContentFilter(number);
     setShmWord(SUBSCRIPTION_CHANGE_WORD, SUBSCRIPTION_PUSH_ADDED);
 }
 
+// Every subscription state a request can name in the ONVIF mode.
+static const unsigned ANY_SUBSCRIPTION = (1u << SLOT_PULL) | (1u << SLOT_PUSH) | (1u << SLOT_PULL_SYNC) |
+                                         (1u << SLOT_PUSH_SYNC);
+
 void Renew()
 {
-    sleepMs(1000);
-    int* slot = findSubscription(requestedSubscriptionNumber(), (1u << SLOT_PULL) | (1u << SLOT_PUSH));
+    unsigned states = (1u << SLOT_PULL) | (1u << SLOT_PUSH);
+    if (onvifMode()) {
+        endExpiredSubscriptions();
+        states = ANY_SUBSCRIPTION;
+    } else {
+        sleepMs(1000);
+    }
+    int* slot = findSubscription(requestedSubscriptionNumber(), states);
     if (!slot) {
         writeResourceUnknownFault();
         return;
@@ -208,16 +254,8 @@ static void removeRoot(const char* path)
     unlink(resolvePath(path, real, sizeof real));
 }
 
-void Unsubscribe()
+void endSubscription(int* slot)
 {
-    int* slot = findSubscription(requestedSubscriptionNumber(), 0xFEu);
-    if (!slot) {
-        if (modelHas(Cap::EventsLenientUnsubscribe))
-            setResponse("<wsnt:UnsubscribeResponse></wsnt:UnsubscribeResponse>");
-        else
-            writeResourceUnknownFault();
-        return;
-    }
     char path[64];
     int state = slot[SLOT_STATE];
     if (state != SLOT_PUSH) {
@@ -228,8 +266,27 @@ void Unsubscribe()
         pushRecordPath(slot[SLOT_NUMBER], path, sizeof path);
         removeRoot(path);
     }
+    if (onvifMode()) {
+        contentFilterPath(slot[SLOT_NUMBER], path, sizeof path);
+        removeRoot(path);
+    }
     for (int i = 0; i < SLOT_WORDS; ++i)
         slot[i] = 0;
+}
+
+void Unsubscribe()
+{
+    if (onvifMode())
+        endExpiredSubscriptions();
+    int* slot = findSubscription(requestedSubscriptionNumber(), 0xFEu);
+    if (!slot) {
+        if (modelHas(Cap::EventsLenientUnsubscribe) && !onvifMode())
+            setResponse("<wsnt:UnsubscribeResponse></wsnt:UnsubscribeResponse>");
+        else
+            writeResourceUnknownFault();
+        return;
+    }
+    endSubscription(slot);
     setShmWord(UNSUBSCRIBE_CLEAR_WORD, 0);
     setResponse("<wsnt:UnsubscribeResponse></wsnt:UnsubscribeResponse>");
 }
@@ -237,6 +294,13 @@ void Unsubscribe()
 void EventSetSynchronizationPoint()
 {
     int number = requestedSubscriptionNumber();
+    if (onvifMode()) {
+        endExpiredSubscriptions();
+        if (!findSubscription(number, ANY_SUBSCRIPTION)) {
+            writeResourceUnknownFault();
+            return;
+        }
+    }
     for (int k = 0; k < SUBSCRIPTION_SLOTS && number > 0; ++k) {
         int* slot = subscriptionSlot(k);
         if (slot[SLOT_NUMBER] != number)

@@ -1,6 +1,7 @@
 // Flattening of the request into element tables, each element with its
 // namespace and parent, and the walks the typed reads are built on.
 #include "frame/xmlsearch.h"
+#include "state/mode.h"
 #include "frame/frame.h"
 #include "state/paths.h"
 #include "state/shm.h"
@@ -178,7 +179,8 @@ static void flatten(TiXmlNode* node, const Tables& t, int header, int parentRow)
             ElementNamespace[row] = namespaceOf(name == fullName ? "" : fullName);
             ElementParent[row] = parentRow;
         }
-        if (header && strcmp(name, "To") == 0 && text && modelHas(Cap::EventsAddressInHeader)) {
+        // The ONVIF mode takes a subscription's address from the header on every model.
+        if (header && strcmp(name, "To") == 0 && text && (modelHas(Cap::EventsAddressInHeader) || onvifMode())) {
             char work[128];
             memset(work, 0, sizeof work);
             strncpy(work, text, sizeof work - 1);

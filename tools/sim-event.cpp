@@ -1,13 +1,24 @@
 // sim-event: the core of the simulated camera's event process (tools/sim/event
 // wraps it): sets the state word of one event in the device-state segment and
 // appends a Changed notification to the event file of every pull point whose
-// filter takes it, named as the service names its initial states.
+// filter takes it, named as the service names its initial states. In the
+// ONVIF mode it writes the standard's topics and values, ends subscriptions
+// past their term, and delivers a Notify to every push subscriber whose
+// filter takes the event (loopback consumers only).
 //   sim-event motion|tamper on|off
 //   sim-event input N on|off          (N = 1 to 4)
 #include "events/events.h"
 #include "state/config.h"
 #include "state/paths.h"
+#include "state/mode.h"
 #include "state/shm.h"
+
+#include <arpa/inet.h>
+#include <fcntl.h>
+#include <netinet/in.h>
+#include <signal.h>
+#include <sys/socket.h>
+#include <unistd.h>
 
 #include <stdio.h>
 #include <stdlib.h>
@@ -33,6 +44,96 @@ static void appendMessage(FILE* f, const EventNames& names, const char* topic, i
             item);
     fprintf(f, "<tt:Data><tt:SimpleItem Name=\"%s\" Value=\"%s\"></tt:SimpleItem></tt:Data>", names.dataName, value);
     fprintf(f, "</tt:Message></wsnt:Message></wsnt:NotificationMessage>\n");
+}
+
+// A consumer that has not answered by then is given up.
+#define DELIVERY_SECONDS 3
+
+// The consumer's loopback address and path from "http://host[:port]/path";
+// 0 for any other address.
+static int loopbackConsumer(const char* address, struct sockaddr_in* to, char* path, size_t n)
+{
+    char host[64] = "";
+    int port = 80;
+    const char* p = strncmp(address, "http://", 7) == 0 ? address + 7 : 0;
+    if (!p)
+        return 0;
+    size_t hostLength = strcspn(p, ":/");
+    if (hostLength == 0 || hostLength >= sizeof host)
+        return 0;
+    memcpy(host, p, hostLength);
+    p += hostLength;
+    if (*p == ':') {
+        port = atoi(p + 1);
+        p += 1 + strspn(p + 1, "0123456789");
+    }
+    snprintf(path, n, "%s", *p == '/' ? p : "/");
+    memset(to, 0, sizeof *to);
+    to->sin_family = AF_INET;
+    to->sin_port = htons((unsigned short)port);
+    if (strcmp(host, "localhost") == 0)
+        snprintf(host, sizeof host, "127.0.0.1");
+    if (port <= 0 || port > 65535 || inet_pton(AF_INET, host, &to->sin_addr) != 1)
+        return 0;
+    return (ntohl(to->sin_addr.s_addr) >> 24) == 127;
+}
+
+// One Notify as an HTTP/1.1 POST, in a process of its own so that a slow
+// consumer holds up nobody; the answer is read and dropped.
+static void deliverNotify(const char* consumer, const char* message)
+{
+    struct sockaddr_in to;
+    char path[256];
+    if (!loopbackConsumer(consumer, &to, path, sizeof path))
+        return;
+    if (fork() != 0)
+        return;
+    int devnull = open("/dev/null", O_RDWR);
+    dup2(devnull, 0);
+    dup2(devnull, 1);
+    dup2(devnull, 2);
+    alarm(DELIVERY_SECONDS);
+    static char body[4096], request[5120];
+    int bodyLength = snprintf(body, sizeof body,
+        "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<SOAP-ENV:Envelope "
+        "xmlns:SOAP-ENV=\"http://www.w3.org/2003/05/soap-envelope\" xmlns:wsa5=\"http://www.w3.org/2005/08/addressing\" "
+        "xmlns:wsnt=\"http://docs.oasis-open.org/wsn/b-2\" xmlns:tns1=\"http://www.onvif.org/ver10/topics\" "
+        "xmlns:tt=\"http://www.onvif.org/ver10/schema\"><SOAP-ENV:Header><wsa5:Action>"
+        "http://docs.oasis-open.org/wsn/bw-2/NotificationConsumer/Notify</wsa5:Action></SOAP-ENV:Header>"
+        "<SOAP-ENV:Body><wsnt:Notify>%s</wsnt:Notify></SOAP-ENV:Body></SOAP-ENV:Envelope>", message);
+    int length = snprintf(request, sizeof request,
+        "POST %s HTTP/1.1\r\nHost: %s:%d\r\nContent-Type: application/soap+xml; charset=utf-8; "
+        "action=\"http://docs.oasis-open.org/wsn/bw-2/NotificationConsumer/Notify\"\r\nContent-Length: %d\r\n"
+        "Connection: close\r\n\r\n%s", path, inet_ntoa(to.sin_addr), ntohs(to.sin_port), bodyLength, body);
+    int s = socket(AF_INET, SOCK_STREAM, 0);
+    if (bodyLength > 0 && (size_t)bodyLength < sizeof body && length > 0 && (size_t)length < sizeof request && s >= 0 &&
+        connect(s, (struct sockaddr*)&to, sizeof to) == 0 && write(s, request, length) == length) {
+        char answer[512];
+        while (read(s, answer, sizeof answer) > 0) {}
+    }
+    _exit(0);
+}
+
+// Push subscribers of the ONVIF mode whose filter takes the event.
+static void notifySubscribers(EventKind kind, const char* message)
+{
+    signal(SIGCHLD, SIG_IGN);
+    for (int k = 0; k < SUBSCRIPTION_SLOTS; ++k) {
+        const int* slot = subscriptionSlot(k);
+        if ((slot[SLOT_STATE] != SLOT_PUSH && slot[SLOT_STATE] != SLOT_PUSH_SYNC) || !filterTakes(slot[SLOT_FILTER], kind) ||
+            !subscriptionTakes(slot[SLOT_NUMBER], message))
+            continue;
+        char path[64], line[256], consumer[256] = "";
+        pushRecordPath(slot[SLOT_NUMBER], path, sizeof path);
+        FILE* f = fopenRoot(path, "r");
+        if (!f)
+            continue;
+        while (fgets(line, sizeof line, f))
+            if (sscanf(line, "consumer_address=%255s", consumer) == 1)
+                break;
+        fclose(f);
+        deliverNotify(consumer, message);
+    }
 }
 
 int main(int argc, char** argv)
@@ -74,6 +175,14 @@ int main(int argc, char** argv)
     time_t t = time(0);
     strftime(now, sizeof now, "%Y-%m-%dT%H:%M:%SZ", gmtime(&t));
     EventNames names = eventNames(kind);
+    int standard = onvifMode();
+    char item[32], message[2048] = "";
+    if (standard) {
+        endExpiredSubscriptions();
+        eventSourceValue(names, number, item, sizeof item);
+        printNotification(message, sizeof message, names.topic, now, "Changed", names.sourceName, item,
+                          names.dataName, eventValue(kind, on));
+    }
     // Pull points only: push subscribers would need a delivery to their own
     // address, which the simulated camera never makes.
     setShmWord(EVENT_FILE_BUSY_WORD, 1);
@@ -93,10 +202,17 @@ int main(int argc, char** argv)
         FILE* f = fopenRoot(path, "a");
         if (!f)
             continue;
-        appendMessage(f, names, topic, number, on ? "true" : "false", now);
+        if (standard) {
+            if (message[0])
+                fprintf(f, "%s\n", message);
+        } else {
+            appendMessage(f, names, topic, number, on ? "true" : "false", now);
+        }
         fclose(f);
     }
     setShmWord(EVENT_FILE_BUSY_WORD, 0);
+    if (standard && message[0])
+        notifySubscribers(kind, message);
     shmdt(G_shared_memory);
     return 0;
 }

@@ -51,8 +51,8 @@ def specification_cases():
 DOC_HEAD = """# Device test cases in the ONVIF mode
 
 The camera in the ONVIF mode (`Conformance.Mode=onvif`) against the device test cases of the Base
-(DEVICE, DISCOVERY), Media Configuration (MEDIA), PTZ, Imaging and DeviceIO test specifications. Each
-case's procedure and pass criteria are coded in `tests/conformance/` (one module per specification)
+(DEVICE, DISCOVERY), Media Configuration (MEDIA), PTZ, Imaging, DeviceIO and Event Handling (EVENT) test
+specifications. Each case's procedure and pass criteria are coded in `tests/conformance/` (one module per specification)
 and run against the simulated camera by the ctest `Conformance.DeviceTestCases`. Whether a case
 applies follows the camera's own answers (capabilities, services, profiles, PTZ nodes, focus move
 options, audio and IO counts), as the test specifications' feature discovery does; a case that does
