@@ -1,0 +1,24 @@
+// Authentication in the ONVIF mode: access classes and user levels, tokens
+// that cannot be used twice, HTTP digest, and a lock-out for guessing.
+#ifndef FRAME_ONVIF_SECURITY_H
+#define FRAME_ONVIF_SECURITY_H
+
+#include <stddef.h>
+#include <time.h>
+
+// Sets G_httpAck to 200 when the request may proceed, 401 when it may not.
+void checkOnvifSecurity();
+
+// For a 401: prints "Status: 401 Unauthorized" and one digest challenge per
+// algorithm when the request is to be challenged, and returns 1; 0 when the
+// refusal is a SOAP fault (the caller prints its 400).
+int printDigestChallenge();
+
+// The server nonce for the given time: its time in hexadecimal and a MAC of
+// that time under the camera's secret. Empty when no secret can be had.
+void digestNonce(time_t issued, char* out, size_t n);
+
+#define DIGEST_REALM "ONVIF camera"
+#define DIGEST_SECRET_FILE "/etc/onvif_digest.secret"
+
+#endif
