@@ -12,6 +12,7 @@
 #include "frame/users.h"
 #include "frame/xmlsearch.h"
 #include "state/config.h"
+#include "state/mode.h"
 #include "state/paths.h"
 
 #include <errno.h>
@@ -288,7 +289,7 @@ int digestParameter(const char* header, const char* key, char* out, size_t n)
 
 Outcome checkHttpDigest(const char* header, UserLevel* level, time_t now)
 {
-    char username[40], realm[40], nonce[48], uri[256], response[72], qop[8], nc[12], cnonce[72], algorithm[24];
+    char username[40], realm[40], nonce[DIGEST_NONCE_LENGTH + 8], uri[256], response[72], qop[8], nc[12], cnonce[72], algorithm[24];
     if (!digestParameter(header, "username", username, sizeof username) ||
         !digestParameter(header, "realm", realm, sizeof realm) || !digestParameter(header, "nonce", nonce, sizeof nonce) ||
         !digestParameter(header, "uri", uri, sizeof uri) ||
@@ -306,13 +307,14 @@ Outcome checkHttpDigest(const char* header, UserLevel* level, time_t now)
     if (requestUri && requestUri[0] && strcmp(requestUri, uri) != 0)
         return REFUSED;
     // The nonce names its own time; only this camera's secret makes its MAC.
-    char stamp[9], *end;
+    char stamp[9], salt[9], *end;
     snprintf(stamp, sizeof stamp, "%s", nonce);
+    snprintf(salt, sizeof salt, "%s", nonce + (strlen(nonce) >= 8 ? 8 : 0));
     long issued = strtol(stamp, &end, 16);
-    char expected[48];
-    if (strlen(nonce) != 40 || end != stamp + 8 || issued <= 0 || issued > (long)now + 5)
+    char expected[DIGEST_NONCE_LENGTH + 1];
+    if (strlen(nonce) != DIGEST_NONCE_LENGTH || end != stamp + 8 || issued <= 0 || issued > (long)now + 5)
         return REFUSED;
-    digestNonce((time_t)issued, expected, sizeof expected);
+    digestNonce((time_t)issued, salt, expected, sizeof expected);
     if (!expected[0] || strcmp(expected, nonce) != 0)
         return REFUSED;
     char password[72];
@@ -347,16 +349,16 @@ void refuse(int withChallenge, int stale)
 
 }  // namespace
 
-void digestNonce(time_t issued, char* out, size_t n)
+void digestNonce(time_t issued, const char* salt, char* out, size_t n)
 {
-    char secret[72], stamp[12], mac[65];
+    char secret[72], head[24], mac[65];
     out[0] = 0;
-    if (n < 41 || !digestSecret(secret, sizeof secret))
+    if (n < DIGEST_NONCE_LENGTH + 1 || strlen(salt) != 8 || !digestSecret(secret, sizeof secret))
         return;
-    snprintf(stamp, sizeof stamp, "%08lx", (unsigned long)issued & 0xffffffffUL);
-    const char* parts[] = {secret, stamp};
+    snprintf(head, sizeof head, "%08lx%s", (unsigned long)issued & 0xffffffffUL, salt);
+    const char* parts[] = {secret, head};
     hashParts(1, mac, parts, 2);
-    snprintf(out, n, "%s%.32s", stamp, mac);
+    snprintf(out, n, "%s%.32s", head, mac);
 }
 
 void checkOnvifSecurity()
@@ -412,12 +414,24 @@ void checkOnvifSecurity()
         refuse(0, 0);
 }
 
+void challengeEmptyProbe()
+{
+    const char* http = getenv("HTTP_AUTHORIZATION");
+    if (onvifMode() && !(http && http[0]))
+        refuse(1, 0);
+}
+
 int printDigestChallenge()
 {
     if (!challenge)
         return 0;
-    char nonce[48];
-    digestNonce(time(0), nonce, sizeof nonce);
+    // Two challenges in one second must differ: each client counts nc from 1.
+    unsigned char random[4];
+    char salt[9], nonce[DIGEST_NONCE_LENGTH + 1];
+    if (getrandom(random, sizeof random, 0) != (ssize_t)sizeof random)
+        memset(random, 0, sizeof random);
+    snprintf(salt, sizeof salt, "%02x%02x%02x%02x", random[0], random[1], random[2], random[3]);
+    digestNonce(time(0), salt, nonce, sizeof nonce);
     puts("Status: 401 Unauthorized\r");
     // SHA-256 first: a client takes the first it supports.
     static const char* const ALGORITHMS[] = {"SHA-256", "MD5"};

@@ -2,6 +2,7 @@
 #include "frame/frame.h"
 #include "frame/dispatch.h"
 #include "frame/prescan.h"
+#include "frame/onvif_security.h"
 #include "frame/security.h"
 #include "frame/xmlsearch.h"
 #include "state/shm.h"
@@ -83,6 +84,8 @@ int serveRequest()
         // A body refused here is answered as one the parser could not read.
         if (bodyFitsParser(requestBody, got))
             parseXML(requestBody);
+        if (got == 0)
+            challengeEmptyProbe();
         if (G_httpAck == 200) {
             checkSecurity();
             if (G_httpAck == 200)
