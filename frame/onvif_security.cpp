@@ -307,12 +307,14 @@ Outcome checkHttpDigest(const char* header, UserLevel* level, time_t now)
     if (requestUri && requestUri[0] && strcmp(requestUri, uri) != 0)
         return REFUSED;
     // The nonce names its own time; only this camera's secret makes its MAC.
-    char stamp[9], salt[9], *end;
-    snprintf(stamp, sizeof stamp, "%s", nonce);
-    snprintf(salt, sizeof salt, "%s", nonce + (strlen(nonce) >= 8 ? 8 : 0));
+    if (strlen(nonce) != DIGEST_NONCE_LENGTH)
+        return REFUSED;
+    char stamp[9] = {0}, salt[9] = {0}, *end;
+    memcpy(stamp, nonce, 8);
+    memcpy(salt, nonce + 8, 8);
     long issued = strtol(stamp, &end, 16);
     char expected[DIGEST_NONCE_LENGTH + 1];
-    if (strlen(nonce) != DIGEST_NONCE_LENGTH || end != stamp + 8 || issued <= 0 || issued > (long)now + 5)
+    if (end != stamp + 8 || issued <= 0 || issued > (long)now + 5)
         return REFUSED;
     digestNonce((time_t)issued, salt, expected, sizeof expected);
     if (!expected[0] || strcmp(expected, nonce) != 0)
@@ -338,6 +340,26 @@ Outcome checkHttpDigest(const char* header, UserLevel* level, time_t now)
     return claimNonce("H", use, strlen(use), (time_t)issued + settings.digestNonceLifetime + 1, now) == NONCE_FIRST_USE
                ? ACCEPTED
                : REFUSED;
+}
+
+// "Basic base64(name:password)" over the same accounts.
+Outcome checkHttpBasic(const char* credentials, UserLevel* level)
+{
+    unsigned char decoded[80];
+    if (strlen(credentials) > 100)
+        return REFUSED;
+    int n = COM_Base64Decode(decoded, credentials, sizeof decoded - 1);
+    if (n <= 0)
+        return REFUSED;
+    decoded[n] = 0;
+    char* colon = strchr((char*)decoded, ':');
+    char password[72];
+    if (!colon)
+        return REFUSED;
+    *colon = 0;
+    if (!findUser((const char*)decoded, level, password, sizeof password) || strcmp(password, colon + 1) != 0)
+        return REFUSED;
+    return ACCEPTED;
 }
 
 void refuse(int withChallenge, int stale)
@@ -412,6 +434,26 @@ void checkOnvifSecurity()
     }
     if (!levelMayUse(level, access))
         refuse(0, 0);
+}
+
+int mediaRequestAuthorized(int allowBasic)
+{
+    if (!onvifMode())
+        return 1;
+    readSettings();
+    const char* http = getenv("HTTP_AUTHORIZATION");
+    UserLevel level = LEVEL_ANONYMOUS;
+    Outcome o = REFUSED;
+    if (http && strncasecmp(http, "Digest ", 7) == 0)
+        o = checkHttpDigest(http + 7, &level, time(0));
+    else if (allowBasic && http && strncasecmp(http, "Basic ", 6) == 0)
+        o = checkHttpBasic(http + 6, &level);
+    if (o == ACCEPTED && levelMayUse(level, ACC_READ_MEDIA))
+        return 1;
+    refuse(1, o == REFUSED_STALE);
+    printDigestChallenge();
+    printf("Content-Type: text/plain\r\n\r\nUnauthorized\n");
+    return 0;
 }
 
 void challengeEmptyProbe()

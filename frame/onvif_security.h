@@ -25,6 +25,13 @@ int printDigestChallenge();
 void digestNonce(time_t issued, const char* salt, char* out, size_t n);
 #define DIGEST_NONCE_LENGTH 48
 
+// For a program beside the service that serves media on its own path (the
+// simulated camera's snapshot): 1 when the request may have it, that is in
+// the legacy mode, or when its Authorization (digest, or basic where
+// allowBasic) proves an account whose level may read media. Otherwise it
+// prints a whole 401 answer with the digest challenges and returns 0.
+int mediaRequestAuthorized(int allowBasic);
+
 #define DIGEST_REALM "ONVIF camera"
 #define DIGEST_SECRET_FILE "/etc/onvif_digest.secret"
 
