@@ -67,7 +67,7 @@ try:
     subprocess.run([shm, "create"], env=env, check=True)
     subprocess.run([shm, "set", "1=1", "845=1"], env=env, check=True)
     # A used-nonce record three quarters full, as under steady load.
-    slots = 4096
+    slots = 8192
     with open(os.path.join(root, "tmp/onvif/used_nonces"), "wb") as f:
         live = int(time.time()) + 3600
         for i in range(slots):

@@ -9,11 +9,11 @@
 
 #define USED_NONCE_FILE "/tmp/onvif/used_nonces"
 #define AUTH_FAILURE_FILE "/tmp/onvif/auth_failures"
-#define USED_NONCE_SLOTS 4096
+#define USED_NONCE_SLOTS 8192
 #define AUTH_FAILURE_SLOTS 256
 // Slots a key may land in, from its hash on: a short probe keeps a request
 // to one small read and write.
-#define RECORD_PROBE 16
+#define RECORD_PROBE 32
 
 struct UsedNonce {
     unsigned char key[12];  // the first bytes of SHA-1 over the nonce's identity
