@@ -74,6 +74,9 @@ UserLevel userLevelNamed(const char* name)
 
 const char* securityCapabilities()
 {
-    return "<tds:Security DefaultAccessPolicy=\"true\" UsernameToken=\"true\" HttpDigest=\"true\""
-           " MaxUserNameLength=\"32\" MaxPasswordLength=\"32\" HashingAlgorithms=\"MD5 SHA-256\"/>";
+    return "TLS1.0=\"false\" TLS1.1=\"true\" TLS1.2=\"true\" OnboardKeyGeneration=\"false\" "
+           "AccessPolicyConfig=\"false\" DefaultAccessPolicy=\"true\" Dot1X=\"false\" RemoteUserHandling=\"false\" "
+           "X.509Token=\"false\" SAMLToken=\"false\" KerberosToken=\"false\" UsernameToken=\"true\" "
+           "HttpDigest=\"true\" RELToken=\"false\" MaxUserNameLength=\"32\" MaxPasswordLength=\"32\" "
+           "HashingAlgorithms=\"MD5 SHA-256\"";
 }

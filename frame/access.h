@@ -23,8 +23,9 @@ int levelMayUse(UserLevel level, AccessClass c);
 // anything else grants nothing beyond an anonymous request.
 UserLevel userLevelNamed(const char* name);
 
-// The device service's tds:Security capabilities element: the credential
-// forms this camera checks and the hashes its HTTP digest offers.
+// The attributes of the device service's tds:Security capabilities: the
+// credential forms this camera checks and the hashes its HTTP digest offers
+// (TLS as GetCapabilities reports it).
 const char* securityCapabilities();
 
 #endif

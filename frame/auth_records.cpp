@@ -5,6 +5,7 @@
 #include "state/paths.h"
 
 #include <fcntl.h>
+#include <stdio.h>
 #include <string.h>
 #include <sys/file.h>
 #include <unistd.h>
@@ -92,38 +93,47 @@ NonceClaim claimNonce(const char* kind, const char* text, size_t length, time_t 
     return result;
 }
 
-static int failureWindowOf(const char* address, int fd, AuthFailures* window, unsigned* first)
+// The address's probe window of the failure record, read under the lock the
+// caller closes; fd is -1 when the record cannot be had. Returns the slot
+// that holds the address, -1 for none.
+struct FailureWindow {
+    int fd;
+    unsigned first;
+    AuthFailures slots[RECORD_PROBE];
+};
+
+static int openFailureWindow(const char* address, FailureWindow* w)
 {
+    w->fd = openLocked(AUTH_FAILURE_FILE);
+    if (w->fd < 0)
+        return -1;
     unsigned char hash[20];
     sha1Of("A", address, strlen(address), hash);
-    *first = firstSlot(hash, AUTH_FAILURE_SLOTS);
-    readWindow(fd, *first, window);
+    w->first = firstSlot(hash, AUTH_FAILURE_SLOTS);
+    readWindow(w->fd, w->first, w->slots);
     for (int i = 0; i < RECORD_PROBE; ++i)
-        if (strncmp(window[i].address, address, sizeof window[i].address) == 0)
+        if (strncmp(w->slots[i].address, address, sizeof w->slots[i].address) == 0)
             return i;
     return -1;
 }
 
 int lockedOut(const char* address, int limit, int window, time_t now)
 {
-    int fd = openLocked(AUTH_FAILURE_FILE);
-    if (fd < 0)
+    FailureWindow w;
+    int i = openFailureWindow(address, &w);
+    if (w.fd < 0)
         return 0;
-    AuthFailures slots[RECORD_PROBE];
-    unsigned first;
-    int i = failureWindowOf(address, fd, slots, &first);
-    closeLocked(fd);
-    return i >= 0 && (int)slots[i].count >= limit && (long)now - (long)slots[i].last < window;
+    closeLocked(w.fd);
+    return i >= 0 && (int)w.slots[i].count >= limit && (long)now - (long)w.slots[i].last < window;
 }
 
 int countFailure(const char* address, int limit, int window, time_t now)
 {
-    int fd = openLocked(AUTH_FAILURE_FILE);
-    if (fd < 0)
+    FailureWindow w;
+    int i = openFailureWindow(address, &w);
+    if (w.fd < 0)
         return 0;
-    AuthFailures slots[RECORD_PROBE];
-    unsigned first;
-    int i = failureWindowOf(address, fd, slots, &first);
+    AuthFailures* slots = w.slots;
     if (i < 0) {
         // A free or quiet slot, else the one quiet longest: the file stays
         // bounded however many addresses try.
@@ -144,7 +154,7 @@ int countFailure(const char* address, int limit, int window, time_t now)
     int locksNow = (int)s.count >= limit && !s.logged;
     if (locksNow)
         s.logged = 1;
-    writeSlot(fd, first + i, s);
-    closeLocked(fd);
+    writeSlot(w.fd, w.first + i, s);
+    closeLocked(w.fd);
     return locksNow;
 }
