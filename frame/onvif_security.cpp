@@ -14,6 +14,7 @@
 #include "state/config.h"
 #include "state/mode.h"
 #include "state/paths.h"
+#include "state/shm.h"
 
 #include <errno.h>
 #include <fcntl.h>
@@ -387,6 +388,10 @@ void checkOnvifSecurity()
 {
     G_httpAck = 200;
     challenge = 0;
+    // The camera's own switch (its pages' "authentication off") is honoured
+    // in both modes; a camera ships with it on.
+    if (shmWord(AUTH_ON_WORD) != 1)
+        return;
     const ActionRow* row = actionRow(PrimaryElementName);
     // An action without a row has no handler and is refused by dispatch;
     // nothing it could reach needs protecting.
