@@ -1,5 +1,7 @@
 // Who the device is, which services it offers and where their descriptions lie.
+#include "device/services.h"
 #include "frame/frame.h"
+#include "state/mode.h"
 #include "frame/request_values.h"
 #include "state/shm_words.h"
 #include "frame/handlers.h"
@@ -72,10 +74,13 @@ static void Capability_Device(const char* xaddr)
 
 static void Capability_Events(const char* xaddr)
 {
+    // The camera always denied the pull points it serves; the ONVIF mode
+    // says what GetServiceCapabilities says.
     appendResponse("<tt:Events><tt:XAddr>%s</tt:XAddr><tt:WSSubscriptionPolicySupport>true</tt:WSSubscriptionPolicySupport>"
-                   "<tt:WSPullPointSupport>false</tt:WSPullPointSupport>"
+                   "<tt:WSPullPointSupport>%s</tt:WSPullPointSupport>"
                    "<tt:WSPausableSubscriptionManagerInterfaceSupport>false"
-                   "</tt:WSPausableSubscriptionManagerInterfaceSupport></tt:Events>", xaddr);
+                   "</tt:WSPausableSubscriptionManagerInterfaceSupport></tt:Events>",
+                   xaddr, onvifMode() ? "true" : "false");
 }
 
 static void Capability_Imaging(const char* xaddr)
@@ -95,20 +100,42 @@ static void Capability_PTZ(const char* xaddr)
     appendResponse("<tt:PTZ><tt:XAddr>%s</tt:XAddr></tt:PTZ>", xaddr);
 }
 
+// Where clients that read only GetCapabilities find the device IO service.
+static void Capability_DeviceIO(const char* xaddr)
+{
+    IoCounts c = ioCounts();
+    appendResponse("<tt:Extension><tt:DeviceIO><tt:XAddr>%s</tt:XAddr><tt:VideoSources>%d</tt:VideoSources>"
+                   "<tt:VideoOutputs>0</tt:VideoOutputs><tt:AudioSources>%d</tt:AudioSources>"
+                   "<tt:AudioOutputs>0</tt:AudioOutputs><tt:RelayOutputs>%d</tt:RelayOutputs></tt:DeviceIO>"
+                   "</tt:Extension>", xaddr, c.videoSources, c.audioSources, c.relayOutputs);
+}
+
 static int hasPTZ()
 {
     return modelHas(Cap::PtzMotors);
 }
 
+// The ONVIF mode lists only the services GetServices lists; the analytics
+// service is not one of them.
+static int analyticsListed()
+{
+    return !onvifMode();
+}
+
 static void writeAllSections(const char* xaddr)
 {
-    Capability_Analytics(xaddr);
+    if (analyticsListed())
+        Capability_Analytics(xaddr);
     Capability_Device(xaddr);
     Capability_Events(xaddr);
-    Capability_Imaging(xaddr);
+    // The camera always listed imaging; the ONVIF mode agrees with GetServices.
+    if (!onvifMode() || !modelHas(Cap::ImagingNone))
+        Capability_Imaging(xaddr);
     Capability_Media(xaddr);
     if (hasPTZ())
         Capability_PTZ(xaddr);
+    if (onvifMode())
+        Capability_DeviceIO(xaddr);
 }
 
 static void closeCapabilities()
@@ -118,9 +145,8 @@ static void closeCapabilities()
 
 void GetCapabilityResponse()
 {
-    char service[96], xaddr[128];
-    if (!deviceServiceAddress(service, sizeof service) ||
-        !formatChecked(xaddr, sizeof xaddr, "%s/onvif/device_service", service)) {
+    char xaddr[128];
+    if (!serviceXAddr(xaddr, sizeof xaddr)) {
         G_httpAck = 500;
         return;
     }
@@ -144,7 +170,7 @@ void GetCapabilityResponse()
             closeCapabilities();
             return;
         }
-        if (strcmp(category, "Analytics") == 0)
+        if (strcmp(category, "Analytics") == 0 && analyticsListed())
             Capability_Analytics(xaddr);
         else if (strcmp(category, "Device") == 0)
             Capability_Device(xaddr);

@@ -2,6 +2,8 @@
 // copy under the web root, and signalled to the discovery process through
 // words 62 and 77.
 #include "frame/frame.h"
+#include "state/mode.h"
+#include "state/schema_values.h"
 #include "frame/request_values.h"
 #include "state/shm_words.h"
 #include "frame/handlers.h"
@@ -79,6 +81,18 @@ static int refuseBadScopes(const char* plainName)
     for (int row = 1; row < requestRows(); ++row) {
         if (isScopeRow(row, plainName) && scopeBreaksLine(requestRowText(row))) {
             writeBadScopeFault();
+            return 1;
+        }
+    }
+    // The camera stores any scope as sent; the ONVIF mode only the URIs the
+    // schema lists back (SetScopes stores the decoded text, so both count).
+    for (int row = 1; onvifMode() && row < requestRows(); ++row) {
+        if (!isScopeRow(row, plainName))
+            continue;
+        char decoded[SCOPE_SIZE];
+        url_decode(requestRowText(row), decoded, sizeof decoded);
+        if (!isUriText(requestRowText(row)) || !isUriText(decoded)) {
+            writeSenderFault2("InvalidArgVal", "InvalidArgs", "The scope is not valid", "A scope is a URI.");
             return 1;
         }
     }
@@ -344,7 +358,8 @@ void SetDiscoveryMode()
     if (read == Read::Refused)
         return;
     if (read == Read::Value) {
-        if (hasLineBreak(mode)) {
+        if (hasLineBreak(mode) ||
+            (onvifMode() && strcmp(mode, "Discoverable") != 0 && strcmp(mode, "NonDiscoverable") != 0)) {
             writeSenderFault2("InvalidArgVal", "InvalidArgs", "The discovery mode is not valid",
                               "A discovery mode may not hold a line break.");
             return;

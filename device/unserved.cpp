@@ -3,5 +3,4 @@
 #include "frame/frame.h"
 #include "frame/handlers.h"
 
-void GetServices() { actionNotServed(); }
 void GetServiceCapabilities() { actionNotServed(); }

@@ -1,6 +1,7 @@
 // The user actions: listing both account stores, and creating, deleting and
 // changing ONVIF users; web accounts are listed and guarded but never changed.
 #include "frame/users.h"
+#include "state/mode.h"
 #include "frame/request_values.h"
 #include "frame/frame.h"
 #include "frame/handlers.h"
@@ -111,6 +112,14 @@ static int privacyRights(const char* name, char* rights, size_t n, int loaded)
     return 1;
 }
 
+// The user actions have always answered in the media namespace; the ONVIF
+// mode answers in the device service's, where the schema declares them.
+static void writeUserAnswer(const char* element)
+{
+    const char* ns = onvifMode() ? "tds" : "trt";
+    setResponse("<%s:%s></%s:%s>", ns, element, ns, element);
+}
+
 void GetUsers()
 {
     setResponse("<tds:GetUsersResponse>");
@@ -145,7 +154,9 @@ void GetUsers()
         int n = splitFields(line, ':', fields, 3);
         if (!fields[0][0])
             continue;
-        const char* level = n > 1 && isValidLevel(fields[1]) ? fields[1] : "";
+        // An unknown stored level is listed empty by the camera; the schema
+        // allows only its levels, and "Extended" is the one for any other.
+        const char* level = n > 1 && isValidLevel(fields[1]) ? fields[1] : onvifMode() ? "Extended" : "";
         appendResponse("<tds:User><tt:Username>%s</tt:Username><tt:UserLevel>%s</tt:UserLevel></tds:User>",
                        fields[0], level);
     }
@@ -243,7 +254,7 @@ void CreateUsers()
             replaceFileContent(ONVIF_USER_FILE, line);
         }
     }
-    setResponse("<trt:CreateUsersResponse></trt:CreateUsersResponse>");
+    writeUserAnswer("CreateUsersResponse");
 }
 
 void DeleteUsers()
@@ -276,7 +287,7 @@ void DeleteUsers()
         if (rewriteFileThroughWorkCopy(ONVIF_USER_FILE, editUserLine, &drop) != 0)
             log_message_to_onvifErrorFile(1, "onvifService::CreateUsers:ONVIF_USER_FILE missing");
     }
-    setResponse("<trt:DeleteUsersResponse></trt:DeleteUsersResponse>");
+    writeUserAnswer("DeleteUsersResponse");
 }
 
 // The stored level for a requested one; the camera's web pages have long
@@ -333,5 +344,5 @@ void SetUser()
     formatChecked(line, sizeof line, "%s:%s:%s\n", name, newLevel, newPassword);
     UserEdit change = {name, line, 0};
     rewriteFileThroughWorkCopy(ONVIF_USER_FILE, editUserLine, &change);
-    setResponse("<trt:SetUserResponse></trt:SetUserResponse>");
+    writeUserAnswer("SetUserResponse");
 }

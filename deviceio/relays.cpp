@@ -1,6 +1,7 @@
 // Relay outputs: their settings files (a working copy and a persistent
 // copy), and switching through the camera's output and settings programs.
 #include "state/timespan.h"
+#include "state/mode.h"
 #include "state/shm_words.h"
 #include "frame/frame.h"
 #include "frame/request_values.h"
@@ -101,8 +102,9 @@ void GetRelayOutputs()
 static void writeOptions(const char* token)
 {
     setResponse("<tmd:GetRelayOutputOptionsResponse><tmd:RelayOutputOptions token=\"%s\"><tmd:Mode>Bistable</tmd:Mode>"
-                "<tmd:Mode>Monostable</tmd:Mode><tmd:DelayTimes>1 600</tmd:DelayTimes><tmd:Discrete>False"
-                "</tmd:Discrete></tmd:RelayOutputOptions></tmd:GetRelayOutputOptionsResponse>", token);
+                "<tmd:Mode>Monostable</tmd:Mode><tmd:DelayTimes>1 600</tmd:DelayTimes><tmd:Discrete>%s"
+                "</tmd:Discrete></tmd:RelayOutputOptions></tmd:GetRelayOutputOptionsResponse>", token,
+                onvifMode() ? "false" : "False");
 }
 
 void GetRelayOutputOptions()
@@ -180,12 +182,11 @@ static int outputIndex(const char* fileName)
     return number;
 }
 
-void SetRelayOutputSettings()
+// The settings change of both services; they differ in how the request
+// names the output and in the answer's element.
+static void changeRelaySettings(Read tokenRead, const char* token, const char* response)
 {
-    char token[65], mode[65], delay[65], idle[65], fileName[128];
-    Read tokenRead = readEither("tt:RelayOutputToken", "RelayOutputToken", token, 64);
-    if (tokenRead == Read::Refused)
-        return;
+    char mode[65], delay[65], idle[65], fileName[128];
     int hasToken = tokenRead == Read::Value;
     if (!hasRelayOutputs() || !hasToken || findOutputLine(token, fileName, sizeof fileName) <= 0) {
         writeUnknownTokenFault(hasToken ? token : "");
@@ -252,7 +253,25 @@ void SetRelayOutputSettings()
         }
     }
     fclose(outputs);
-    setResponse("<tds:SetRelayOutputSettingsResponse></tds:SetRelayOutputSettingsResponse>");
+    setResponse("<%s></%s>", response, response);
+}
+
+void SetRelayOutputSettings()
+{
+    char token[65];
+    Read tokenRead = readEither("tt:RelayOutputToken", "RelayOutputToken", token, 64);
+    if (tokenRead != Read::Refused)
+        changeRelaySettings(tokenRead, token, "tds:SetRelayOutputSettingsResponse");
+}
+
+// The device IO service names the output by its RelayOutput's token attribute.
+void DeviceIoSetRelayOutputSettings()
+{
+    char token[65] = "";
+    int row = requestRowFrom("tmd:RelayOutput", 0);
+    Read tokenRead = row >= 0 ? requestAttributeOf(row, "token", token, sizeof token) : Read::Absent;
+    if (tokenRead != Read::Refused)
+        changeRelaySettings(tokenRead, token, "tmd:SetRelayOutputSettingsResponse");
 }
 
 void SetRelayOutputState()

@@ -1,6 +1,7 @@
 // PullMessages: the long poll of a pull point, and the initial states
 // built from the device-state segment.
 #include "events/events.h"
+#include "state/mode.h"
 #include "state/shm_words.h"
 #include "state/timespan.h"
 #include "state/calendar.h"
@@ -114,6 +115,35 @@ static long endOfFirstLine(FILE* f)
     return ftell(f);
 }
 
+// The ONVIF mode hands over whole notification messages only (one a line,
+// with the Message the schema requires); any other line is dropped and
+// logged, never passed on. Returns the bytes of the file taken.
+static long appendWholeNotifications(FILE* f, size_t reserve)
+{
+    static const char OPEN[] = "<wsnt:NotificationMessage>", CLOSE[] = "</wsnt:NotificationMessage>";
+    char line[4096];
+    long taken = 0;
+    while (fgets(line, sizeof line, f)) {
+        size_t n = strlen(line), end = strcspn(line, "\r\n");
+        int whole = n > 0 && (line[n - 1] == '\n' || feof(f));
+        if (!whole) {
+            int c;
+            while ((c = fgetc(f)) != EOF && c != '\n') {}
+        }
+        int message = whole && strncmp(line, OPEN, sizeof OPEN - 1) == 0 && end >= sizeof CLOSE - 1 &&
+                      strncmp(line + end - (sizeof CLOSE - 1), CLOSE, sizeof CLOSE - 1) == 0 &&
+                      strstr(line, "<wsnt:Message>") != 0;
+        if (message && strlen(G_Response) + n + reserve >= G_RESPONSE_SIZE)
+            break;  // stays for the next pull
+        if (message)
+            appendMarkup(line);
+        else
+            logServiceError("PullMessages", "%s", "an event file line that is no whole message was dropped");
+        taken = ftell(f);
+    }
+    return taken;
+}
+
 // Hands over what the event process left, then starts the file over: read,
 // delete, create, in that order. Lines that do not fit the answer stay in
 // the file for the next pull.
@@ -124,7 +154,8 @@ static void drainEventFile(const char* path)
     FILE* f = fopenRoot(path, "r");
     if (!f)
         return;
-    long taken = appendMarkupFileToResponse(f, sizeof "</tev:PullMessagesResponse>");
+    long taken = onvifMode() ? appendWholeNotifications(f, sizeof "</tev:PullMessagesResponse>")
+                             : appendMarkupFileToResponse(f, sizeof "</tev:PullMessagesResponse>");
     struct stat st;
     int rest = fstat(fileno(f), &st) == 0 && st.st_size > taken;
     if (rest && taken == 0) {
@@ -156,6 +187,20 @@ static int maxMessageLimit()
     return modelValue(Cap::EventsMaxMessages);
 }
 
+// A pull asking to wait longer than the camera does: the standard's fault,
+// which carries the limits in its detail.
+static void writePullLimitsFault()
+{
+    setResponse("<SOAP-ENV:Fault><SOAP-ENV:Code><SOAP-ENV:Value>SOAP-ENV:Sender</SOAP-ENV:Value>"
+                "<SOAP-ENV:Subcode><SOAP-ENV:Value>ter:InvalidArgVal</SOAP-ENV:Value></SOAP-ENV:Subcode>"
+                "</SOAP-ENV:Code><SOAP-ENV:Reason><SOAP-ENV:Text xml:lang=\"en\">The timeout exceeds the"
+                " maximum</SOAP-ENV:Text></SOAP-ENV:Reason><SOAP-ENV:Detail><tev:PullMessagesFaultResponse>"
+                "<tev:MaxTimeout>PT%dS</tev:MaxTimeout><tev:MaxMessageLimit>%d</tev:MaxMessageLimit>"
+                "</tev:PullMessagesFaultResponse></SOAP-ENV:Detail></SOAP-ENV:Fault>",
+                MAX_PULL_SECONDS, maxMessageLimit());
+    G_httpAck = 400;
+}
+
 void PullMessages()
 {
     char text[33];
@@ -167,6 +212,10 @@ void PullMessages()
         int h, m, s;
         GetTimeSpanIntoTimeInteger(text, &h, &m, &s);
         long total = (long)h * 3600 + (long)m * 60 + s;
+        if (total > MAX_PULL_SECONDS && onvifMode()) {
+            writePullLimitsFault();
+            return;
+        }
         if (total > MAX_PULL_SECONDS) {
             setResponse("<tev:PullMessagesResponse><tev:MaxTimeout>PT60S</tev:MaxTimeout>"
                         "<tev:MaxMessageLimit>%d</tev:MaxMessageLimit></tev:PullMessagesResponse>", maxMessageLimit());

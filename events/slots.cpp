@@ -69,7 +69,8 @@ void storeTime(int* words, const char* text)
 
 void slotTime(const int* words, char* out, size_t n)
 {
-    formatChecked(out, n, "%d-%02d-%02dT%02d:%02d:%02d", words[0], words[1], words[2], words[3], words[4], words[5]);
+    formatChecked(out, n, "%d-%02d-%02dT%02d:%02d:%02d%s", words[0], words[1], words[2], words[3], words[4], words[5],
+                  utcZone());
 }
 
 static int compareTimes(const char* a, const char* b)

@@ -1,6 +1,7 @@
 // The subscription actions: creating pull points and push subscriptions,
 // renewing and ending them, and the event form of the synchronization point.
 #include "events/events.h"
+#include "state/mode.h"
 #include "state/shm_words.h"
 #include "state/timespan.h"
 #include "state/calendar.h"
@@ -90,7 +91,7 @@ void CreatePullPointSubscription()
     int pullPoints = 0;
     for (int k = 0; k < SUBSCRIPTION_SLOTS; ++k)
         pullPoints += subscriptionSlot(k)[SLOT_STATE] == SLOT_PULL;
-    if (onePullPoint ? pullPoints >= 1 : pullPoints > 4) {
+    if (pullPoints >= modelValue(Cap::EventsPullPoints)) {
         writeInvalidFilterFault("Too Many Client To Connect",
                                 onePullPoint ? "The Subscribe Allow 1 Client To Connect."
                                                                   : "The Subscribe Allow 5 Client To Connect.",
@@ -163,7 +164,9 @@ void Renew()
     Read read = requestText("tet:TerminationTime", requested, 33);
     if (read == Read::Refused)
         return;
-    if (read == Read::Absent) {
+    // The camera's own answer to a Renew without a time; the ONVIF mode
+    // renews it by the default minute, as a subscription without one gets.
+    if (read == Read::Absent && !onvifMode()) {
         setResponse("<wsnt:RenewResponse><wsnt:TerminationTime>Z</wsnt:TerminationTime>"
                     "<wsnt:CurrentTime>Z</wsnt:CurrentTime></wsnt:RenewResponse>");
         return;
@@ -172,7 +175,9 @@ void Renew()
     char current[64], termination[64];
     currentTime(&now);
     formatTime(current, sizeof current, &now);
-    if (strstr(requested, "PT")) {
+    if (read == Read::Absent) {
+        terminationFromDuration("", 0, &now, termination, sizeof termination);
+    } else if (strstr(requested, "PT")) {
         terminationFromDuration(requested, 1, &now, termination, sizeof termination);
     } else {
         int f[6] = {0, 0, 0, 0, 0, 0};
@@ -180,14 +185,18 @@ void Renew()
             refuseRequestValue("InvalidArgs", "The value is not valid", "The termination time is no date and time.");
             return;
         }
-        snprintf(termination, sizeof termination, "%d-%02d-%02dT%02d:%02d:%02d", f[0], f[1], f[2], f[3], f[4], f[5]);
+        snprintf(termination, sizeof termination, "%d-%02d-%02dT%02d:%02d:%02d%s", f[0], f[1], f[2], f[3], f[4],
+                 f[5], utcZone());
         // A time already past is taken as it is, and reported as now.
         if (A_larger_than_B(current, termination))
             snprintf(current, sizeof current, "%s", termination);
     }
     storeTime(slot + SLOT_TERMINATION, termination);
-    setResponse("<wsnt:RenewResponse><wsnt:TerminationTime>%sZ</wsnt:TerminationTime>"
-                "<wsnt:CurrentTime>%sZ</wsnt:CurrentTime></wsnt:RenewResponse>", termination, current);
+    // The camera always wrote the zone here, after times that now carry it
+    // in the ONVIF mode.
+    const char* zone = onvifMode() ? "" : "Z";
+    setResponse("<wsnt:RenewResponse><wsnt:TerminationTime>%s%s</wsnt:TerminationTime>"
+                "<wsnt:CurrentTime>%s%s</wsnt:CurrentTime></wsnt:RenewResponse>", termination, zone, current, zone);
 }
 
 static void removeRoot(const char* path)

@@ -3,8 +3,10 @@
 #include "frame/dispatch.h"
 #include "frame/frame.h"
 #include "frame/handlers.h"
+#include "frame/not_supported.h"
 #include "frame/xmlsearch.h"
 #include "frame/request_values.h"
+#include "frame/standard_faults.h"
 #include "state/mode.h"
 #include "state/storelock.h"
 
@@ -165,6 +167,45 @@ static const ActionRow actionRows[] = {
     {"SetSynchronizationPoint", SVC_MEDIA, MediaSetSynchronizationPoint, CRED_OPEN, ENV_FULL, CHANGES_STORE | ONVIF_ONLY},
     {"SetSynchronizationPoint", SVC_EVENTS, EventSetSynchronizationPoint, CRED_OPEN, ENV_SYNCHRONIZATION_POINT,
      CHANGES_STORE | ONVIF_ONLY},
+    // What the services are and can do, one answer per service.
+    {"GetServices", SVC_DEVICE, GetServices, CRED_OPEN, ENV_FULL, ONVIF_ONLY},
+    {"GetServiceCapabilities", SVC_DEVICE, DeviceServiceCapabilities, CRED_OPEN, ENV_FULL, ONVIF_ONLY},
+    {"GetServiceCapabilities", SVC_MEDIA, MediaServiceCapabilities, CRED_OPEN, ENV_FULL, ONVIF_ONLY},
+    {"GetServiceCapabilities", SVC_EVENTS, EventServiceCapabilities, CRED_OPEN, ENV_SERVICE_CAPABILITIES, ONVIF_ONLY},
+    {"GetServiceCapabilities", SVC_PTZ, PtzServiceCapabilities, CRED_OPEN, ENV_FULL, ONVIF_ONLY},
+    {"GetServiceCapabilities", SVC_IMAGING, ImagingServiceCapabilities, CRED_OPEN, ENV_FULL, ONVIF_ONLY},
+    {"GetServiceCapabilities", SVC_DEVICEIO, DeviceIoServiceCapabilities, CRED_OPEN, ENV_FULL, ONVIF_ONLY},
+    {"SendAuxiliaryCommand", SVC_PTZ, SendAuxiliaryCommand, CRED_AUTH, ENV_FULL, ONVIF_ONLY},
+    // The device IO service's own operations; those for IO the camera lacks
+    // are not supported.
+    {"GetDigitalInputs", SVC_DEVICEIO, GetDigitalInputs, CRED_OPEN, ENV_FULL, ONVIF_ONLY},
+    {"GetDigitalInputConfigurationOptions", SVC_DEVICEIO, GetDigitalInputConfigurationOptions, CRED_OPEN, ENV_FULL, ONVIF_ONLY},
+    {"SetDigitalInputConfigurations", SVC_DEVICEIO, SetDigitalInputConfigurations, CRED_AUTH, ENV_FULL,
+     CHANGES_STORE | ONVIF_ONLY},
+    {"GetVideoSources", SVC_DEVICEIO, DeviceIoGetVideoSources, CRED_OPEN, ENV_FULL, ONVIF_ONLY},
+    {"GetAudioSources", SVC_DEVICEIO, DeviceIoGetAudioSources, CRED_OPEN, ENV_FULL, ONVIF_ONLY},
+    {"SetRelayOutputSettings", SVC_DEVICEIO, DeviceIoSetRelayOutputSettings, CRED_AUTH, ENV_FULL, CHANGES_STORE | ONVIF_ONLY},
+#define DEVICEIO_NOT_SUPPORTED(name) {name, SVC_DEVICEIO, answerActionNotSupported, CRED_OPEN, ENV_FULL, ONVIF_ONLY}
+    DEVICEIO_NOT_SUPPORTED("GetAudioOutputs"),
+    DEVICEIO_NOT_SUPPORTED("GetVideoOutputs"),
+    DEVICEIO_NOT_SUPPORTED("GetVideoOutputConfiguration"),
+    DEVICEIO_NOT_SUPPORTED("GetVideoOutputConfigurationOptions"),
+    DEVICEIO_NOT_SUPPORTED("SetVideoOutputConfiguration"),
+    DEVICEIO_NOT_SUPPORTED("GetVideoSourceConfiguration"),
+    DEVICEIO_NOT_SUPPORTED("GetVideoSourceConfigurationOptions"),
+    DEVICEIO_NOT_SUPPORTED("SetVideoSourceConfiguration"),
+    DEVICEIO_NOT_SUPPORTED("GetAudioSourceConfiguration"),
+    DEVICEIO_NOT_SUPPORTED("GetAudioSourceConfigurationOptions"),
+    DEVICEIO_NOT_SUPPORTED("SetAudioSourceConfiguration"),
+    DEVICEIO_NOT_SUPPORTED("GetAudioOutputConfiguration"),
+    DEVICEIO_NOT_SUPPORTED("GetAudioOutputConfigurationOptions"),
+    DEVICEIO_NOT_SUPPORTED("SetAudioOutputConfiguration"),
+    DEVICEIO_NOT_SUPPORTED("GetSerialPorts"),
+    DEVICEIO_NOT_SUPPORTED("GetSerialPortConfiguration"),
+    DEVICEIO_NOT_SUPPORTED("GetSerialPortConfigurationOptions"),
+    DEVICEIO_NOT_SUPPORTED("SetSerialPortConfiguration"),
+    DEVICEIO_NOT_SUPPORTED("SendReceiveSerialCommand"),
+#undef DEVICEIO_NOT_SUPPORTED
 };
 
 static const char* const SERVICE_NAMESPACES[] = {
@@ -211,16 +252,23 @@ const ActionRow* actionRow(const char* action)
 {
     // Authentication, dispatch and the envelope each ask for the request's
     // row: the table is walked once per name.
-    static char lastAction[128];
+    // A process that serves several requests (the fuzz target) may switch
+    // the mode between them: the mode and namespace are part of the key.
+    static char lastAction[128], lastNamespace[128];
     static const ActionRow* lastRow;
+    static int lastMode = -1;
     if (!action)
         return 0;
-    if (lastAction[0] && strcmp(action, lastAction) == 0)
+    int mode = onvifMode();
+    const char* ns = mode ? requestBodyNamespace() : "";
+    if (lastAction[0] && mode == lastMode && strcmp(action, lastAction) == 0 && strcmp(ns, lastNamespace) == 0)
         return lastRow;
-    const ActionRow* found = onvifMode() ? onvifRow(action, requestBodyNamespace()) : legacyRow(action);
-    if (strlen(action) < sizeof lastAction) {
+    const ActionRow* found = mode ? onvifRow(action, ns) : legacyRow(action);
+    if (strlen(action) < sizeof lastAction && strlen(ns) < sizeof lastNamespace) {
         memcpy(lastAction, action, strlen(action) + 1);
+        memcpy(lastNamespace, ns, strlen(ns) + 1);
         lastRow = found;
+        lastMode = mode;
     }
     return found;
 }
@@ -234,6 +282,10 @@ int dispatchRow(const char* action)
 void checkXML()
 {
     const ActionRow* r = actionRow(PrimaryElementName);
+    if (!r && onvifMode()) {
+        writeActionNotSupportedFault();
+        return;
+    }
     if (!r || !r->handler) {
         G_httpAck = 500;
         return;

@@ -4,6 +4,8 @@
 #include "frame/dispatch.h"
 #include "frame/onvif_security.h"
 #include "frame/xmlsearch.h"
+#include "frame/standard_faults.h"
+#include "state/mode.h"
 #include "state/shm.h"
 #include "state/netaddr.h"
 
@@ -241,6 +243,10 @@ void actionNotServed()
 // any status other than 200, 400 and 401.
 void writeGenericFault()
 {
+    if (onvifMode()) {
+        writeStandardGenericFault();
+        return;
+    }
     clearResponse();
     appendMarkup(GENERIC_FAULT);
 }

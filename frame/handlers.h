@@ -39,12 +39,26 @@ void GetDiscoveryMode();
 void GetSystemLog();
 void GetServices();
 void GetServiceCapabilities();
+// The ONVIF mode's GetServiceCapabilities, one per service (device/services.cpp).
+void DeviceServiceCapabilities();
+void MediaServiceCapabilities();
+void EventServiceCapabilities();
+void PtzServiceCapabilities();
+void ImagingServiceCapabilities();
+void DeviceIoServiceCapabilities();
 
 // deviceio/
 void GetRelayOutputOptions();
 void GetRelayOutputs();
 void SetRelayOutputState();
 void SetRelayOutputSettings();
+// The device IO service's own operations (the ONVIF mode).
+void GetDigitalInputs();
+void GetDigitalInputConfigurationOptions();
+void SetDigitalInputConfigurations();
+void DeviceIoGetVideoSources();
+void DeviceIoGetAudioSources();
+void DeviceIoSetRelayOutputSettings();
 
 // media/
 void CreateProfile();
@@ -118,6 +132,7 @@ void RemovePreset();
 void GetPresets();
 void GetStatus();
 void PtzGetStatus();
+void SendAuxiliaryCommand();
 void ImagingGetStatus();
 // A request naming a video source is the imaging service's Stop or GetStatus.
 int imagingSourceRequested();

@@ -1,9 +1,11 @@
 // One request: read the body, parse, authenticate, dispatch, print.
 #include "frame/frame.h"
+#include "frame/not_supported.h"
 #include "frame/dispatch.h"
 #include "frame/prescan.h"
 #include "frame/onvif_security.h"
 #include "frame/security.h"
+#include "frame/standard_faults.h"
 #include "frame/xmlsearch.h"
 #include "state/shm.h"
 
@@ -101,7 +103,9 @@ int serveRequest()
     HttpStatus(G_httpAck);
     if (G_httpAck == 401)
         Print_Error_MSG_to_G_Reponse();
-    if (G_httpAck != 200 && G_httpAck != 400 && G_httpAck != 401)
+    // Both marks are read, so that each is forgotten for the next request.
+    int ownFault = keepsOwnReceiverFault() | actionNotSupportedAnswered();
+    if (G_httpAck != 200 && G_httpAck != 400 && G_httpAck != 401 && !ownFault)
         writeGenericFault();
     SoapEnvStart();
     SoapBody();

@@ -1,10 +1,12 @@
 // The imaging service's focus stop and focus status. The actions share their
 // names with PTZ's; a request that names a video source is the imaging one.
 #include "imaging/imaging_request.h"
+#include "state/mode.h"
 #include "frame/frame.h"
 #include "frame/request_values.h"
 #include "state/command.h"
 #include "state/config.h"
+#include "state/mode.h"
 #include "state/paths.h"
 #include "state/profiles.h"
 
@@ -31,12 +33,23 @@ static int videoSourceListed(const char* token)
     return isSafeFileToken(token) && isListedConfiguration(SOURCE_LIST, fileName, "Stop", "ONVIF_VIDEO_SOURCE_CONF");
 }
 
+// The ONVIF mode takes the video source token every other imaging action
+// takes; the camera's own focus actions name a source configuration.
+static int onvifSourceRefused()
+{
+    char source[65];
+    return refuseWithoutImaging() || !readVideoSourceToken(source, sizeof source);
+}
+
 void ImagingStop()
 {
     char source[65];
-    if (!readSourceToken(source, sizeof source))
+    if (onvifMode()) {
+        if (onvifSourceRefused())
+            return;
+    } else if (!readSourceToken(source, sizeof source)) {
         return;
-    if (!videoSourceListed(source)) {
+    } else if (!videoSourceListed(source)) {
         writeSenderFault2("ActionNotSupported", "NoImagingForSource",
                           "The requested VideoSource does not support imaging settings.",
                           "The requested VideoSource does not support imaging settings.");
@@ -44,15 +57,20 @@ void ImagingStop()
     }
     const CommandArg args[] = {{"QUERY_STRING", "continuousfocusmove"}, {"continuousfocusmove", "0"}};
     runCameraProgramWith("com/ptz.cgi", args, 2);
-    setResponse("<tt:StopResponse></tt:StopResponse>");
+    // The camera always answered the focus stop in the schema namespace; the
+    // ONVIF mode answers the imaging service's own element.
+    setResponse(onvifMode() ? "<timg:StopResponse></timg:StopResponse>" : "<tt:StopResponse></tt:StopResponse>");
 }
 
 void ImagingGetStatus()
 {
     char source[65];
-    if (!readSourceToken(source, sizeof source))
+    if (onvifMode()) {
+        if (onvifSourceRefused())
+            return;
+    } else if (!readSourceToken(source, sizeof source)) {
         return;
-    if (!videoSourceListed(source)) {
+    } else if (!videoSourceListed(source)) {
         writeSenderFault2("InvalidArgVal", "NoSource", "The requested VideoSource does not exist.",
                           "The requested VideoSource does not exist.");
         return;

@@ -8,6 +8,7 @@
 #include "imaging/imaging_request.h"
 #include "state/paths.h"
 #include "state/shm.h"
+#include "state/mode.h"
 
 #include <stdio.h>
 #include <stdlib.h>
@@ -136,6 +137,72 @@ static void printRow(const ReportRow& row, const char* value, int* focusOpen)
     appendMarkup(row.close);
 }
 
+// The ONVIF mode's report: the same rows in the schema's order whatever the
+// file's, a group only with its mode (and where the camera has it), the
+// priority under the schema's name and the window as one rectangle.
+static const int ROW_COUNT = (int)(sizeof ROWS / sizeof ROWS[0]);
+static const int WINDOW_FIRST = 7;  // Exposure.Window.bottom, then top, right, left
+
+static int groupPresent(const char* mode, const ReportRow& lastRow)
+{
+    return mode && strcmp(mode, "NONE") != 0 && (lastRow.guardWord <= 0 || shmWord(lastRow.guardWord) >= 0);
+}
+
+static void printSchemaOrdered(char values[][64], const int* have)
+{
+    int focusOpen = 0;
+    for (int i = 0; i < ROW_COUNT; ++i) {
+        const char* key = ROWS[i].key;
+        const char* dot = strchr(key, '.');
+        char name[48];
+        snprintf(name, sizeof name, "%.*s", (int)strcspn(dot ? dot + 1 : key, "="), dot ? dot + 1 : key);
+        if (dot) {
+            // A group: its rows run from its mode to the next key outside it.
+            int last = i;
+            while (last + 1 < ROW_COUNT && strncmp(ROWS[last + 1].key, key, (size_t)(dot - key + 1)) == 0)
+                ++last;
+            char group[32];
+            snprintf(group, sizeof group, "%.*s", (int)(dot - key), key);
+            if (!groupPresent(have[i] ? values[i] : 0, ROWS[last])) {
+                i = last;
+                continue;
+            }
+            appendResponse("<tt:%s>", group);
+            for (int k = i; k <= last; ++k) {
+                const char* sub = strchr(ROWS[k].key, '.') + 1;
+                if (k == WINDOW_FIRST) {
+                    if (have[k] && have[k + 1] && have[k + 2] && have[k + 3])
+                        appendResponse("<tt:Window bottom=\"%.6f\" top=\"%.6f\" right=\"%.6f\" left=\"%.6f\"/>",
+                                       fileNumber(values[k]), fileNumber(values[k + 1]), fileNumber(values[k + 2]),
+                                       fileNumber(values[k + 3]));
+                    k += 3;
+                    continue;
+                }
+                int unset = !have[k];
+                if (unset && ROWS[k].kind != EXPOSURE_TIME && ROWS[k].kind != GAIN && ROWS[k].kind != IRIS)
+                    continue;
+                char tag[48], open[64], close[64];
+                snprintf(tag, sizeof tag, "%.*s", (int)strcspn(sub, "="), sub);
+                snprintf(open, sizeof open, "<tt:%s>", tag);
+                snprintf(close, sizeof close, "</tt:%s>", tag);
+                RowKind kind = ROWS[k].kind == CLOSING || ROWS[k].kind == FOCUS_OPEN ? TEXT : ROWS[k].kind;
+                ReportRow row = {ROWS[k].key, open, close, kind, 0, 0};
+                printRow(row, unset ? "NONE" : values[k], &focusOpen);
+            }
+            appendResponse("</tt:%s>", group);
+            i = last;
+            continue;
+        }
+        if (!have[i])
+            continue;
+        char open[64], close[64];
+        snprintf(open, sizeof open, "<tt:%s>", name);
+        snprintf(close, sizeof close, "</tt:%s>", name);
+        ReportRow row = {key, open, close, TEXT, 0, 0};
+        printRow(row, values[i], &focusOpen);
+    }
+}
+
 void GetImagingSettings()
 {
     char token[65], path[128];
@@ -150,6 +217,9 @@ void GetImagingSettings()
     setResponse("<timg:GetImagingSettingsResponse><timg:ImagingSettings>");
     char line[256], value[256];
     int focusOpen = 0, continuation = 0;
+    const int schemaOrder = onvifMode();
+    char values[ROW_COUNT][64];
+    int have[ROW_COUNT] = {0};
     while (fgets(line, sizeof line, f)) {
         size_t len = strlen(line);
         int partOfLonger = continuation;
@@ -160,11 +230,18 @@ void GetImagingSettings()
             const char* at = strstr(line, row.key);
             if (!at)
                 continue;
-            if (sscanf(at + strlen(row.key), "%255s", value) == 1)
+            if (sscanf(at + strlen(row.key), "%255s", value) != 1)
+                break;
+            int k = (int)(&row - ROWS);
+            if (!schemaOrder)
                 printRow(row, value, &focusOpen);
+            else if (!have[k] && strlen(value) < sizeof values[k] && strcmp(value, "NONE") != 0)
+                have[k] = (snprintf(values[k], sizeof values[k], "%s", value), 1);
             break;
         }
     }
     fclose(f);
+    if (schemaOrder)
+        printSchemaOrdered(values, have);
     appendResponse("</timg:ImagingSettings></timg:GetImagingSettingsResponse>");
 }

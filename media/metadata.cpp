@@ -1,6 +1,8 @@
 // Metadata configurations: what the metadata stream carries and how it is
 // multicast. Listed, printed, checked and rewritten here.
 #include "frame/frame.h"
+#include "state/mode.h"
+#include "state/schema_values.h"
 #include "frame/request_values.h"
 #include "frame/setting_reads.h"
 #include "frame/handlers.h"
@@ -196,7 +198,7 @@ static int checkMetadataValue(char* value, const SettingRow* row, const char*, v
     case FLAG:
         return CheckBool(value);
     case TIMEOUT:
-        return CheckTimeout(value);
+        return onvifMode() ? !isDurationText(value) : CheckTimeout(value);
     default:
         return 1;
     }

@@ -1,5 +1,6 @@
 // Listing, creating and deleting media profiles.
 #include "frame/frame.h"
+#include "state/mode.h"
 #include "frame/request_values.h"
 #include "state/shm_words.h"
 #include "frame/handlers.h"
@@ -101,8 +102,11 @@ void GetProfiles()
     setResponse("<trt:GetProfilesResponse>");
     FILE* index = fopenRoot(ONVIF_LODING_PROFILE_FILE, "r");
     if (!index) {
-        // Left open on purpose: clients of this camera know the unfinished answer.
+        // Left open on purpose: clients of this camera know the unfinished
+        // answer. The ONVIF mode answers an empty list.
         logServiceError("GetProfiles", "%s", "ONVIF_LODING_PROFILE_FILE missing");
+        if (onvifMode())
+            appendResponse("</trt:GetProfilesResponse>");
         return;
     }
     char line[256], fileName[128];
@@ -164,6 +168,22 @@ static int appendIndexLine(const char* line, FILE* out, void* ctx)
     return 0;
 }
 
+// The lines of the profile index: one per profile.
+static int profileIndexLines()
+{
+    int count = 0;
+    FILE* index = fopenRoot(ONVIF_LODING_PROFILE_FILE, "r");
+    if (!index) {
+        log_message_to_onvifErrorFile(1, "deviceService:[CreateProfile]ONVIF_LODING_PROFILE_FILE missing");
+        return 0;
+    }
+    char line[256];
+    while (fgets(line, sizeof line, index))
+        ++count;
+    fclose(index);
+    return count;
+}
+
 void CreateProfile()
 {
     char name[PROFILE_TOKEN_MAX + 1], token[PROFILE_TOKEN_MAX + 8], fileName[64];
@@ -194,17 +214,13 @@ void CreateProfile()
         }
     } else {
         // Numbered after the count of profiles, not checked against them.
-        int count = 0;
-        FILE* index = fopenRoot(ONVIF_LODING_PROFILE_FILE, "r");
-        if (index) {
-            char line[256];
-            while (fgets(line, sizeof line, index))
-                ++count;
-            fclose(index);
-        } else {
-            log_message_to_onvifErrorFile(1, "deviceService:[CreateProfile]ONVIF_LODING_PROFILE_FILE missing");
-        }
-        snprintf(token, sizeof token, "Profile%d", count + 1);
+        snprintf(token, sizeof token, "Profile%d", profileIndexLines() + 1);
+    }
+    // The ONVIF mode holds the store to the number its capabilities report.
+    if (onvifMode() && profileIndexLines() >= modelValue(Cap::MediaMaxProfiles)) {
+        writeReceiverFault2("Action", "MaxNVTProfiles", "The maximum number of profiles has been reached",
+                            "The maximum number of supported profiles supported by the device has been reached.");
+        return;
     }
     char line[128];
     formatChecked(line, sizeof line, "profile filename=%s.profile\n", token);

@@ -2,6 +2,7 @@
 // zoom tables of each lens type, and the two query programs that read back
 // where it is.
 #include "ptz/head.h"
+#include "state/mode.h"
 #include "frame/frame.h"
 #include "state/command.h"
 #include "state/config.h"
@@ -162,6 +163,10 @@ int queryZoom(const char* statusFile, int* zoom)
 
 void writeNoStatusFault()
 {
+    // The head not answering is the device's failure, as the standard has it.
+    if (onvifMode())
+        return writeReceiverFault2("Action", "NoStatus", "No PTZ status is available in the requested Media Profile.",
+                                   "No PTZ status is available in the requested Media Profile.");
     writeSenderFault2("Action", "NoStatus", "No PTZ status is available in the requested Media Profile.",
                       "No PTZ status is available in the requested Media Profile.");
 }

@@ -2,6 +2,7 @@
 // presets; this service reads their stores and asks the PTZ program to
 // store, recall or delete one.
 #include "ptz/ptzmove.h"
+#include "state/mode.h"
 #include "frame/frame.h"
 #include "frame/request_values.h"
 #include "frame/handlers.h"
@@ -147,7 +148,12 @@ static int firstFreeRs485Slot()
 
 static void writeTokenNotIntegerFault()
 {
-    writeSenderFault("ter:InvalidArgVal", "The requested preset token must be integer.");
+    // No preset has such a token: the standard names that fault.
+    if (onvifMode())
+        writeSenderFault2("InvalidArgVal", "NoToken", "The requested PresetToken does not exist.",
+                          "The requested preset token must be integer.");
+    else
+        writeSenderFault("ter:InvalidArgVal", "The requested preset token must be integer.");
 }
 
 // A preset token as a number: digits only, and a slot a store can have.

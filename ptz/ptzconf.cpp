@@ -1,5 +1,6 @@
 // PTZ nodes and configurations: their listings, options and changes.
 #include "state/shm_words.h"
+#include "state/mode.h"
 #include "frame/frame.h"
 #include "ptz/head.h"
 #include "frame/request_values.h"
@@ -224,7 +225,12 @@ void Read_Print_PTZ_Conf(const char* fileName)
             continue;
         int unset = strcmp(value, "NONE") == 0;
         if (strcmp(key, "Name") == 0 || strcmp(key, "UseCount") == 0 || strcmp(key, "NodeToken") == 0) {
-            appendResponse("<tt:%s>%s</tt:%s>", key, unset ? "" : value, key);
+            const char* shown = unset ? "" : value;
+            // The schema's use count is a number: the ONVIF mode shows one
+            // where the file holds none.
+            if (onvifMode() && strcmp(key, "UseCount") == 0 && (!*shown || strspn(shown, "0123456789") != strlen(shown)))
+                shown = "0";
+            appendResponse("<tt:%s>%s</tt:%s>", key, shown, key);
             continue;
         }
         const PrintRow* row = findRow(CONF_ROWS, sizeof CONF_ROWS / sizeof *CONF_ROWS, key);
@@ -329,7 +335,8 @@ static void writeNoConfigurationFault(const char* token)
     char detail[300];
     snprintf(detail, sizeof detail, "The requested configuration %s does not exist.",
              token);
-    writeSenderFault2("Action", "NoConfig", "The requested configuration does not exist.", detail);
+    writeSenderFault2(onvifMode() ? "InvalidArgVal" : "Action", "NoConfig", "The requested configuration does not exist.",
+                      detail);
 }
 
 void GetConfiguration()

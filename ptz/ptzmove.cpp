@@ -406,3 +406,16 @@ void PtzGetStatus()
                 "<tt:UtcTime>%s</tt:UtcTime></tptz:PTZStatus></tptz:GetStatusResponse>",
                 y, x, zoom, moveStatus(PAN_TILT_TIMER_WORD), moveStatus(ZOOM_TIMER_WORD), utc);
 }
+
+// The camera has no auxiliary program: its nodes list no auxiliary commands,
+// so every command is refused once the profile is known.
+void SendAuxiliaryCommand()
+{
+    if (refuseWithoutPtzMotors() || !ptzProfileCheck(PROFILE_KEY, 32, 0, "SendAuxiliaryCommand"))
+        return;
+    char command[129];
+    if (requestTextEither("tptz:AuxiliaryData", "AuxiliaryData", command, sizeof command) == Read::Refused)
+        return;
+    writeSenderFault2("InvalidArgVal", "AuxiliaryDataNotSupported", "The requested AuxiliaryCommand is not supported.",
+                      "The requested AuxiliaryCommand is not supported.");
+}

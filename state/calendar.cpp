@@ -1,5 +1,6 @@
 // Month lengths and carried additions to a broken-down time.
 #include "state/calendar.h"
+#include "state/timespan.h"
 
 #include <stdio.h>
 
@@ -30,5 +31,6 @@ void Carry_Time(char* out, size_t n, int seconds, int minutes, int hours, const 
             ++year;
         }
     }
-    snprintf(out, n, "%d-%02d-%02dT%02d:%02d:%02d", year, month, (int)day, (int)hour, (int)min, (int)sec);
+    snprintf(out, n, "%d-%02d-%02dT%02d:%02d:%02d%s", year, month, (int)day, (int)hour, (int)min, (int)sec,
+             utcZone());
 }

@@ -9,7 +9,8 @@
 int Month_To_Day_Limit(int month, int year);
 
 // Adds seconds, minutes and hours to the broken-down UTC time t, carrying
-// into days, months and years, and prints "%d-%02d-%02dT%02d:%02d:%02d".
+// into days, months and years, and prints "%d-%02d-%02dT%02d:%02d:%02d" and
+// utcZone().
 void Carry_Time(char* out, size_t n, int seconds, int minutes, int hours, const struct tm* t);
 
 // Appends the camera's time-zone parameters for a POSIX TZ text to G_Cmd

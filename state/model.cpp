@@ -52,9 +52,14 @@ constexpr ModelRow MODEL_TABLE[] = {
     {Cap::MediaChannel4, within(STREAM_MODE_WORD, 1, 2), ALWAYS, CHANNEL_IF_LOWER_H264},
     {Cap::MediaChannel4, is(STREAM_MODE_WORD, 5), ALWAYS, CHANNEL_OPEN},
     {Cap::MediaChannel4, within(STREAM_MODE_WORD, 7, 8), ALWAYS, CHANNEL_OPEN},
+    // The profiles the media service reports it can hold.
+    {Cap::MediaMaxProfiles, ALWAYS, ALWAYS, 10},
     // Events.
     {Cap::EventsVendorTopics, is(VARIANT_CODE, VARIANT_VENDOR_TOPICS), ALWAYS, 1},
     {Cap::EventsOnePullPoint, is(VARIANT_CODE, VARIANT_ONE_PULL_POINT), ALWAYS, 1},
+    // The pull points open at once that CreatePullPointSubscription allows.
+    {Cap::EventsPullPoints, is(VARIANT_CODE, VARIANT_ONE_PULL_POINT), ALWAYS, 1},
+    {Cap::EventsPullPoints, ALWAYS, ALWAYS, 5},
     {Cap::EventsAddressInHeader, is(VARIANT_CODE, VARIANT_VENDOR_TOPICS), ALWAYS, 1},
     {Cap::EventsAddressInHeader, is(VARIANT_CODE, VARIANT_ONE_PULL_POINT), ALWAYS, 1},
     {Cap::EventsLenientUnsubscribe, is(VARIANT_CODE, VARIANT_LENIENT), ALWAYS, 1},

@@ -71,8 +71,10 @@ enum ModelCode {
     X(MediaChannel2,              "media.channel2") \
     X(MediaChannel3,              "media.channel3") \
     X(MediaChannel4,              "media.channel4") \
+    X(MediaMaxProfiles,           "media.maxProfiles") \
     X(EventsVendorTopics,         "events.vendorTopics") \
     X(EventsOnePullPoint,         "events.onePullPoint") \
+    X(EventsPullPoints,           "events.pullPoints") \
     X(EventsAddressInHeader,      "events.addressInHeader") \
     X(EventsLenientUnsubscribe,   "events.lenientUnsubscribe") \
     X(EventsMotionSourceWindow,   "events.motionSourceWindow") \

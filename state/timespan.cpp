@@ -1,6 +1,7 @@
 // The duration reader shared by events, PTZ timeouts and relay delays, and
 // the UTC time text of the answers.
 #include "state/timespan.h"
+#include "state/mode.h"
 
 #include <stdio.h>
 #include <string.h>
@@ -30,8 +31,13 @@ int GetTimeSpanIntoTimeInteger(const char* text, int* hours, int* minutes, int* 
 
 void formatTime(char* out, size_t n, const struct tm* t)
 {
-    snprintf(out, n, "%d-%02d-%02dT%02d:%02d:%02d", t->tm_year + 1900, t->tm_mon + 1, t->tm_mday, t->tm_hour,
-             t->tm_min, t->tm_sec);
+    snprintf(out, n, "%d-%02d-%02dT%02d:%02d:%02d%s", t->tm_year + 1900, t->tm_mon + 1, t->tm_mday, t->tm_hour,
+             t->tm_min, t->tm_sec, utcZone());
+}
+
+const char* utcZone()
+{
+    return onvifMode() ? "Z" : "";
 }
 
 void currentTime(struct tm* t)

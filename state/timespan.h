@@ -10,8 +10,11 @@ int GetTimeSpanIntoTimeInteger(const char* text, int* hours, int* minutes, int* 
 struct tm;
 #include <stddef.h>
 
-// "%d-%02d-%02dT%02d:%02d:%02d" of a broken-down UTC time.
+// "%d-%02d-%02dT%02d:%02d:%02d" of a broken-down UTC time, with utcZone().
 void formatTime(char* out, size_t n, const struct tm* t);
+// What follows a UTC time the camera writes: "Z" in the ONVIF mode, nothing
+// in the legacy one, whose clients read the bare time.
+const char* utcZone();
 // The current UTC time.
 void currentTime(struct tm* t);
 

@@ -1,9 +1,11 @@
 #!/bin/sh
 # One client flow (tests/clients/FLOW, node or python) against its own simulated camera on free
-# loopback ports, started and stopped here. usage: client_flow_test.sh FLOW
+# loopback ports, started and stopped here; or the conformance flow (tests/conformance).
+# usage: client_flow_test.sh FLOW|conformance [legacy|onvif]
 set -u
 top=$(cd "$(dirname "$0")/.." && pwd)
 flow="$1"
+mode="${2:-legacy}"
 work=$(mktemp -d /tmp/onvif-client-XXXXXX)
 root="$work/root"
 build="${ONVIF_BUILD:-$top/build}"
@@ -26,6 +28,9 @@ trap cleanup EXIT INT TERM
 fail() { echo "FAIL: $*"; cat "$work/log" 2>/dev/null; exit 1; }
 
 case "$flow" in
+    conformance)
+        runner=/usr/bin/python3
+        flow="$top/tests/conformance/run.py" ;;
     *.js)
         command -v node >/dev/null || fail "node missing (Debian package nodejs; tools/setup.sh installs it)"
         [ -d "$top/tests/clients/node_modules" ] || fail "tests/clients/node_modules missing: run 'npm ci' there (tools/setup.sh does)"
@@ -43,7 +48,7 @@ case "$flow" in
     *) fail "unknown flow $flow" ;;
 esac
 
-ONVIF_BUILD="$build" CAMERA_ROOT="$root" ONVIF_PORT=$port ONVIF_RTSP_PORT=$rtsp_port ONVIF_DISCOVERY_PORT=$discovery_port SKIP_SETUP=1 \
+ONVIF_CONFORMANCE="$mode" ONVIF_BUILD="$build" CAMERA_ROOT="$root" ONVIF_PORT=$port ONVIF_RTSP_PORT=$rtsp_port ONVIF_DISCOVERY_PORT=$discovery_port SKIP_SETUP=1 \
     "$top/tools/simulated-camera.sh" > "$work/log" 2>&1 &
 sim=$!
 url="http://127.0.0.1:$port/onvif/device_service"
@@ -53,10 +58,11 @@ for i in $(seq 1 50); do
     sleep 0.2
 done
 echo "$answer" | grep -q "GetDeviceInformationResponse" || fail "the simulated camera did not answer: $answer"
+grep -q "^Conformance.Mode=$mode\$" "$root/tmp/onvif/onvif.conf" || fail "the camera is not in the $mode mode"
 
 # The flow gets four minutes, each of its steps less; with the start above
 # the whole stays within the test's time limit, so the cleanup always runs.
-(cd "$top/tests/clients" && exec env ONVIF_PORT=$port ONVIF_RTSP_PORT=$rtsp_port CAMERA_ROOT="$root" ONVIF_TOP="$top" \
+(cd "$top/tests/clients" && exec env ONVIF_MODE="$mode" ONVIF_DISCOVERY_PORT=$discovery_port ONVIF_PORT=$port ONVIF_RTSP_PORT=$rtsp_port CAMERA_ROOT="$root" ONVIF_TOP="$top" \
     timeout 240 $runner "$flow") &
 client=$!
 wait "$client"

@@ -33,6 +33,10 @@ protected:
     static std::string soap(const std::string& bodyXml, const std::string& headerXml = "");
     // Runs one action: soap(bodyXml).
     CgiResult call(const std::string& bodyXml) { return run(soap(bodyXml)); }
+    // Switches the camera root to the ONVIF mode (Conformance.Mode=onvif in
+    // its onvif.conf); the answers it gives then are schema-checked strictly.
+    void setOnvifMode() const;
+    bool inOnvifMode() const;
 
     // Starts device_service on the in and out files with env (PATH and
     // ONVIF_ROOT added unless given) inside the root; its pid, or -1.

@@ -32,6 +32,13 @@ port="${ONVIF_PORT:-8080}"
 rtsp_port="${ONVIF_RTSP_PORT:-8554}"
 discovery_port="${ONVIF_DISCOVERY_PORT:-3702}"
 net="${ONVIF_FARM_NET:-127.0.1}"
+# The camera's behaviour: its own (legacy, the factory value) or the ONVIF
+# standard's (onvif).
+conformance="${ONVIF_CONFORMANCE:-legacy}"
+case "$conformance" in
+    legacy|onvif) ;;
+    *) echo "simulated camera: ONVIF_CONFORMANCE is legacy or onvif" >&2; exit 2 ;;
+esac
 case "$net" in
     127.*.*) ;;
     *) echo "simulated camera: ONVIF_FARM_NET must be three numbers of the loopback range, like 127.0.1" >&2; exit 2 ;;
@@ -83,6 +90,7 @@ prepare_root() {
         set_key "$conf" Network.IPv4.Config.Manual.Address "$2"
         set_key "$conf" Network.Protocols.HTTP.Port "$port"
         set_key "$conf" Network.Protocols.RTSP.Port "$rtsp_port"
+        set_key "$conf" Conformance.Mode "$conformance"
     done
     # Each encoder channel's RTSP path and snapshot name, where the factory
     # files do not carry them yet.

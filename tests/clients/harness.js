@@ -76,7 +76,9 @@ let kept = 0;
 function keep(flow, xml) {
     const dir = process.env.ONVIF_ANSWER_DIR;
     if (!dir || typeof xml !== 'string' || !/<SOAP-ENV:Envelope/.test(xml)) return;
-    fs.writeFileSync(path.join(dir, `ClientFlow.${flow}.${process.pid}.${++kept}.xml`), xml);
+    // The ONVIF mode's answers are checked without the legacy mode's exceptions.
+    const mode = process.env.ONVIF_MODE === 'onvif' ? 'onvif-mode.' : '';
+    fs.writeFileSync(path.join(dir, `${mode}ClientFlow.${flow}.${process.pid}.${++kept}.xml`), xml);
 }
 
 // seed(body): a request the client sent, kept as a seed of the request fuzz

@@ -5,12 +5,14 @@
 // work copy that no request may leave.
 //
 // The first byte chooses the device state (authentication, variant code,
-// PTZ and IO layout, model code); the rest is the body.
+// PTZ and IO layout, model code, and with the model's last choice the ONVIF
+// mode); the rest is the body.
 #include "frame/frame.h"
 #include "frame/xmlsearch.h"
 #include "ptz/ptzmove.h"
 #include "state/command.h"
 #include "state/config.h"
+#include "state/mode.h"
 #include "state/shm.h"
 
 #include <stdint.h>
@@ -278,11 +280,23 @@ extern "C" int LLVMFuzzerInitialize(int*, char***)
     return 0;
 }
 
+// The mode key in the root's onvif.conf, which checkAndRestore puts back.
+void chooseMode(bool onvif)
+{
+    fs::path conf = fs::path(root) / "tmp/onvif/onvif.conf";
+    std::string text = slurp(conf), from = "Conformance.Mode=legacy", to = "Conformance.Mode=onvif";
+    size_t at = text.find(from);
+    if (onvif && at != std::string::npos)
+        std::ofstream(conf, std::ios::binary | std::ios::trunc) << text.replace(at, from.size(), to);
+    forgetMode();
+}
+
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
 {
     if (size < 1 || size - 1 > MAX_CONTENT_LENGTH)
         return -1;
     chooseDeviceState(data[0]);
+    chooseMode((data[0] >> 6) == 3);
     std::string input = sandbox + "/input";
     {
         std::ofstream out(input, std::ios::binary | std::ios::trunc);

@@ -1,0 +1,117 @@
+"""Discovery test cases: Probes sent to the camera's discovery port on loopback, the discovery mode
+and the scopes."""
+import os
+import socket
+import uuid
+import xml.etree.ElementTree as ET
+
+from registry import case, not_coded
+from soap import NS, check
+
+PREFIXES = ("DISCOVERY-",)
+
+WSD = "http://schemas.xmlsoap.org/ws/2005/04/discovery"
+WSA = "http://schemas.xmlsoap.org/ws/2004/08/addressing"
+DN = "http://www.onvif.org/ver10/network/wsdl"
+PROBE = WSD + "/Probe"
+
+
+def probe(body, prefixes=None, raw=False):
+    """Sends one Probe to the camera's discovery port; the ProbeMatch elements of the answers in 2 s."""
+    p = {"s": "s", "a": "a", "d": "d", "dn": "dn"}
+    p.update(prefixes or {})
+    envelope = ('<?xml version="1.0" encoding="UTF-8"?><{s}:Envelope xmlns:{s}="%s" xmlns:{a}="%s" xmlns:{d}="%s" '
+                'xmlns:{dn}="%s"><{s}:Header><{a}:MessageID>urn:uuid:%s</{a}:MessageID>'
+                '<{a}:To>urn:schemas-xmlsoap-org:ws:2005:04:discovery</{a}:To><{a}:Action>%s</{a}:Action>'
+                '</{s}:Header><{s}:Body>%s</{s}:Body></{s}:Envelope>').format(**p) % (
+        NS["s"], WSA, WSD, DN, uuid.uuid4(), PROBE, body.format(**p))
+    sock = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
+    sock.settimeout(2)
+    try:
+        sock.sendto(envelope.encode(), ("127.0.0.1", int(os.environ["ONVIF_DISCOVERY_PORT"])))
+        matches, answers = [], []
+        while True:
+            try:
+                data, _ = sock.recvfrom(65536)
+            except socket.timeout:
+                return answers if raw else matches
+            root = ET.fromstring(data)
+            answers.append(root)
+            matches += root.findall(".//{%s}ProbeMatch" % WSD)
+    finally:
+        sock.close()
+
+
+def device_address(match):
+    return (match.findtext("{%s}XAddrs" % WSD) or "").split()
+
+
+def matched(cam, matches):
+    check(matches, "no ProbeMatch")
+    check(any(cam.url in device_address(m) for m in matches), "no match names %s" % cam.url)
+    for m in matches:
+        check(m.find("{%s}EndpointReference/{%s}Address" % (WSA, WSA)) is not None, "match without endpoint address")
+
+
+def probe_case(body, prefixes=None):
+    def run(cam, f):
+        matched(cam, probe(body, prefixes))
+    return run
+
+
+TYPES = "<{d}:Probe><{d}:Types>{dn}:NetworkVideoTransmitter</{d}:Types></{d}:Probe>"
+case("DISCOVERY-1-1-3")(probe_case("<{d}:Probe><{d}:Types>{dn}:NetworkVideoTransmitter</{d}:Types>"
+                                   "<{d}:Scopes>onvif://www.onvif.org/type</{d}:Scopes></{d}:Probe>"))
+case("DISCOVERY-1-1-4")(probe_case("<{d}:Probe/>"))
+case("DISCOVERY-1-1-6")(probe_case(TYPES))
+case("DISCOVERY-2-1-1")(probe_case(TYPES))
+case("DISCOVERY-2-1-2")(probe_case('<Probe xmlns="%s"><Types xmlns:dp0="%s">dp0:NetworkVideoTransmitter</Types></Probe>'
+                                   % (WSD, DN)))
+case("DISCOVERY-2-1-3")(probe_case(TYPES, {"s": "env1", "a": "add1", "d": "disc1", "dn": "net1"}))
+case("DISCOVERY-2-1-4")(probe_case('<{d}:Probe><dd:Types xmlns:dd="%s">{dn}:NetworkVideoTransmitter</dd:Types></{d}:Probe>'
+                                   % WSD))
+case("DISCOVERY-2-1-5")(probe_case('<{d}:Probe><{d}:Types xmlns:d9="%s">d9:NetworkVideoTransmitter</{d}:Types></{d}:Probe>'
+                                   % DN))
+
+
+@case("DISCOVERY-1-1-5")
+def invalid_probe(cam, f):
+    check(not probe('<{d}:Probe><{d}:Types xmlns:i="http://www.onvif.org/invalid">i:Invalid</{d}:Types>'
+                    "<{d}:Scopes>onvif://www.onvif.org/invalid/scope</{d}:Scopes></{d}:Probe>"),
+          "answered a Probe for another device type")
+
+
+@case("DISCOVERY-1-1-9")
+def discovery_mode(cam, f):
+    cam.ok("tds:SetDiscoveryMode", "<tds:DiscoveryMode>NonDiscoverable</tds:DiscoveryMode>")
+    try:
+        check(cam.ok("tds:GetDiscoveryMode").value("tds:DiscoveryMode") == "NonDiscoverable", "mode not kept")
+        check(not probe(TYPES), "answered while not discoverable")
+    finally:
+        cam.ok("tds:SetDiscoveryMode", "<tds:DiscoveryMode>Discoverable</tds:DiscoveryMode>")
+    matched(cam, probe(TYPES))
+
+
+@case("DISCOVERY-1-1-11")
+def scopes(cam, f):
+    scope = "onvif://www.onvif.org/location/conformance"
+    cam.ok("tds:AddScopes", "<tds:ScopeItem>%s</tds:ScopeItem>" % scope)
+    try:
+        listed = [s.text.strip() for s in cam.ok("tds:GetScopes").all("tds:Scopes/tt:ScopeItem")]
+        check(scope in listed, "added scope not listed")
+        found = probe("<{d}:Probe><{d}:Scopes>%s</{d}:Scopes></{d}:Probe>" % scope)
+        matched(cam, found)
+    finally:
+        cam.ok("tds:RemoveScopes", "<tds:ScopeItem>%s</tds:ScopeItem>" % scope)
+
+
+@case("DISCOVERY-1-1-10")
+def soap_fault(cam, f):
+    answers = probe('<{d}:Probe><{d}:Scopes MatchBy="http://example.org/unknown">onvif://www.onvif.org/type'
+                    "</{d}:Scopes></{d}:Probe>", raw=True)
+    check(not any(a.findall(".//{%s}ProbeMatch" % WSD) for a in answers), "matched with an unknown MatchBy rule")
+    codes = [v.text or "" for a in answers for v in a.iter("{%s}Value" % NS["s"])]
+    check(any(c.endswith(":MatchingRuleNotSupported") for c in codes), "no MatchingRuleNotSupported fault: %s" % codes)
+
+
+not_coded("needs the camera restarted while the flow listens on the discovery group", "DISCOVERY-1-1-2", "DISCOVERY-1-1-8")
