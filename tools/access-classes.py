@@ -8,11 +8,18 @@ DOCS = os.environ.get("ONVIF_DOCS", "/work/shared/onvif-docs/spec")
 OUT = os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "frame", "access_classes.inc")
 DOCUMENTS = {"Core": "DOC_CORE", "Media": "DOC_MEDIA", "PTZ": "DOC_PTZ", "Imaging": "DOC_IMAGING",
              "DeviceIo": "DOC_DEVICEIO"}
-# Operations the documents at hand do not describe: the WS-BaseNotification
+# Operations the documents at hand do not classify: the WS-BaseNotification
 # subscription takes its siblings' class, the analytics read its service's,
-# the camera's own iris move is a move.
+# the camera's own iris move is a move, the video output options read as the
+# video output reads do.
 EXTRA = [("DOC_CORE", "Subscribe", "READ_MEDIA"), ("DOC_ANALYTICS", "GetAnalyticsModules", "READ_MEDIA"),
-         ("DOC_IMAGING", "MoveIris", "ACTUATE")]
+         ("DOC_IMAGING", "MoveIris", "ACTUATE"), ("DOC_DEVICEIO", "GetVideoOutputConfigurationOptions", "READ_MEDIA")]
+# The device IO document names its source and output configuration operations
+# in one list without classes: reads as its video output reads, sets as its sets.
+for kind in ("VideoSource", "AudioSource", "AudioOutput"):
+    EXTRA += [("DOC_DEVICEIO", "Get%sConfiguration" % kind, "READ_MEDIA"),
+              ("DOC_DEVICEIO", "Get%sConfigurationOptions" % kind, "READ_MEDIA"),
+              ("DOC_DEVICEIO", "Set%sConfiguration" % kind, "ACTUATE")]
 
 
 def operations():
