@@ -2,6 +2,7 @@
 // fault bodies.
 #include "frame/frame.h"
 #include "frame/dispatch.h"
+#include "frame/onvif_security.h"
 #include "frame/xmlsearch.h"
 #include "frame/standard_faults.h"
 #include "state/mode.h"
@@ -92,8 +93,11 @@ void HttpStatus(int status)
 {
     switch (status) {
     case 200: puts("Status: 200 OK\r"); break;
-    case 400:
-    case 401: puts("Status: 400 Bad Request\r"); break;
+    case 400: puts("Status: 400 Bad Request\r"); break;
+    case 401:
+        if (!printDigestChallenge())
+            puts("Status: 400 Bad Request\r");
+        break;
     case 405: puts("Status: 405 Method Not Allowed\r"); break;
     case 415: puts("Status: 415 Unsupported media\r"); break;
     case 500: puts("Status: 500 Internal Server Error\r"); break;

@@ -3,6 +3,7 @@
 #include "frame/standard_faults.h"
 #include "frame/dispatch.h"
 #include "frame/prescan.h"
+#include "frame/onvif_security.h"
 #include "frame/security.h"
 #include "frame/xmlsearch.h"
 #include "state/shm.h"
@@ -84,6 +85,8 @@ int serveRequest()
         // A body refused here is answered as one the parser could not read.
         if (bodyFitsParser(requestBody, got))
             parseXML(requestBody);
+        if (got == 0)
+            challengeEmptyProbe();
         if (G_httpAck == 200) {
             checkSecurity();
             if (G_httpAck == 200)

@@ -3,10 +3,12 @@
 #include "frame/security.h"
 #include "frame/comcrypto.h"
 #include "frame/dispatch.h"
+#include "frame/onvif_security.h"
 #include "frame/frame.h"
 #include "frame/users.h"
 #include "frame/xmlsearch.h"
 #include "state/config.h"
+#include "state/mode.h"
 #include "state/paths.h"
 #include "state/shm.h"
 
@@ -157,6 +159,10 @@ static int credentialsAccepted()
 
 void checkSecurity()
 {
+    if (onvifMode()) {
+        checkOnvifSecurity();
+        return;
+    }
     G_httpAck = 200;
     if (shmWord(AUTH_ON_WORD) != 1)
         return;

@@ -44,6 +44,7 @@ struct Camera {
     GstRTSPServer* server;
     Channel channels[MAX_CHANNELS];
     unsigned generation;
+    char accounts[256];             // the fingerprint the stream's credentials were made from
 };
 
 // What one playing pipeline needs to draw its frames, fixed when it starts.
@@ -246,6 +247,9 @@ static void mountChannel(Camera* camera, GstRTSPMountPoints* mounts, int n, cons
     gst_rtsp_media_factory_set_protocols(factory,
                                          (GstRTSPLowerTrans)(GST_RTSP_LOWER_TRANS_UDP | GST_RTSP_LOWER_TRANS_TCP));
     gst_rtsp_media_factory_set_shared(factory, TRUE);
+    // Consulted only while the server has an auth object (the ONVIF mode).
+    gst_rtsp_media_factory_add_role(factory, "viewer", GST_RTSP_PERM_MEDIA_FACTORY_ACCESS, G_TYPE_BOOLEAN, TRUE,
+                                    GST_RTSP_PERM_MEDIA_FACTORY_CONSTRUCT, G_TYPE_BOOLEAN, TRUE, NULL);
     Feed* feed = g_new0(Feed, 1);
     feed->camera = camera;
     feed->channel = n + 1;
@@ -287,6 +291,103 @@ static void loadChannels(Camera* camera)
         snprintf(text, sizeof text, "%u\n", camera->generation);
         replaceWhole(path, text);
     }
+}
+
+// The camera's accounts that may watch: every web server account, and the
+// ONVIF users of level User and up (all the levels there are).
+static void addAccounts(GstRTSPAuth* auth, GstRTSPToken* token, const char* file, int passwordField, int* added)
+{
+    FILE* f = fopen(file, "r");
+    if (!f)
+        return;
+    char line[256];
+    while (fgets(line, sizeof line, f)) {
+        line[strcspn(line, "\r\n")] = 0;
+        char* fields[3] = {line, 0, 0};
+        for (int i = 1; i <= passwordField; ++i) {
+            char* colon = fields[i - 1] ? strchr(fields[i - 1], ':') : 0;
+            if (!colon)
+                break;
+            *colon = 0;
+            fields[i] = colon + 1;
+        }
+        if (fields[0][0] && fields[passwordField]) {
+            gst_rtsp_auth_add_digest(auth, fields[0], fields[passwordField], token);
+            ++*added;
+        }
+    }
+    fclose(f);
+}
+
+// A fingerprint of what the stream's credentials follow: the mode and both
+// account files; the accounts are read again when it changes.
+static void accountsFingerprint(const Camera* camera, char* out, size_t n)
+{
+    static const char* const FILES[] = {"/tmp/onvif/onvif.conf", "/etc/appWeb/appweb.pass",
+                                        "/usr/apache/htdocs/onvif/Users.conf"};
+    size_t used = 0;
+    out[0] = 0;
+    for (const char* file : FILES) {
+        char path[PATH_SIZE];
+        struct stat st;
+        if (!rooted(camera, file, path, sizeof path) || stat(path, &st) != 0)
+            continue;
+        used += snprintf(out + used, used < n ? n - used : 0, "%ld.%09ld:%ld;", (long)st.st_mtim.tv_sec,
+                         (long)st.st_mtim.tv_nsec, (long)st.st_size);
+        if (used >= n)
+            return;
+    }
+}
+
+static int onvifMode(const Camera* camera)
+{
+    char path[PATH_SIZE], line[256];
+    int onvif = 0;
+    if (!rooted(camera, "/tmp/onvif/onvif.conf", path, sizeof path))
+        return 0;
+    FILE* f = fopen(path, "r");
+    if (!f)
+        return 0;
+    while (fgets(line, sizeof line, f))
+        if (strncmp(line, "Conformance.Mode=", 17) == 0)
+            onvif = strncmp(line + 17, "onvif", 5) == 0 && strchr("\r\n", line[22]);
+    fclose(f);
+    return onvif;
+}
+
+// In the ONVIF mode the stream asks for the camera's accounts by RTSP digest,
+// in the realm of the service's own HTTP digest; in the legacy mode it is open.
+static void applyAccounts(Camera* camera)
+{
+    char fingerprint[256];
+    accountsFingerprint(camera, fingerprint, sizeof fingerprint);
+    if (strcmp(fingerprint, camera->accounts) == 0)
+        return;
+    snprintf(camera->accounts, sizeof camera->accounts, "%s", fingerprint);
+    if (!onvifMode(camera)) {
+        gst_rtsp_server_set_auth(camera->server, NULL);
+        return;
+    }
+    GstRTSPAuth* auth = gst_rtsp_auth_new();
+    gst_rtsp_auth_set_supported_methods(auth, GST_RTSP_AUTH_DIGEST);
+    gst_rtsp_auth_set_realm(auth, "ONVIF camera");
+    GstRTSPToken* token = gst_rtsp_token_new(GST_RTSP_TOKEN_MEDIA_FACTORY_ROLE, G_TYPE_STRING, "viewer", NULL);
+    char pass[PATH_SIZE], users[PATH_SIZE];
+    int added = 0;
+    if (rooted(camera, "/etc/appWeb/appweb.pass", pass, sizeof pass))
+        addAccounts(auth, token, pass, 1, &added);
+    if (rooted(camera, "/usr/apache/htdocs/onvif/Users.conf", users, sizeof users))
+        addAccounts(auth, token, users, 2, &added);
+    gst_rtsp_token_unref(token);
+    gst_rtsp_server_set_auth(camera->server, auth);
+    g_object_unref(auth);
+}
+
+static gboolean followAccounts(gpointer)
+{
+    for (int i = 0; i < cameraCount; ++i)
+        applyAccounts(&cameras[i]);
+    return G_SOURCE_CONTINUE;
 }
 
 static gboolean onReload(gpointer)
@@ -375,11 +476,13 @@ int main(int argc, char** argv)
         // After listening: the first generation number tells the camera's
         // start script that the stream is there and the snapshots are laid out.
         loadChannels(camera);
+        applyAccounts(camera);
     }
     g_unix_signal_add(SIGHUP, onReload, NULL);
     g_unix_signal_add(SIGTERM, onStop, loop);
     g_unix_signal_add(SIGINT, onStop, loop);
     g_timeout_add_seconds(5, cleanupSessions, NULL);
+    g_timeout_add_seconds(1, followAccounts, NULL);
     printf("rtsp-server: rtsp://%s:%s/ ready%s\n", cameras[0].address, argv[1],
            cameraCount > 1 ? " (and the farm's other cameras)" : "");
     fflush(stdout);

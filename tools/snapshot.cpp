@@ -3,6 +3,7 @@
 // The file it is given names the channel; the picture is rendered and encoded
 // now, so it shows what the stream shows at this moment.
 //   snapshot FILE      (root: ONVIF_ROOT)
+#include "frame/onvif_security.h"
 #include "tools/scene.h"
 
 #include <stdio.h>
@@ -39,6 +40,10 @@ int main(int argc, char** argv)
         refuse("500 Internal Server Error");
         return 0;
     }
+    // In the ONVIF mode the picture asks for the camera's own accounts, as
+    // the service and the stream do; basic too, for clients that only have it.
+    if (!mediaRequestAuthorized(1))
+        return 0;
     int channel = 0;
     FILE* marker = fopen(argv[1], "r");
     if (!marker || fscanf(marker, "channel %d", &channel) != 1 || channel < 1 || channel > 8) {

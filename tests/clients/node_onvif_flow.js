@@ -169,6 +169,20 @@ async function main() {
 
     // A wrong password: init() asks only actions the camera leaves open.
     const wrong = new onvif.OnvifDevice({ xaddr: `http://127.0.0.1:${port}/onvif/device_service`, user: 'admin', pass: 'wrong' });
+    if (process.env.ONVIF_MODE === 'onvif') {
+        // Every operation above PRE_AUTH asks for valid credentials.
+        await step('wrong password: init() refused', async () => {
+            let failure;
+            try {
+                await wrong.init();
+            } catch (e) {
+                failure = e;
+            }
+            assert(failure && /authenticated or authorized|401/.test(failure.message), `init() with a wrong password: ${failure}`);
+        });
+        finish('node_onvif_flow');
+        return;
+    }
     await step('wrong password: init()', async () => {
         await wrong.init();
         assert(wrong.getProfileList().length > 0, 'no profiles');
