@@ -199,8 +199,10 @@ static int keepUpToCountryLine(const char* line, FILE* out, void* ctx)
         }
         return 0;
     }
+    // The scopes end the file; the mode and credential settings that may
+    // follow them are no scope's to drop.
     if (pastCountry)
-        return 1;  // dropped
+        return strncmp(line, "Conformance.", 12) == 0 || strncmp(line, "Security.", 9) == 0 ? 0 : 1;
     if (strstr(line, LOCATION_COUNTRY))
         pastCountry = 1;
     return 0;

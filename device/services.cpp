@@ -2,6 +2,7 @@
 // one row per service, its capabilities from the camera's state and model.
 #include "device/services.h"
 #include "frame/dispatch.h"
+#include "frame/access.h"
 #include "frame/frame.h"
 #include "frame/handlers.h"
 #include "frame/request_values.h"
@@ -36,13 +37,6 @@ static const char* flag(bool on)
     return on ? "true" : "false";
 }
 
-// The security tokens the camera accepts; the one place a new kind is added.
-static const char* const SECURITY_ATTRIBUTES =
-    "TLS1.0=\"false\" TLS1.1=\"true\" TLS1.2=\"true\" OnboardKeyGeneration=\"false\" "
-    "AccessPolicyConfig=\"false\" DefaultAccessPolicy=\"false\" Dot1X=\"false\" RemoteUserHandling=\"false\" "
-    "X.509Token=\"false\" SAMLToken=\"false\" KerberosToken=\"false\" UsernameToken=\"true\" "
-    "HttpDigest=\"false\" RELToken=\"false\"";
-
 // Network and system agree with the Device section of GetCapabilities.
 static void deviceCapabilities(const char* prefix)
 {
@@ -50,7 +44,7 @@ static void deviceCapabilities(const char* prefix)
                    "DynDNS=\"false\" Dot11Configuration=\"false\" HostnameFromDHCP=\"false\" NTP=\"1\"/>",
                    prefix);
     appendMarkup("<tds:Security ");
-    appendMarkup(SECURITY_ATTRIBUTES);
+    appendMarkup(securityCapabilities());
     appendMarkup("/><tds:System DiscoveryResolve=\"true\" DiscoveryBye=\"true\" RemoteDiscovery=\"false\" "
                  "SystemBackup=\"false\" SystemLogging=\"false\" HttpFirmwareUpgrade=\"false\"/>"
                  "<tds:Misc AuxiliaryCommands=\"\"/>");

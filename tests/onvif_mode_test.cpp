@@ -228,6 +228,21 @@ TEST_F(Modes, OnlyTheWholeKeySwitches)
     EXPECT_NE(call("<tds:NoSuchAction/>").envelopeBody.find("ActionNotSupported"), std::string::npos);
 }
 
+// SetScopes rewrites the scopes at the end of the file: the mode and the
+// credential settings after them stay.
+TEST_F(Modes, SetScopesKeepsTheModeAndCredentialSettings)
+{
+    setOnvifMode();
+    writeFile("tmp/onvif/onvif.conf", readFile("tmp/onvif/onvif.conf") + "Security.LockoutLimit=7\n");
+    CgiResult r = call("<tds:SetScopes xmlns:tds=\"http://www.onvif.org/ver10/device/wsdl\">"
+                       "<tds:Scopes>onvif://www.onvif.org/location/city/Here</tds:Scopes></tds:SetScopes>");
+    EXPECT_EQ(r.status, 200) << r.envelopeBody;
+    std::string conf = readFile("tmp/onvif/onvif.conf");
+    EXPECT_TRUE(inOnvifMode()) << conf;
+    EXPECT_NE(conf.find("Security.LockoutLimit=7\n"), std::string::npos) << conf;
+    EXPECT_NE(conf.find("ConfigurableScopes=onvif://www.onvif.org/location/city/Here\n"), std::string::npos) << conf;
+}
+
 TEST(SchemaValues, DurationsAndUris)
 {
     for (const char* yes : {"PT10S", "P1D", "P1Y2M3DT4H5M6.5S", "-PT1M", "PT0S", "P0D"})

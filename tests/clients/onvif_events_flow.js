@@ -30,6 +30,9 @@ const motionOf = (m) => /VideoSource\/MotionAlarm$/.test(m.topic._) &&
 async function main() {
     onvifMode();
     const cam = camera();
+    // The library signs with the camera's clock only once it has read it; the
+    // camera refuses a token created outside its window.
+    await step('getSystemDateAndTime', () => call((cb) => cam.getSystemDateAndTime(cb)));
     await step('getCapabilities', () => call((cb) => cam.getCapabilities(cb)));
 
     await step('createPullPointSubscription: times with their zone', async () => {
@@ -53,6 +56,7 @@ async function main() {
     // A program that just listens: the library's own pull loop.
     await step('cam.on("event"): motion on, then off', async () => {
         const listener = camera();
+        await call((cb) => listener.getSystemDateAndTime(cb));
         await call((cb) => listener.getCapabilities(cb));
         const states = [];
         const seen = new Promise((resolve, reject) => {
