@@ -481,8 +481,57 @@ def base_content_filter(cam, consumer):
 not_coded("the initial states a push subscriber would get on a synchronization point are not delivered; "
           "topic subtrees with or-joined contents are covered by EVENT-3-1-33/34", "EVENT-2-1-25", "EVENT-2-1-26",
           "EVENT-2-1-27", "EVENT-3-1-35")
-not_coded("namespace-variant requests are the frame's matter (covered by the device cases)",
-          "EVENT-4-1-6", "EVENT-4-1-7", "EVENT-4-1-8", "EVENT-4-1-9", "EVENT-4-1-10")
+
+
+# --- The same Subscribe written with other prefixes and namespace declarations ---
+
+SUBSCRIBE_FORMS = {
+    "EVENT-4-1-6": '<Subscribe xmlns="%(wsnt)s"><ConsumerReference xmlns="%(wsnt)s"><Address xmlns="%(wsa)s">%(to)s</Address>'
+                   '</ConsumerReference><InitialTerminationTime xmlns="%(wsnt)s">PT10S</InitialTerminationTime></Subscribe>',
+    "EVENT-4-1-7": '<Subscribe xmlns="%(wsnt)s"><ConsumerReference><Address xmlns="%(wsa)s">%(to)s</Address>'
+                   '</ConsumerReference><InitialTerminationTime>PT10S</InitialTerminationTime></Subscribe>',
+    "EVENT-4-1-8": '<n1:Subscribe xmlns:n1="%(wsnt)s" xmlns:n2="%(wsa)s"><n1:ConsumerReference><n2:Address>%(to)s</n2:Address>'
+                   '</n1:ConsumerReference><n1:InitialTerminationTime>PT10S</n1:InitialTerminationTime></n1:Subscribe>',
+    "EVENT-4-1-9": '<a:Subscribe xmlns:a="%(wsnt)s"><b:ConsumerReference xmlns:b="%(wsnt)s"><c:Address xmlns:c="%(wsa)s">'
+                   '%(to)s</c:Address></b:ConsumerReference><d:InitialTerminationTime xmlns:d="%(wsnt)s">PT10S'
+                   '</d:InitialTerminationTime></a:Subscribe>',
+    # x is the envelope's prefix too, bound again inside.
+    "EVENT-4-1-10": '<x:Subscribe xmlns:x="%(wsnt)s"><x:ConsumerReference><x:Address xmlns:x="%(wsa)s">%(to)s</x:Address>'
+                    '</x:ConsumerReference><x:InitialTerminationTime>PT10S</x:InitialTerminationTime></x:Subscribe>',
+}
+
+
+def subscription_of(answer):
+    """The subscription address of a SubscribeResponse whose termination is at least 10 s away."""
+    check(answer.status == 200 and answer.body is not None and answer.body.tag == q("wsnt:SubscribeResponse"),
+          "status %d %s" % (answer.status, answer.text[-300:]))
+    current, termination = times(answer, "wsnt")
+    check(termination >= current + datetime.timedelta(seconds=10), "termination %s, now %s" % (termination, current))
+    for element in answer.body.iter():
+        if element.tag == "{%s}Address" % WSA and (element.text or "").strip():
+            return element.text.strip()
+    raise AssertionError("no subscription address")
+
+
+def subscribe_form_case(form):
+    @with_consumer
+    def run(cam, consumer):
+        addresses = [subscription_of(cam.call("wsnt:Subscribe", "<wsnt:ConsumerReference><wsa:Address xmlns:wsa=\"%s\">"
+                                              "%s</wsa:Address></wsnt:ConsumerReference><wsnt:InitialTerminationTime>"
+                                              "PT10S</wsnt:InitialTerminationTime>" % (WSA, consumer.address)))]
+        try:
+            body = form % {"wsnt": NS["wsnt"], "wsa": WSA, "to": escape(consumer.address)}
+            envelope = ('<?xml version="1.0" encoding="UTF-8"?><x:Envelope xmlns:x="%s">%s<x:Body>%s</x:Body></x:Envelope>'
+                        % (NS["s"], cam.security().replace("s:Header", "x:Header"), body))
+            addresses.append(subscription_of(cam.post(envelope)))
+        finally:
+            for address in addresses:
+                unsubscribe(cam, address)
+    return run
+
+
+for _id, _form in SUBSCRIBE_FORMS.items():
+    case(_id, "events")(subscribe_form_case(_form))
 not_applicable("the camera keeps no event history to seek in", "EVENT-6-1-3", "EVENT-6-1-4", "EVENT-6-1-5")
 not_applicable("the camera has no event broker (MQTT)", *["EVENT-7-1-%d" % i for i in range(1, 5)],
                *["EVENT-7-2-%d" % i for i in range(1, 8)])
