@@ -2,6 +2,7 @@
 import time
 import xml.etree.ElementTree as ET
 
+import cases_events
 from registry import case, not_applicable, not_coded, uncoded
 from soap import NS, q, check, flag
 
@@ -462,4 +463,37 @@ not_coded("restarts or resets the camera: the simulated camera records the call 
           "wait for the camera's return cannot be played", "DEVICE-3-1-6", "DEVICE-3-1-7", "DEVICE-3-1-8")
 not_coded("changes the address the flow reaches the camera at", "DEVICE-2-1-18")
 not_coded("deletes every user, the flow's own account among them", "DEVICE-4-1-6")
-not_coded("an event case: runs with the event cases (EVENT-*)", *["DEVICE-9-1-%d" % n for n in range(1, 13)])
+
+
+# --- Monitoring events: each applies when the camera announces its topic ---
+
+MONITORING = (  # case, topic, its Source item, its Data item
+    ("DEVICE-9-1-1", "tns1:Monitoring/ProcessorUsage", ("Token", "ReferenceToken"), ("Value", "float")),
+    ("DEVICE-9-1-2", "tns1:Monitoring/OperatingTime/LastReset", None, ("Status", "dateTime")),
+    ("DEVICE-9-1-3", "tns1:Monitoring/OperatingTime/LastReboot", None, ("Status", "dateTime")),
+    ("DEVICE-9-1-5", "tns1:Monitoring/OperatingTime/LastClockSynchronization", None, ("Status", "dateTime")),
+    ("DEVICE-9-1-8", "tns1:Monitoring/Backup/Last", None, ("Status", "dateTime")),
+    ("DEVICE-9-1-9", "tns1:Device/HardwareFailure/FanFailure", ("Token", "ReferenceToken"), ("Failed", "boolean")),
+    ("DEVICE-9-1-10", "tns1:Device/HardwareFailure/PowerSupplyFailure", ("Token", "ReferenceToken"), ("Failed", "boolean")),
+    ("DEVICE-9-1-11", "tns1:Device/HardwareFailure/StorageFailure", ("Token", "ReferenceToken"), ("Failed", "boolean")),
+    ("DEVICE-9-1-12", "tns1:Device/HardwareFailure/TemperatureCritical", None, ("Critical", "boolean")),
+)
+
+
+def monitoring_case(topic, source, data):
+    def run(cam, f):
+        initial = cases_events.property_event(cam, f, topic, source, data, utc=topic.endswith("LastClockSynchronization"))
+        if topic.endswith("ProcessorUsage"):
+            usage = float(initial.find("wsnt:Message/tt:Message/tt:Data/tt:SimpleItem", NS).get("Value"))
+            check(0 <= usage <= 100, "processor usage %s" % usage)
+    return run
+
+
+for _id, _topic, _source, _data in MONITORING:
+    case(_id, "events", cases_events.event_topic(_topic))(monitoring_case(_topic, _source, _data))
+# These change the state the event reports (a reboot, a clock set by hand, a clock set by NTP) and wait for
+# the change; the camera announces none of their topics.
+case("DEVICE-9-1-4", "events", "tns1:Monitoring/OperatingTime/LastReboot")(uncoded("a last reboot event"))
+for _id in ("DEVICE-9-1-6", "DEVICE-9-1-7"):
+    case(_id, "events", "tns1:Monitoring/OperatingTime/LastClockSynchronization")(
+        uncoded("a last clock synchronisation event"))

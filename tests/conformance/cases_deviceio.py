@@ -1,5 +1,6 @@
 """Device IO test cases: relay outputs, digital inputs, video sources, audio and serial ports."""
 
+import cases_events
 from registry import case, not_coded, uncoded
 from soap import NS, check
 import cases_device
@@ -104,4 +105,14 @@ case("DEVICEIO-8-1-1", "deviceio", "audio output")(uncoded("audio output"))
 for _n in range(1, 9):
     case("DEVICEIO-6-1-%d" % _n, "deviceio", "serial")(uncoded("serial ports"))
 
-not_coded("an event case: runs with the event cases (EVENT-*)", "DEVICEIO-2-1-1", "DEVICEIO-2-1-2")
+
+
+@case("DEVICEIO-2-1-1", "deviceio", "events", "digital inputs", cases_events.event_topic(cases_events.INPUT))
+def digital_input_event(cam, f):
+    cases_events.property_event(cam, f, cases_events.INPUT, ("InputToken", "ReferenceToken"), ("LogicalState", "boolean"))
+
+
+@case("DEVICEIO-2-1-2", "deviceio", "events", "relays", cases_events.event_topic(cases_events.RELAY))
+def relay_event(cam, f):
+    cases_events.property_event(cam, f, cases_events.RELAY, ("RelayToken", "ReferenceToken"),
+                                ("LogicalState", "RelayLogicalState"))

@@ -1,4 +1,5 @@
 """Imaging test cases: settings and options, focus moves, status and stop, capabilities."""
+import cases_events
 from registry import case, not_coded
 from soap import NS, check
 import cases_device
@@ -156,6 +157,26 @@ case("IMAGING-2-1-4", "imaging", "absolute focus")(focus_move_invalid("Absolute"
 case("IMAGING-2-1-5", "imaging", "relative focus")(focus_move("Relative", "Distance", True))
 case("IMAGING-2-1-6", "imaging", "relative focus")(focus_move_invalid("Relative", "Distance"))
 
-not_coded("an event case: runs with the event cases (EVENT-*)", *["IMAGING-4-1-%d" % n for n in range(1, 6)])
+
+
+# --- Imaging events: a state of the video source, with its source token ---
+
+def imaging_event_case(branch, services):
+    """Each announced topic of the branch (one per service reporting it), checked as an imaging property."""
+    def run(cam, f):
+        topics = [branch + service for service in services if branch + service in f["topics"]]
+        check(topics, "none of %s announced" % [branch + service for service in services])
+        for topic in topics:
+            cases_events.property_event(cam, f, topic, ("Source", "ReferenceToken"), ("State", "boolean"))
+    return run
+
+
+SERVICES = ("/ImagingService", "/AnalyticsService", "/RecordingService")
+for _id, _branch, _services in (("IMAGING-4-1-1", "tns1:VideoSource/ImageTooBlurry", SERVICES),
+                                ("IMAGING-4-1-2", "tns1:VideoSource/ImageTooDark", SERVICES),
+                                ("IMAGING-4-1-3", "tns1:VideoSource/ImageTooBright", SERVICES),
+                                ("IMAGING-4-1-4", "tns1:VideoSource/GlobalSceneChange", SERVICES),
+                                ("IMAGING-4-1-5", "tns1:VideoSource/MotionAlarm", ("",))):
+    case(_id, "events", cases_events.event_topic(_branch))(imaging_event_case(_branch, _services))
 not_coded("not coded yet: the settings extension's parameters one by one (IR cut filter boundary, stabilisation, "
           "tone compensation, defogging, noise reduction)", "IMAGING-1-1-15")

@@ -119,11 +119,38 @@ def discover(cam):
                                   ("continuous focus", "timg:MoveOptions/tt:Continuous")):
                 f[name] = bool(move.all(element))
             f["focus"] = f["absolute focus"] or f["relative focus"] or f["continuous focus"]
+    # Each event topic the camera announces is a feature of its own, named by its topic, and so is each
+    # branch above it ("tns1:VideoSource/ImageTooBlurry" for its three services).
+    f["topics"] = topic_set(cam) if f["events"] else {}
+    for topic in f["topics"]:
+        parts = topic.split("/")
+        f.update(("/".join(parts[:n]), True) for n in range(1, len(parts) + 1))
     f["serial"] = False
     if f["deviceio"]:
         ports = cam.call("tmd:GetSerialPorts")
         f["serial"] = not ports.fault and bool(ports.all("tmd:SerialPort"))
     return f
+
+
+def topic_set(cam):
+    """The announced topics, "tns1:A/B" -> their MessageDescription; a topic is an element of the topic set
+    carrying a MessageDescription."""
+    answer = cam.call("tev:GetEventProperties")
+    found = {}
+    sets = answer.all("{http://docs.oasis-open.org/wsn/t-1}TopicSet") if not answer.fault else []
+
+    def walk(element, path):
+        description = element.find("tt:MessageDescription", NS)
+        if description is not None:
+            found["/".join(path)] = description
+        for child in element:
+            if child.tag != q("tt:MessageDescription"):
+                walk(child, path + [child.tag.split("}")[-1]])
+
+    for top in (sets[0] if sets else []):
+        name = top.tag.split("}")[-1]
+        walk(top, [("tns1:" if top.tag.startswith("{http://www.onvif.org/ver10/topics}") else "") + name])
+    return found
 
 
 def video_source(f):
