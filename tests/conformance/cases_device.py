@@ -1,4 +1,5 @@
 """Base device test cases: capabilities, services, network and system reads, users, relays, namespaces."""
+import ipaddress
 import os
 import subprocess
 import time
@@ -461,7 +462,50 @@ for _id, _feature in (("DEVICE-2-1-36", "dynamic dns"), ("DEVICE-2-1-37", "dynam
                       ("DEVICE-3-1-17", "firmware upload"), ("DEVICE-8-1-1", "device aux")):
     case(_id, _feature)(uncoded(_feature))
 
-not_coded("changes the address the flow reaches the camera at", "DEVICE-2-1-18")
+
+
+def first_interface(cam):
+    return cam.ok("tds:GetNetworkInterfaces").one("tds:NetworkInterfaces")
+
+
+def set_ipv4(cam, token, address, prefix, dhcp):
+    """SetNetworkInterfaces with the IPv4 part only, and the reboot it may ask for."""
+    manual = ("<tt:Manual><tt:Address>%s</tt:Address><tt:PrefixLength>%s</tt:PrefixLength></tt:Manual>"
+              % (address, prefix)) if address else ""
+    answer = cam.ok("tds:SetNetworkInterfaces", "<tds:InterfaceToken>%s</tds:InterfaceToken><tds:NetworkInterface>"
+                    "<tt:IPv4><tt:Enabled>true</tt:Enabled>%s<tt:DHCP>%s</tt:DHCP></tt:IPv4></tds:NetworkInterface>"
+                    % (escape(token), manual, dhcp))
+    if flag(answer.value("tds:RebootNeeded")):
+        maintenance_case("tds:SystemReboot", "", "tds:Message", 1)(cam, None)
+
+
+@case("DEVICE-2-1-18")
+def set_interface_address(cam, f):
+    """A new address in the interface's subnet, read back, then the original settings put back. The
+    simulated camera keeps serving (and announcing) 127.0.0.1 whatever its settings say, so the flow
+    goes on at the address it has and the Hello from the new address is not awaited."""
+    original = first_interface(cam)
+    token = original.get("token")
+    address = original.findtext("tt:IPv4/tt:Config/tt:Manual/tt:Address", "", NS).strip() or \
+        original.findtext("tt:IPv4/tt:Config/tt:FromDHCP/tt:Address", "", NS).strip()
+    prefix = original.findtext("tt:IPv4/tt:Config/tt:Manual/tt:PrefixLength", "", NS).strip() or \
+        original.findtext("tt:IPv4/tt:Config/tt:FromDHCP/tt:PrefixLength", "24", NS).strip()
+    subnet = ipaddress.ip_interface("%s/%s" % (address, prefix)).network
+    other = next(h for h in subnet.hosts() if str(h) != address)
+    set_ipv4(cam, token, other, prefix, "false")
+    try:
+        updated = [i for i in cam.ok("tds:GetNetworkInterfaces").all("tds:NetworkInterfaces") if i.get("token") == token]
+        check(updated, "interface %s gone" % token)
+        ipv4 = updated[0].find("tt:IPv4", NS)
+        check(ipv4 is not None and flag(ipv4.findtext("tt:Enabled", "", NS)), "IPv4 missing or disabled")
+        check(ipv4.findtext("tt:Config/tt:Manual/tt:Address", "", NS).strip() == str(other),
+              "manual address %s, set %s" % (ipv4.findtext("tt:Config/tt:Manual/tt:Address", "", NS), other))
+        check(not flag(ipv4.findtext("tt:Config/tt:DHCP", "", NS)), "DHCP on after a manual address")
+    finally:
+        dhcp = original.findtext("tt:IPv4/tt:Config/tt:DHCP", "false", NS).strip()
+        manual = original.findtext("tt:IPv4/tt:Config/tt:Manual/tt:Address", "", NS).strip()
+        set_ipv4(cam, token, manual, prefix, dhcp)
+    check(ET.tostring(first_interface(cam)) == ET.tostring(original), "the original settings did not come back")
 
 
 @case("DEVICE-4-1-6")
