@@ -44,9 +44,7 @@ protected:
     }
     void simEvent(const std::string& args)
     {
-        std::string tool = ONVIF_SERVICE_BIN;
-        tool.replace(tool.rfind("device_service"), strlen("device_service"), "sim-event");
-        shell("ONVIF_ROOT='" + root + "' '" + tool + "' " + args);
+        shell("ONVIF_ROOT='" + root + "' " + buildProgram("sim-event") + " " + args);
     }
     static int count(const std::string& text, const std::string& what)
     {

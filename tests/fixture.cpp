@@ -250,3 +250,14 @@ void CameraTest::useIntegratedDome()
     word(ZOOM_WORD) = LENS_DOME;
     word(IO_LAYOUT_WORD) = IO_LAYOUT_HEAD;
 }
+
+std::string CameraTest::buildProgram(const std::string& name)
+{
+    std::string tool = ONVIF_SERVICE_BIN;
+    tool.replace(tool.rfind("device_service"), strlen("device_service"), name);
+#ifdef ONVIF_EMULATOR
+    return std::string(ONVIF_EMULATOR) + " '" + tool + "'";
+#else
+    return "'" + tool + "'";
+#endif
+}

@@ -53,6 +53,9 @@ protected:
 
     // A segment word, by its name in state/shm_words.h.
     int& word(int n) { return words[n]; }
+    // A shell command running one of the build's programs beside
+    // device_service (under the emulator in a cross build).
+    static std::string buildProgram(const std::string& name);
     // The integrated PTZ dome with its IO layout, as most PTZ tests want it.
     void useIntegratedDome();
 

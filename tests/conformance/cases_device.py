@@ -1,10 +1,14 @@
 """Base device test cases: capabilities, services, network and system reads, users, relays, namespaces."""
+import ipaddress
+import os
+import subprocess
 import time
 import xml.etree.ElementTree as ET
+from xml.sax.saxutils import escape
 
 import cases_events
 from registry import case, not_applicable, not_coded, uncoded
-from soap import NS, q, check, flag
+from soap import NS, Camera, q, check, flag
 
 PREFIXES = ("DEVICE-",)
 
@@ -459,10 +463,112 @@ for _id, _feature in (("DEVICE-2-1-36", "dynamic dns"), ("DEVICE-2-1-37", "dynam
                       ("DEVICE-3-1-17", "firmware upload"), ("DEVICE-8-1-1", "device aux")):
     case(_id, _feature)(uncoded(_feature))
 
-not_coded("restarts or resets the camera: the simulated camera records the call and stays up, so the case's "
-          "wait for the camera's return cannot be played", "DEVICE-3-1-6", "DEVICE-3-1-7", "DEVICE-3-1-8")
-not_coded("changes the address the flow reaches the camera at", "DEVICE-2-1-18")
-not_coded("deletes every user, the flow's own account among them", "DEVICE-4-1-6")
+
+
+def first_interface(cam):
+    return cam.ok("tds:GetNetworkInterfaces").one("tds:NetworkInterfaces")
+
+
+def set_ipv4(cam, token, address, prefix, dhcp):
+    """SetNetworkInterfaces with the IPv4 part only, and the reboot it may ask for."""
+    manual = ("<tt:Manual><tt:Address>%s</tt:Address><tt:PrefixLength>%s</tt:PrefixLength></tt:Manual>"
+              % (address, prefix)) if address else ""
+    answer = cam.ok("tds:SetNetworkInterfaces", "<tds:InterfaceToken>%s</tds:InterfaceToken><tds:NetworkInterface>"
+                    "<tt:IPv4><tt:Enabled>true</tt:Enabled>%s<tt:DHCP>%s</tt:DHCP></tt:IPv4></tds:NetworkInterface>"
+                    % (escape(token), manual, dhcp))
+    if flag(answer.value("tds:RebootNeeded")):
+        maintenance_case("tds:SystemReboot", "", "tds:Message", 1)(cam, None)
+
+
+@case("DEVICE-2-1-18")
+def set_interface_address(cam, f):
+    """A new address in the interface's subnet, read back, then the original settings put back. The
+    simulated camera keeps serving (and announcing) 127.0.0.1 whatever its settings say, so the flow
+    goes on at the address it has and the Hello from the new address is not awaited."""
+    original = first_interface(cam)
+    token = original.get("token")
+    address = original.findtext("tt:IPv4/tt:Config/tt:Manual/tt:Address", "", NS).strip() or \
+        original.findtext("tt:IPv4/tt:Config/tt:FromDHCP/tt:Address", "", NS).strip()
+    prefix = original.findtext("tt:IPv4/tt:Config/tt:Manual/tt:PrefixLength", "", NS).strip() or \
+        original.findtext("tt:IPv4/tt:Config/tt:FromDHCP/tt:PrefixLength", "24", NS).strip()
+    subnet = ipaddress.ip_interface("%s/%s" % (address, prefix)).network
+    other = next(h for h in subnet.hosts() if str(h) != address)
+    set_ipv4(cam, token, other, prefix, "false")
+    try:
+        updated = [i for i in cam.ok("tds:GetNetworkInterfaces").all("tds:NetworkInterfaces") if i.get("token") == token]
+        check(updated, "interface %s gone" % token)
+        ipv4 = updated[0].find("tt:IPv4", NS)
+        check(ipv4 is not None and flag(ipv4.findtext("tt:Enabled", "", NS)), "IPv4 missing or disabled")
+        check(ipv4.findtext("tt:Config/tt:Manual/tt:Address", "", NS).strip() == str(other),
+              "manual address %s, set %s" % (ipv4.findtext("tt:Config/tt:Manual/tt:Address", "", NS), other))
+        check(not flag(ipv4.findtext("tt:Config/tt:DHCP", "", NS)), "DHCP on after a manual address")
+    finally:
+        dhcp = original.findtext("tt:IPv4/tt:Config/tt:DHCP", "false", NS).strip()
+        manual = original.findtext("tt:IPv4/tt:Config/tt:Manual/tt:Address", "", NS).strip()
+        set_ipv4(cam, token, manual, prefix, dhcp)
+    check(ET.tostring(first_interface(cam)) == ET.tostring(original), "the original settings did not come back")
+
+
+@case("DEVICE-4-1-6")
+def delete_all_users(cam, f):
+    """Every listed user deleted, through a second administrator so the flow keeps a way in; the flow's own
+    account is recreated afterwards with its password (the camera cannot tell it back)."""
+    listed = users(cam)
+    spare = Camera(cam.port, "Onvif6", "Pass1234")
+    cam.ok("tds:CreateUsers", user(spare.user, spare.password, "Administrator"))
+    deleted = []
+    try:
+        for name in listed:
+            answer = spare.call("tds:DeleteUsers", "<tds:Username>%s</tds:Username>" % escape(name))
+            if answer.fault:
+                check(answer.subcodes()[:3] == ["Sender", "InvalidArgVal", "FixedUser"],
+                      "deleting %s: %s" % (name, answer.summary()))
+            else:
+                check(answer.body.tag == q("tds:DeleteUsersResponse"), "deleting %s: %s" % (name, answer.summary()))
+                deleted.append(name)
+        left = users(spare)
+        check(not any(name in left for name in deleted), "deleted users still listed: %s" % sorted(left))
+    finally:
+        if cam.user in deleted:
+            spare.ok("tds:CreateUsers", user(cam.user, cam.password, listed[cam.user]))
+        cam.ok("tds:DeleteUsers", "<tds:Username>%s</tds:Username>" % spare.user)
+
+
+def camera_word(name, value=None):
+    """Reads (or sets) one word of the camera's segment, where the service leaves its commands to the
+    camera's control process."""
+    build = os.environ.get("ONVIF_BUILD") or os.path.join(os.environ["ONVIF_TOP"], "build")
+    args = ["set", "%s=%d" % (name, value)] if value is not None else ["get", name]
+    done = subprocess.run([os.path.join(build, "onvif-shm"), *args], capture_output=True, text=True, timeout=20,
+                          env=dict(os.environ, ONVIF_ROOT=os.environ["CAMERA_ROOT"]), check=True)
+    return int(done.stdout.strip() or 0) if value is None else value
+
+
+def maintenance_case(op, body, response, command, probe_after=False):
+    """The answer and the command word the camera's control process acts on. The simulated camera keeps
+    running on that word, so the camera's return (its Hello) is not awaited here: the discovery cases play
+    the responder's restart. After a soft reset the camera must still be found by a Probe."""
+    def run(cam, f):
+        camera_word("MAINTENANCE_WORD", 0)
+        try:
+            answer = cam.ok(op, body)
+            if response:
+                answer.one(response)
+            word = camera_word("MAINTENANCE_WORD")
+            check(word == command, "command word %d after %s, expected %d" % (word, op, command))
+        finally:
+            camera_word("MAINTENANCE_WORD", 0)
+        if probe_after:
+            import cases_discovery
+            cases_discovery.matched(cam, cases_discovery.probe(cases_discovery.TYPES))
+    return run
+
+
+case("DEVICE-3-1-6")(maintenance_case("tds:SetSystemFactoryDefault", "<tds:FactoryDefault>Hard</tds:FactoryDefault>",
+                                      None, 2))
+case("DEVICE-3-1-7")(maintenance_case("tds:SetSystemFactoryDefault", "<tds:FactoryDefault>Soft</tds:FactoryDefault>",
+                                      None, 3, probe_after=True))
+case("DEVICE-3-1-8")(maintenance_case("tds:SystemReboot", "", "tds:Message", 1, probe_after=True))
 
 
 # --- Monitoring events: each applies when the camera announces its topic ---

@@ -1,12 +1,18 @@
 """Discovery test cases: Probes sent to the camera's discovery port on loopback, the discovery mode
 and the scopes."""
+import io
 import os
+import signal
 import socket
+import struct
+import subprocess
+import time
 import uuid
 import xml.etree.ElementTree as ET
 
-from registry import case, not_coded
+from registry import case
 from soap import NS, check
+from cases_device import camera_word
 
 PREFIXES = ("DISCOVERY-",)
 
@@ -114,4 +120,98 @@ def soap_fault(cam, f):
     check(any(c.endswith(":MatchingRuleNotSupported") for c in codes), "no MatchingRuleNotSupported fault: %s" % codes)
 
 
-not_coded("needs the camera restarted while the flow listens on the discovery group", "DISCOVERY-1-1-2", "DISCOVERY-1-1-8")
+GROUP = "239.255.255.250"
+
+
+def group_listener(port):
+    """A socket in the discovery group on the loopback interface, at the given port."""
+    sock = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
+    sock.setsockopt(socket.SOL_SOCKET, socket.SO_REUSEADDR, 1)
+    sock.bind((GROUP, port))
+    sock.setsockopt(socket.IPPROTO_IP, socket.IP_ADD_MEMBERSHIP,
+                    struct.pack("4s4s", socket.inet_aton(GROUP), socket.inet_aton("127.0.0.1")))
+    return sock
+
+
+def announcement(sock, kind, wait=10):
+    """The first Hello or Bye heard in the group within the wait, as (root element, namespace prefixes), or None."""
+    ends = time.time() + wait
+    while time.time() < ends:
+        sock.settimeout(max(0.1, ends - time.time()))
+        try:
+            data, _ = sock.recvfrom(65536)
+        except socket.timeout:
+            return None
+        prefixes = {}
+        for _, (prefix, uri) in ET.iterparse(io.BytesIO(data), events=("start-ns",)):
+            prefixes.setdefault(prefix, uri)
+        root = ET.fromstring(data)
+        if root.find(".//{%s}%s" % (WSD, kind)) is not None:
+            return root.find(".//{%s}%s" % (WSD, kind)), prefixes
+    return None
+
+
+def rebooted(cam):
+    """SystemReboot, with the camera's restart played around it: the simulated camera stays up on the
+    reboot command word, so the flow runs the camera's discovery process itself (on a port of its own,
+    beside the simulated camera's) while the reboot is asked, stops it as the camera goes down and starts
+    it again as the camera comes back. Gives the Bye and the Hello heard in the group on loopback."""
+    probe_sock = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
+    probe_sock.bind(("127.0.0.1", 0))
+    port = probe_sock.getsockname()[1]
+    probe_sock.close()
+    listener = group_listener(port)
+    responder = os.path.join(os.environ["ONVIF_TOP"], "tools", "sim", "discovery")
+    env = dict(os.environ, ONVIF_ROOT=os.environ["CAMERA_ROOT"], ONVIF_DISCOVERY_PORT=str(port))
+
+    def start():
+        return subprocess.Popen([responder, str(cam.port)], env=env, stdout=subprocess.DEVNULL)
+
+    def stop(process):
+        process.send_signal(signal.SIGTERM)
+        process.wait(timeout=20)
+
+    running = start()
+    try:
+        check(announcement(listener, "Hello"), "the discovery process said no Hello on start")
+        camera_word("MAINTENANCE_WORD", 0)
+        check(cam.ok("tds:SystemReboot").value("tds:Message"), "SystemRebootResponse without a message")
+        check(camera_word("MAINTENANCE_WORD") == 1, "no reboot command word")
+        camera_word("MAINTENANCE_WORD", 0)
+        stop(running)
+        bye = announcement(listener, "Bye")
+        running = start()
+        hello = announcement(listener, "Hello")
+        return bye, hello
+    finally:
+        if running.poll() is None:
+            stop(running)
+        listener.close()
+
+
+def endpoint(element):
+    return (element.findtext("{%s}EndpointReference/{%s}Address" % (WSA, WSA)) or "").strip()
+
+
+@case("DISCOVERY-1-1-2")
+def hello(cam, f):
+    _, heard = rebooted(cam)
+    check(heard, "no Hello after the reboot")
+    message, prefixes = heard
+    check(endpoint(message), "Hello without an endpoint address")
+    check(message.find("{%s}MetadataVersion" % WSD) is not None, "Hello without a metadata version")
+    types = (message.findtext("{%s}Types" % WSD) or "").split()
+    check(any(t.partition(":")[2] == "NetworkVideoTransmitter" and prefixes.get(t.partition(":")[0]) == DN
+              for t in types), "Hello types %s lack %s's NetworkVideoTransmitter" % (types, DN))
+    scopes = (message.findtext("{%s}Scopes" % WSD) or "").split()
+    for kind in ("type", "location", "hardware", "name"):
+        check(any(s.startswith("onvif://www.onvif.org/%s/" % kind) for s in scopes), "Hello without a %s scope" % kind)
+    check(cam.url in (message.findtext("{%s}XAddrs" % WSD) or "").split(), "Hello does not name %s" % cam.url)
+
+
+@case("DISCOVERY-1-1-8")
+def bye(cam, f):
+    heard, hello_after = rebooted(cam)
+    check(heard, "no Bye before the reboot")
+    check(endpoint(heard[0]) and hello_after and endpoint(heard[0]) == endpoint(hello_after[0]),
+          "the Bye names another endpoint than the camera's Hello")

@@ -4,6 +4,7 @@ from registry import case, not_coded
 from soap import NS, check
 import cases_device
 import features
+import xml.etree.ElementTree as ET
 
 PREFIXES = ("IMAGING-",)
 
@@ -178,5 +179,40 @@ for _id, _branch, _services in (("IMAGING-4-1-1", "tns1:VideoSource/ImageTooBlur
                                 ("IMAGING-4-1-4", "tns1:VideoSource/GlobalSceneChange", SERVICES),
                                 ("IMAGING-4-1-5", "tns1:VideoSource/MotionAlarm", ("",))):
     case(_id, "events", cases_events.event_topic(_branch))(imaging_event_case(_branch, _services))
-not_coded("not coded yet: the settings extension's parameters one by one (IR cut filter boundary, stabilisation, "
-          "tone compensation, defogging, noise reduction)", "IMAGING-1-1-15")
+
+
+# The settings extension's parameters, each checked only where the options offer it (at least two
+# choices, a range, or a level): the option's path under the ImagingOptions, and what the options must hold.
+EXTENSION_OPTIONS = (
+    ("IR cut filter boundary type", "tt:Extension/tt:IrCutFilterAutoAdjustmentOptions/tt:BoundaryType", 2),
+    ("IR cut filter boundary offset", "tt:Extension/tt:IrCutFilterAutoAdjustmentOptions/tt:BoundaryOffset", "true"),
+    ("IR cut filter response time", "tt:Extension/tt:IrCutFilterAutoAdjustmentOptions/tt:ResponseTimeRange", 1),
+    ("tone compensation mode", "tt:Extension/tt:Extension/tt:ToneCompensationOptions/tt:Mode", 2),
+    ("tone compensation level", "tt:Extension/tt:Extension/tt:ToneCompensationOptions/tt:Level", "true"),
+    ("defogging mode", "tt:Extension/tt:Extension/tt:DefoggingOptions/tt:Mode", 2),
+    ("defogging level", "tt:Extension/tt:Extension/tt:DefoggingOptions/tt:Level", "true"),
+    ("noise reduction level", "tt:Extension/tt:Extension/tt:NoiseReductionOptions/tt:Level", "true"),
+    ("focus AF modes", "tt:Focus/tt:Extension[@AFModes]", 1),
+)
+
+
+def offered(options, path, need):
+    found = options.findall(path, NS)
+    if need == "true":
+        return any((e.text or "").strip().lower() in ("true", "1") for e in found)
+    return len(found) >= need
+
+
+@case("IMAGING-1-1-15", "imaging")
+def extension_settings(cam, f):
+    """Each extension parameter the options offer is to be set, read back and restored; the camera's
+    options offer none of them today, so the case reads the options and settings and puts the initial
+    settings back, and fails, naming the parameter, once the camera offers one its steps are not coded for."""
+    options = cam.ok("timg:GetOptions", source(f)).one("timg:ImagingOptions")
+    initial = cam.ok("timg:GetImagingSettings", source(f)).one("timg:ImagingSettings")
+    for what, path, need in EXTENSION_OPTIONS:
+        check(not offered(options, path, need), "the camera now offers the %s: code its step" % what)
+    restore = "".join(ET.tostring(child, encoding="unicode") for child in initial)
+    cam.ok("timg:SetImagingSettings", source(f) + "<timg:ImagingSettings>%s</timg:ImagingSettings>" % restore)
+    check(ET.tostring(cam.ok("timg:GetImagingSettings", source(f)).one("timg:ImagingSettings")) == ET.tostring(initial),
+          "the settings differ after their initial values were set back")
