@@ -91,7 +91,7 @@ static void deviceIoCapabilities(const char* prefix)
 struct ServiceRow {
     Service service;
     const char* prefix;     // of the service's own elements
-    int major, minor;       // the version of the service's specification implemented
+    int major, minor;       // the version of the service's interface implemented
     void (*capabilities)(const char* prefix);
     bool (*served)();       // 0: always
 };

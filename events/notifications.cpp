@@ -7,7 +7,7 @@
 
 #include <stdio.h>
 
-// The topics and items the ONVIF specifications define, which clients parse.
+// The topics and items the ONVIF standard defines, which clients parse.
 static EventNames standardNames(EventKind kind)
 {
     switch (kind) {

@@ -2,6 +2,8 @@
 // level, the UsernameToken forms, HTTP digest and the lock-out. HTTP digest
 // answers are made by Python's hashlib, independently of the service's hashes.
 #include "tests/fixture.h"
+
+#include <sys/wait.h>
 #include "frame/access.h"
 #include "frame/auth_records.h"
 #include "frame/comcrypto.h"
@@ -304,11 +306,10 @@ TEST_F(OnvifAuth, GuessingLocksTheAddressOutUntilTheWindowPasses)
 
 TEST_F(OnvifAuth, TheAccessTableIsTheDocuments)
 {
-    const char* docs = getenv("ONVIF_DOCS") ? getenv("ONVIF_DOCS") : "/work/shared/onvif-docs/spec";
-    if (access((std::string(docs) + "/Core.xml").c_str(), R_OK) != 0)
+    int rc = system("python3 " ONVIF_SOURCE_DIR "/tools/access-classes.py --check");
+    if (WIFEXITED(rc) && WEXITSTATUS(rc) == 3)
         GTEST_SKIP() << "the ONVIF documents are not on this machine";
-    EXPECT_EQ(system("python3 " ONVIF_SOURCE_DIR "/tools/access-classes.py --check"), 0)
-        << "frame/access_classes.inc differs from the documents: run tools/access-classes.py";
+    EXPECT_EQ(rc, 0) << "frame/access_classes.inc differs from the documents: run tools/access-classes.py";
 }
 
 }  // namespace

@@ -102,7 +102,7 @@ TEST_F(Modes, TimesCarryTheirZone)
     const std::regex bare(">\\d{4}-\\d\\d-\\d\\dT\\d\\d:\\d\\d:\\d\\d<|UtcTime=\"\\d{4}-\\d\\d-\\d\\dT\\d\\d:\\d\\d:\\d\\d\"");
     const std::regex zoned(">\\d{4}-\\d\\d-\\d\\dT\\d\\d:\\d\\d:\\d\\dZ<|UtcTime=\"\\d{4}-\\d\\d-\\d\\dT\\d\\d:\\d\\d:\\d\\dZ\"");
     const std::string toSlot = "<wsa5:To xmlns:wsa5=\"http://www.w3.org/2005/08/addressing\">"
-                               "http://192.168.0.100/onvif/device_service?Idx=0</wsa5:To>";
+                               "http://127.0.0.1/onvif/device_service?Idx=0</wsa5:To>";
     const char* const requests[] = {
         "<tptz:GetStatus><tptz:ProfileToken>Profile1</tptz:ProfileToken></tptz:GetStatus>",
         "<tev:CreatePullPointSubscription><tev:InitialTerminationTime>PT1H</tev:InitialTerminationTime>"
@@ -194,7 +194,7 @@ TEST_F(Modes, PulledMessagesAreWhole)
 {
     setOnvifMode();
     const std::string to = "<wsa5:To xmlns:wsa5=\"http://www.w3.org/2005/08/addressing\">"
-                           "http://192.168.0.100/onvif/device_service?Idx=0</wsa5:To>";
+                           "http://127.0.0.1/onvif/device_service?Idx=0</wsa5:To>";
     const std::string pull =
         "<tev:PullMessages><tev:Timeout>PT1S</tev:Timeout><tev:MessageLimit>5</tev:MessageLimit></tev:PullMessages>";
     ASSERT_EQ(call("<tev:CreatePullPointSubscription/>").status, 200);

@@ -93,7 +93,7 @@ TEST_F(Refusals, ARenewTimeOnePastItsBufferKeepsTheTermination)
     CgiResult r = run(soap("<wsnt:Renew><wsnt:TerminationTime>" + std::string(40, '2') +
                                "</wsnt:TerminationTime></wsnt:Renew>",
                            "<wsa:To xmlns:wsa=\"http://www.w3.org/2005/08/addressing\">"
-                           "http://192.168.0.100/onvif/device_service?Idx=0</wsa:To>"));
+                           "http://127.0.0.1/onvif/device_service?Idx=0</wsa:To>"));
     EXPECT_EQ(r.status, 400) << r.envelopeBody;
     EXPECT_NE(r.envelopeBody.find("ter:InvalidArgVal"), std::string::npos) << r.envelopeBody;
     EXPECT_EQ(std::vector<int>(&word(85), &word(85) + 15), before);

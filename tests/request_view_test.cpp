@@ -108,7 +108,7 @@ TEST_F(RequestView, EventIndexIsTakenFromTheHeaderToOnlyForItsVariants)
 {
     int words[1024] = {0};
     G_shared_memory = words;
-    const std::string to = "<wsa:To>http://10.0.0.2/onvif/device_service?Idx=3 x</wsa:To>";
+    const std::string to = "<wsa:To>http://127.0.0.2/onvif/device_service?Idx=3 x</wsa:To>";
     words[2] = 32;
     parse("<PullMessages/>", to);
     EXPECT_STREQ(G_event_service, "3");

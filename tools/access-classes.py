@@ -4,7 +4,12 @@ from the ONVIF documents (each operation's section ends with its class).
 --check compares the file with the documents instead (exit 1 when they differ)."""
 import glob, os, re, sys
 
-DOCS = os.environ.get("ONVIF_DOCS", "/work/shared/onvif-docs/spec")
+# The ONVIF documents sit beside the project (../shared/onvif-docs, in the
+# folder that holds Core.xml), or where ONVIF_DOCS says.
+_beside = glob.glob(os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "..", "shared", "onvif-docs",
+                                 "*", "Core.xml"))
+DOCS = os.environ.get("ONVIF_DOCS") or (os.path.dirname(_beside[0]) if _beside else "")
+NO_DOCUMENTS = 3
 OUT = os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "frame", "access_classes.inc")
 DOCUMENTS = {"Core": "DOC_CORE", "Media": "DOC_MEDIA", "PTZ": "DOC_PTZ", "Imaging": "DOC_IMAGING",
              "DeviceIo": "DOC_DEVICEIO"}
@@ -48,6 +53,9 @@ def render(rows):
     return "".join(lines)
 
 
+if not os.path.exists(os.path.join(DOCS, "Core.xml")):
+    sys.stderr.write("access-classes: the ONVIF documents are not on this machine\n")
+    sys.exit(NO_DOCUMENTS)
 text = render(operations())
 if "--check" in sys.argv:
     sys.exit(0 if open(OUT).read() == text else 1)

@@ -16,8 +16,8 @@ import features  # noqa: E402
 import registry  # noqa: E402
 from soap import Camera  # noqa: E402
 HERE = os.path.dirname(os.path.abspath(__file__))
-# One module cases_*.py per test specification, each naming the case ID prefixes it covers in PREFIXES:
-# a new specification's cases (events, security) join as a module of their own.
+# One module cases_*.py per ONVIF test document, each naming the case ID prefixes it covers in PREFIXES:
+# a new document's cases (events, security) join as a module of their own.
 MODULES = [importlib.import_module(name[:-3]) for name in sorted(os.listdir(HERE))
            if name.startswith("cases_") and name.endswith(".py")]
 SCOPE = tuple(prefix for module in MODULES for prefix in module.PREFIXES)
@@ -34,8 +34,8 @@ def expected_failures():
     return known
 
 
-def specification_cases():
-    """Every case of the covered test specifications, ID to title, from the documents' own tool where present."""
+def document_cases():
+    """Every case of the covered test documents, ID to title, from the documents' own tool where present."""
     tool = os.path.join(os.environ.get("ONVIF_TOP", os.path.join(HERE, "..", "..")), "..", "shared", "onvif-docs", "testcase")
     if not os.path.exists(tool):
         return {}
@@ -51,11 +51,11 @@ def specification_cases():
 DOC_HEAD = """# Device test cases in the ONVIF mode
 
 The camera in the ONVIF mode (`Conformance.Mode=onvif`) against the device test cases of the Base
-(DEVICE, DISCOVERY), Media Configuration (MEDIA), PTZ, Imaging, DeviceIO and Event Handling (EVENT) test
-specifications. Each case's procedure and pass criteria are coded in `tests/conformance/` (one module per specification)
+(DEVICE, DISCOVERY), Media Configuration (MEDIA), PTZ, Imaging, DeviceIO and Event Handling (EVENT) device
+test documents. Each case's procedure and pass criteria are coded in `tests/conformance/` (one module per document)
 and run against the simulated camera by the ctest `Conformance.DeviceTestCases`. Whether a case
 applies follows the camera's own answers (capabilities, services, profiles, PTZ nodes, focus move
-options, audio and IO counts), as the test specifications' feature discovery does; a case that does
+options, audio and IO counts), as the test documents' feature discovery does; a case that does
 not apply names the feature the camera does not have. "known failure" is a case listed in
 `tests/conformance/expected-failures` with why; "not run" is a case that applies but is not coded.
 
@@ -110,7 +110,7 @@ def main():
             if case_id not in listed and (not prefixes or any(case_id.startswith(p) for p in prefixes)):
                 rows.append((case_id, result, reason))
                 listed.add(case_id)
-    titles = specification_cases()
+    titles = document_cases()
     for case_id in titles:
         if case_id not in listed and (not prefixes or any(case_id.startswith(p) for p in prefixes)):
             rows.append((case_id, "not run", "not coded yet"))
