@@ -1,0 +1,404 @@
+// Recorded scenarios: tests/scenarios/*.scenario hold requests and, after each,
+// everything it did (answer, files, segment words, camera calls). A change of
+// behaviour shows as a changed record; ONVIF_SCENARIO_UPDATE=1 rewrites them.
+#include "tests/fixture.h"
+#include "state/shm_words.h"
+
+#include <dirent.h>
+#include <sys/stat.h>
+#include <algorithm>
+#include <fstream>
+#include <memory>
+#include <regex>
+#include <set>
+#include <sstream>
+
+namespace {
+
+const std::string SCENARIOS = std::string(ONVIF_SOURCE_DIR) + "/tests/scenarios/";
+
+// A file's "define NAME text" lines, for ${NAME} or ${NAME:a|b} ($1, $2 in the text).
+using Defines = std::map<std::string, std::string>;
+
+struct Case {
+    std::string file, name;
+    std::vector<std::string> lines;  // directives and comments, without records
+    std::shared_ptr<Defines> defines;
+};
+
+std::vector<Case> loadCases()
+{
+    std::vector<Case> cases;
+    std::vector<std::string> files;
+    if (DIR* d = opendir(SCENARIOS.c_str())) {
+        while (dirent* e = readdir(d)) {
+            std::string n = e->d_name;
+            if (n.size() > 9 && n.compare(n.size() - 9, 9, ".scenario") == 0)
+                files.push_back(n);
+        }
+        closedir(d);
+    }
+    std::sort(files.begin(), files.end());
+    for (const std::string& f : files) {
+        std::ifstream in(SCENARIOS + f);
+        auto defines = std::make_shared<Defines>();
+        for (std::string line; std::getline(in, line);) {
+            if (line.rfind("define ", 0) == 0) {
+                size_t sp = line.find(' ', 7);
+                (*defines)[line.substr(7, sp - 7)] = sp == std::string::npos ? "" : line.substr(sp + 1);
+            }
+            if (line.rfind("case ", 0) == 0)
+                cases.push_back({f, line.substr(5), {}, defines});
+            else if (!cases.empty() && cases.back().file == f && line.rfind(">", 0) != 0)
+                cases.back().lines.push_back(line);
+        }
+    }
+    return cases;
+}
+
+std::string expand(std::string s, const Defines& defines)
+{
+    for (int depth = 0; depth < 200; ++depth) {
+        size_t at = s.rfind("${");
+        if (at == std::string::npos)
+            break;
+        size_t end = s.find('}', at);
+        if (end == std::string::npos)
+            break;
+        std::string call = s.substr(at + 2, end - at - 2), name = call.substr(0, call.find(':'));
+        auto d = defines.find(name);
+        std::string text = d == defines.end() ? "" : d->second;
+        EXPECT_NE(d, defines.end()) << "undefined ${" << name << "}";
+        std::vector<std::string> args;
+        for (size_t from = call.find(':'); from != std::string::npos;) {
+            size_t bar = call.find('|', from + 1);
+            args.push_back(call.substr(from + 1, bar == std::string::npos ? std::string::npos : bar - from - 1));
+            from = bar;
+        }
+        for (size_t i = args.size(); i-- > 0;)
+            for (size_t p; (p = text.find("$" + std::to_string(i + 1))) != std::string::npos;)
+                text.replace(p, 2, args[i]);
+        s.replace(at, end - at + 1, text);
+    }
+    return s;
+}
+
+// \n \r \t \\ \xHH and {{c*N}} (N times the character c).
+std::string unescape(const std::string& s)
+{
+    std::string out;
+    for (size_t i = 0; i < s.size(); ++i) {
+        if (s.compare(i, 2, "{{") == 0 && s.size() > i + 4 && s[i + 3] == '*') {
+            size_t end = s.find("}}", i);
+            if (end != std::string::npos) {
+                out.append(std::stoul(s.substr(i + 4, end - i - 4)), s[i + 2]);
+                i = end + 1;
+                continue;
+            }
+        }
+        if (s[i] != '\\' || i + 1 == s.size()) {
+            out += s[i];
+            continue;
+        }
+        char c = s[++i];
+        if (c == 'x' && i + 2 < s.size()) {
+            out += (char)std::stoi(s.substr(i + 1, 2), nullptr, 16);
+            i += 2;
+        } else
+            out += c == 'n' ? '\n' : c == 'r' ? '\r' : c == 't' ? '\t' : c;
+    }
+    return out;
+}
+
+std::string printable(const std::string& s)
+{
+    static const char HEX[] = "0123456789abcdef";
+    std::string out;
+    for (unsigned char c : s)
+        if (c == '\\')
+            out += "\\\\";
+        else if (c < 0x20 || c == 0x7f)
+            out += std::string("\\x") + HEX[c >> 4] + HEX[c & 15];
+        else
+            out += (char)c;
+    return out;
+}
+
+struct WordName { const char* name; int number; };
+const WordName WORD_NAMES[] = {
+#define SHM_WORD_NAME(name, number, writer, meaning) {#name, number},
+    SHM_WORD_LIST(SHM_WORD_NAME)
+#undef SHM_WORD_NAME
+};
+
+// NAME, NAME+k or a number.
+int wordNumber(const std::string& s)
+{
+    size_t plus = s.find('+');
+    std::string base = s.substr(0, plus);
+    int offset = plus == std::string::npos ? 0 : std::stoi(s.substr(plus + 1));
+    for (const WordName& w : WORD_NAMES)
+        if (base == w.name)
+            return w.number + offset;
+    return std::stoi(base) + offset;
+}
+
+std::string wordName(int n)
+{
+    for (const WordName& w : WORD_NAMES)
+        if (w.number == n)
+            return w.name;
+    return std::to_string(n);
+}
+
+// Files the fixture itself writes, and the call log, which is recorded as calls.
+const std::set<std::string> OWN_FILES = {"request.body", "response.out", "camera_calls.log"};
+
+void snapshot(const std::string& root, const std::string& rel, std::map<std::string, std::string>& files)
+{
+    DIR* d = opendir((root + "/" + rel).c_str());
+    if (!d)
+        return;
+    while (dirent* e = readdir(d)) {
+        std::string n = e->d_name;
+        if (n == "." || n == "..")
+            continue;
+        std::string r = rel.empty() ? n : rel + "/" + n;
+        struct stat st;
+        if (lstat((root + "/" + r).c_str(), &st) != 0)
+            continue;
+        if (S_ISDIR(st.st_mode))
+            snapshot(root, r, files);
+        else if (S_ISREG(st.st_mode) && !OWN_FILES.count(r))
+            files[r] = slurp(root + "/" + r);
+    }
+    closedir(d);
+}
+
+std::vector<std::string> splitLines(const std::string& s)
+{
+    std::vector<std::string> lines;
+    std::istringstream in(s);
+    for (std::string l; std::getline(in, l);)
+        lines.push_back(l);
+    return lines;
+}
+
+// Lines gone and lines added, in file order; the camera's files are key=value
+// lines, so a line set difference says what changed.
+void recordFileChanges(const std::map<std::string, std::string>& before,
+                       const std::map<std::string, std::string>& after, std::vector<std::string>& out)
+{
+    for (auto& [name, text] : before)
+        if (!after.count(name))
+            out.push_back("gone " + name);
+    for (auto& [name, text] : after) {
+        auto old = before.find(name);
+        if (old != before.end() && old->second == text)
+            continue;
+        std::vector<std::string> a = old == before.end() ? std::vector<std::string>{} : splitLines(old->second);
+        std::vector<std::string> b = splitLines(text);
+        std::multiset<std::string> gone(a.begin(), a.end()), added(b.begin(), b.end());
+        for (auto& l : b) {
+            auto it = gone.find(l);
+            if (it != gone.end())
+                gone.erase(it), added.erase(added.find(l));
+        }
+        if (old == before.end())
+            out.push_back("new " + name);
+        for (auto& l : a)
+            if (gone.count(l))
+                gone.erase(gone.find(l)), out.push_back("- " + name + ": " + printable(l));
+        for (auto& l : b)
+            if (added.count(l))
+                added.erase(added.find(l)), out.push_back("+ " + name + ": " + printable(l));
+    }
+}
+
+class Scenario : public CameraTest, public ::testing::WithParamInterface<Case> {
+protected:
+    std::vector<std::string> records;  // every record, in order, for the case
+    std::map<std::string, std::string> env;
+    std::vector<std::regex> masks;
+
+    void record(std::vector<std::string> lines)
+    {
+        for (std::string& l : lines) {
+            for (size_t at; (at = l.find(root)) != std::string::npos;)
+                l.replace(at, root.size(), "$ROOT");
+            for (auto& m : masks)
+                l = std::regex_replace(l, m, "#");
+            records.push_back("> " + l);
+        }
+    }
+
+    std::vector<std::string> send(const std::string& body, const std::string& length)
+    {
+        std::map<std::string, std::string> filesBefore;
+        snapshot(root, "", filesBefore);
+        std::vector<int> wordsBefore(words, words + ONVIF_SHM_WORDS);
+        size_t callsBefore = cameraCalls().size();
+
+        CgiResult r = run(body, length, env);
+
+        std::vector<std::string> out;
+        out.push_back("status " + std::to_string(r.status ? r.status : 200));
+        for (std::string h : splitLines(r.headers)) {
+            if (!h.empty() && h.back() == '\r')
+                h.pop_back();
+            if (h.rfind("Status: ", 0) != 0 && h != "Content-type: application/soap+xml; charset=utf-8")
+                out.push_back("header " + printable(h));
+        }
+        // The usual envelope around a body without SOAP header is left out.
+        static const std::regex PLAIN_ENVELOPE("^<\\?xml version=\"1.0\" encoding=\"UTF-8\"\\?><SOAP-ENV:Envelope "
+                                               "[^>]*><SOAP-ENV:Body>([^]*)</SOAP-ENV:Body></SOAP-ENV:Envelope>\\s*$");
+        static const std::regex ENVELOPE_START("^<\\?xml version=\"1.0\" encoding=\"UTF-8\"\\?><SOAP-ENV:Envelope [^>]*>");
+        std::smatch m;
+        if (std::regex_match(r.body, m, PLAIN_ENVELOPE))
+            out.push_back("answer " + printable(m[1]));
+        else
+            out.push_back("body " + printable(std::regex_replace(r.body, ENVELOPE_START, "<SOAP-ENV:Envelope>",
+                                                                 std::regex_constants::format_first_only)));
+        for (const std::string& c : splitLines(cameraCalls().substr(callsBefore)))
+            out.push_back("call " + printable(c));
+        for (int i = 0; i < ONVIF_SHM_WORDS; ++i)
+            if (words[i] != wordsBefore[i])
+                out.push_back("word " + wordName(i) + " " + std::to_string(wordsBefore[i]) + " -> " +
+                              std::to_string(words[i]));
+        std::map<std::string, std::string> filesAfter;
+        snapshot(root, "", filesAfter);
+        recordFileChanges(filesBefore, filesAfter, out);
+        return out;
+    }
+
+    // Runs the case's directives; the records follow each request.
+    void play(const Case& c, std::vector<std::string>& rewritten)
+    {
+        // Times and the answers' own identifiers differ from run to run.
+        masks.emplace_back("\\d{4}-\\d\\d-\\d\\dT\\d\\d:\\d\\d:\\d\\d(\\.\\d+)?Z?");
+        std::string header, length, fileName, fileText;
+        bool inFile = false;
+        auto flushFile = [&]() {
+            if (inFile)
+                writeFile(fileName, fileText);
+            inFile = false;
+        };
+        rewritten.push_back("case " + c.name);
+        for (const std::string& line : c.lines) {
+            rewritten.push_back(line);
+            if (line.rfind("|", 0) == 0 && inFile) {
+                fileText += unescape(expand(line.substr(1), *c.defines)) + "\n";
+                continue;
+            }
+            flushFile();
+            size_t sp = line.find(' ');
+            std::string verb = line.substr(0, sp),
+                        arg = sp == std::string::npos ? "" : expand(line.substr(sp + 1), *c.defines);
+            std::vector<std::string> out;
+            if (verb.empty() || verb[0] == '#' || verb == "define")
+                continue;
+            else if (verb == "mode" && arg == "onvif")
+                setOnvifMode();
+            else if (verb == "dome")
+                useIntegratedDome();
+            else if (verb == "word")
+                word(wordNumber(arg.substr(0, arg.find(' ')))) = std::stoi(arg.substr(arg.find(' ') + 1));
+            else if (verb == "file")
+                inFile = true, fileName = arg, fileText.clear();
+            else if (verb == "remove")
+                removeFile(arg);
+            else if (verb == "env")
+                env[arg.substr(0, arg.find('='))] = unescape(arg.substr(arg.find('=') + 1));
+            else if (verb == "mask")
+                masks.emplace_back(arg);
+            else if (verb == "length")
+                length = arg;
+            else if (verb == "header")
+                header = unescape(arg);
+            else if (verb == "shell")
+                shell("cd '" + root + "' && ONVIF_ROOT='" + root + "' " + arg);
+            else if (verb == "send" || verb == "raw") {
+                out = send(verb == "send" ? soap(unescape(arg), header) : unescape(arg), length);
+                header.clear(), length.clear();
+            } else
+                ADD_FAILURE() << "unknown directive: " << line;
+            size_t from = records.size();
+            record(out);
+            rewritten.insert(rewritten.end(), records.begin() + from, records.end());
+        }
+        flushFile();
+    }
+};
+
+// The records a case holds in its file, in order.
+std::vector<std::string> expectedRecords(const Case& c)
+{
+    std::vector<std::string> out;
+    std::ifstream in(SCENARIOS + c.file);
+    bool inCase = false;
+    for (std::string line; std::getline(in, line);) {
+        if (line.rfind("case ", 0) == 0)
+            inCase = line.substr(5) == c.name;
+        else if (inCase && line.rfind(">", 0) == 0)
+            out.push_back(line);
+    }
+    return out;
+}
+
+// Replaces the case's block in its file with the played one.
+void rewriteCase(const Case& c, const std::vector<std::string>& block)
+{
+    std::ifstream in(SCENARIOS + c.file);
+    std::vector<std::string> out;
+    bool inCase = false;
+    for (std::string line; std::getline(in, line);) {
+        if (line.rfind("case ", 0) == 0) {
+            inCase = line.substr(5) == c.name;
+            if (inCase)
+                out.insert(out.end(), block.begin(), block.end());
+        }
+        if (!inCase)
+            out.push_back(line);
+    }
+    in.close();
+    std::ofstream o(SCENARIOS + c.file);
+    for (auto& l : out)
+        o << l << "\n";
+}
+
+TEST_P(Scenario, Plays)
+{
+    const Case& c = GetParam();
+    std::vector<std::string> block;
+    play(c, block);
+    if (getenv("ONVIF_SCENARIO_UPDATE")) {
+        rewriteCase(c, block);
+        return;
+    }
+    std::vector<std::string> expected = expectedRecords(c);
+    for (size_t i = 0; i < std::max(expected.size(), records.size()); ++i) {
+        std::string want = i < expected.size() ? expected[i] : "(nothing)";
+        std::string got = i < records.size() ? records[i] : "(nothing)";
+        if (want != got) {
+            size_t at = std::mismatch(want.begin(), want.end(), got.begin(), got.end()).first - want.begin();
+            size_t from = at > 60 ? at - 60 : 0;
+            ADD_FAILURE() << c.file << " " << c.name << ", record " << i + 1 << " differs at column " << at
+                          << "\n  want: ..." << want.substr(from, 200) << "\n  got:  ..." << got.substr(from, 200)
+                          << "\n(ONVIF_SCENARIO_UPDATE=1 rewrites the records)";
+            return;
+        }
+    }
+}
+
+std::string caseName(const ::testing::TestParamInfo<Case>& info)
+{
+    std::string n = info.param.file.substr(0, info.param.file.size() - 9) + "_" + info.param.name;
+    for (char& ch : n)
+        if (!isalnum((unsigned char)ch))
+            ch = '_';
+    return n;
+}
+
+INSTANTIATE_TEST_SUITE_P(Recorded, Scenario, ::testing::ValuesIn(loadCases()), caseName);
+
+}  // namespace
