@@ -2,7 +2,7 @@
 // everything it did (answer, files, segment words, camera calls). A change of
 // behaviour shows as a changed record; ONVIF_SCENARIO_UPDATE=1 rewrites them.
 #include "tests/fixture.h"
-#include "state/shm_words.h"
+#include "state/model.h"
 
 #include <dirent.h>
 #include <sys/stat.h>
@@ -25,6 +25,8 @@ struct Case {
     std::vector<std::string> lines;  // directives and comments, without records
     std::shared_ptr<Defines> defines;
 };
+
+void PrintTo(const Case& c, std::ostream* os) { *os << c.file << " " << c.name; }
 
 std::vector<Case> loadCases()
 {
@@ -83,18 +85,24 @@ std::string expand(std::string s, const Defines& defines)
     return s;
 }
 
-// \n \r \t \\ \xHH and {{c*N}} (N times the character c).
+// \n \r \t \\ \xHH, and {{text*N}}: N times the text, each %d in it the
+// repetition's number from 0.
 std::string unescape(const std::string& s)
 {
     std::string out;
     for (size_t i = 0; i < s.size(); ++i) {
-        if (s.compare(i, 2, "{{") == 0 && s.size() > i + 4 && s[i + 3] == '*') {
-            size_t end = s.find("}}", i);
-            if (end != std::string::npos) {
-                out.append(std::stoul(s.substr(i + 4, end - i - 4)), s[i + 2]);
-                i = end + 1;
-                continue;
+        size_t end = s.compare(i, 2, "{{") == 0 ? s.find("}}", i) : std::string::npos;
+        size_t star = end == std::string::npos ? end : s.rfind('*', end);
+        if (star != std::string::npos && star > i + 2) {
+            std::string text = s.substr(i + 2, star - i - 2);
+            for (unsigned long k = 0, n = std::stoul(s.substr(star + 1, end - star - 1)); k < n; ++k) {
+                std::string one = text;
+                for (size_t p; (p = one.find("%d")) != std::string::npos;)
+                    one.replace(p, 2, std::to_string(k));
+                out += one;
             }
+            i = end + 1;
+            continue;
         }
         if (s[i] != '\\' || i + 1 == s.size()) {
             out += s[i];
@@ -141,6 +149,22 @@ int wordNumber(const std::string& s)
         if (base == w.name)
             return w.number + offset;
     return std::stoi(base) + offset;
+}
+
+struct CodeName { const char* name; int code; };
+const CodeName CODE_NAMES[] = {
+#define MODEL_CODE_NAME(name, word, code) {#name, code},
+    MODEL_CODE_LIST(MODEL_CODE_NAME)
+#undef MODEL_CODE_NAME
+};
+
+// A model code by its name, or a number.
+int wordValue(const std::string& s)
+{
+    for (const CodeName& c : CODE_NAMES)
+        if (s == c.name)
+            return c.code;
+    return std::stoi(s);
 }
 
 std::string wordName(int n)
@@ -219,7 +243,7 @@ class Scenario : public CameraTest, public ::testing::WithParamInterface<Case> {
 protected:
     std::vector<std::string> records;  // every record, in order, for the case
     std::map<std::string, std::string> env;
-    std::vector<std::regex> masks;
+    std::vector<std::pair<std::regex, std::string>> masks;  // and what replaces a match
 
     void record(std::vector<std::string> lines)
     {
@@ -227,7 +251,7 @@ protected:
             for (size_t at; (at = l.find(root)) != std::string::npos;)
                 l.replace(at, root.size(), "$ROOT");
             for (auto& m : masks)
-                l = std::regex_replace(l, m, "#");
+                l = std::regex_replace(l, m.first, m.second);
             records.push_back("> " + l);
         }
     }
@@ -275,7 +299,8 @@ protected:
     void play(const Case& c, std::vector<std::string>& rewritten)
     {
         // Times and the answers' own identifiers differ from run to run.
-        masks.emplace_back("\\d{4}-\\d\\d-\\d\\dT\\d\\d:\\d\\d:\\d\\d(\\.\\d+)?Z?");
+        masks.emplace_back(std::regex("\\d{4}-\\d\\d-\\d\\dT\\d\\d:\\d\\d:\\d\\d(\\.\\d+)?Z?"), "#");
+        masks.emplace_back(std::regex("(<tt:(UTC|Local)DateTime>).*?(</tt:(UTC|Local)DateTime>)"), "$1#$3");
         std::string header, length, fileName, fileText;
         bool inFile = false;
         auto flushFile = [&]() {
@@ -302,7 +327,7 @@ protected:
             else if (verb == "dome")
                 useIntegratedDome();
             else if (verb == "word")
-                word(wordNumber(arg.substr(0, arg.find(' ')))) = std::stoi(arg.substr(arg.find(' ') + 1));
+                word(wordNumber(arg.substr(0, arg.find(' ')))) = wordValue(arg.substr(arg.find(' ') + 1));
             else if (verb == "file")
                 inFile = true, fileName = arg, fileText.clear();
             else if (verb == "remove")
@@ -310,7 +335,7 @@ protected:
             else if (verb == "env")
                 env[arg.substr(0, arg.find('='))] = unescape(arg.substr(arg.find('=') + 1));
             else if (verb == "mask")
-                masks.emplace_back(arg);
+                masks.emplace_back(std::regex(arg), "#");
             else if (verb == "length")
                 length = arg;
             else if (verb == "header")
