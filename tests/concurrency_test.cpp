@@ -195,4 +195,27 @@ TEST_F(Concurrent, StatusQueriesNeverShareTheirAnswerFiles)
     expectNothingLeftBehind();
 }
 
+// A removal that waits for the settings file to come back must not keep
+// every other writer out meanwhile.
+TEST_F(Concurrent, AWaitForAMissingFileLeavesOtherWritersFree)
+{
+    const std::string conf = readFile("tmp/onvif/onvif.conf");
+    removeFile("tmp/onvif/onvif.conf");
+    const std::string body = soap("<tds:RemoveScopes><tds:ScopeItem>onvif://www.onvif.org/name/x</tds:ScopeItem>"
+                                  "</tds:RemoveScopes>");
+    writeFile("req-remove", body);
+    pid_t waiting = spawnService({"HOST=192.168.0.100", "CONTENT_LENGTH=" + std::to_string(body.size())},
+                                 path("req-remove"), path("resp-remove"));
+    ASSERT_GE(waiting, 0);
+    for (int i = 0; i < 1000 && errorLog().find("RemoveScopes") == std::string::npos; ++i)
+        usleep(20000);
+    CgiResult other = call("<tds:CreateUsers><tds:User><tt:Username>waiter</tt:Username><tt:Password>secret1"
+                           "</tt:Password><tt:UserLevel>User</tt:UserLevel></tds:User></tds:CreateUsers>");
+    EXPECT_EQ(other.status, 200) << other.envelopeBody;
+    writeFile("tmp/onvif/onvif.conf", conf);
+    int wstatus = 0;
+    waitpid(waiting, &wstatus, 0);
+    EXPECT_EQ(slurp(path("resp-remove")).rfind("Status: ", 0), 0u);
+}
+
 }  // namespace
