@@ -119,4 +119,12 @@ TEST_F(SegmentRestart, SegmentRemovedAndCreatedAgainWhileRequestsRun)
     expectServed();
 }
 
+TEST_F(SegmentRestart, MissingSegmentIsAServiceThatIsNotReady)
+{
+    shmctl(segmentId, IPC_RMID, nullptr);
+    CgiResult r = call("<tds:GetDeviceInformation/>");
+    EXPECT_EQ(r.status, 400);
+    EXPECT_EQ(r.envelopeBody, "");
+}
+
 }  // namespace
