@@ -163,10 +163,10 @@ static void takeOwedInitialStates(const char* now)
     for (int k = 0; k < SUBSCRIPTION_SLOTS; ++k) {
         int* slot = subscriptionSlot(k);
         owed[k][0] = 0;
-        if (pushSlot(slot, k) && slot[SLOT_STATE] == SLOT_PUSH_SYNC) {
-            slot[SLOT_STATE] = SLOT_PUSH;
+        // Taken in one step: the watch and an event's run never both take
+        // a mark, and a slot freed meanwhile stays free.
+        if (pushSlot(slot, k) && __sync_bool_compare_and_swap(&slot[SLOT_STATE], SLOT_PUSH_SYNC, SLOT_PUSH))
             owedInitialStates(slot, now, owed[k], sizeof owed[k]);
-        }
     }
 }
 
@@ -205,15 +205,14 @@ static void utcNow(char* out, size_t n)
     strftime(out, n, "%Y-%m-%dT%H:%M:%SZ", gmtime(&t));
 }
 
-// One round without an event: subscriptions past their term end, and the
-// initial states owed go out.
+// One round without an event: the initial states owed go out. Terms are
+// left to the requests and the events, which end them before they look.
 static void deliverOwedInitialStates()
 {
     char now[32];
     if (!onvifMode())
         return;
     utcNow(now, sizeof now);
-    endExpiredSubscriptions();
     takeOwedInitialStates(now);
     notifySubscribers(-1, "");
 }
@@ -224,6 +223,8 @@ static void watch(int id)
 {
     struct shmid_ds segment;
     while (shmctl(id, IPC_STAT, &segment) == 0 && !(segment.shm_perm.mode & SHM_DEST)) {
+        // The mode may change while the camera runs.
+        forgetMode();
         deliverOwedInitialStates();
         usleep(250000);
     }
