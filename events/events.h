@@ -128,8 +128,12 @@ void standardInitialStates(int filterCode, const char* timeText, char* out, size
 // whether it takes a notification in the standard form.
 int standardContentValid(const char* content);
 int contentTakes(const char* content, const char* message);
-// The content filter kept beside subscription number, and whether it takes
-// the notification (no filter takes all).
+// The event kinds (1 << EventKind) a topic expression in the standard's
+// names takes, alternatives joined by "|"; 0 when one names none.
+unsigned standardTopicExpressionKinds(const char* topic);
+// The filter kept beside subscription number (the kinds its topic takes,
+// then its message content), and whether it takes the notification (no
+// filter takes all): exact where a filter code is wider.
 void contentFilterPath(int number, char* out, size_t n);
 void storeContentFilter(int number);
 int subscriptionTakes(int number, const char* message);

@@ -115,21 +115,28 @@ static unsigned standardTopicKinds(const char* topic, size_t length)
     return 0;
 }
 
-// The standard's topic expression, alternatives joined by "|", reduced to
-// the narrowest code that takes every kind named.
-static int classifyStandardTopic(const char* topic, int* code)
+unsigned standardTopicExpressionKinds(const char* topic)
 {
     unsigned kinds = 0;
     for (const char* p = topic;;) {
         size_t length = strcspn(p, "|");
         unsigned one = standardTopicKinds(p, length);
         if (!one)
-            return FILTER_BAD_TOPIC;
+            return 0;
         kinds |= one;
         if (!p[length])
-            break;
+            return kinds;
         p += length + 1;
     }
+}
+
+// The standard's topic expression reduced to the narrowest code that takes
+// every kind named.
+static int classifyStandardTopic(const char* topic, int* code)
+{
+    unsigned kinds = standardTopicExpressionKinds(topic);
+    if (!kinds)
+        return FILTER_BAD_TOPIC;
     static const struct { unsigned kinds; int code; } CODES[] = {
         {1u << EVENT_MOTION, FILTER_MOTION}, {1u << EVENT_TAMPERING, FILTER_TAMPERING},
         {(1u << EVENT_MOTION) | (1u << EVENT_TAMPERING), FILTER_VIDEO_SOURCE},

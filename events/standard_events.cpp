@@ -193,27 +193,48 @@ int standardNotification(const char* fragment, char* out, size_t n)
 
 void storeContentFilter(int number)
 {
-    char content[257], path[64];
+    char topic[257], content[257], path[64], record[300];
     contentFilterPath(number, path, sizeof path);
-    if (requestText("wsnt:MessageContent", content, sizeof content) == Read::Value)
-        replaceFileContent(path, content);
-    else {
+    int hasTopic = requestText("wsnt:TopicExpression", topic, sizeof topic) == Read::Value;
+    int hasContent = requestText("wsnt:MessageContent", content, sizeof content) == Read::Value;
+    if (hasTopic || hasContent) {
+        snprintf(record, sizeof record, "%u\n%s", hasTopic ? standardTopicExpressionKinds(topic) : 0u,
+                 hasContent ? content : "");
+        replaceFileContent(path, record);
+    } else {
         char real[512];
         unlink(resolvePath(path, real, sizeof real));
     }
 }
 
+// The kind of a notification's topic, -1 when none.
+static int notificationKind(const char* message)
+{
+    const char* topic = strstr(message, "<wsnt:Topic");
+    topic = topic ? strchr(topic, '>') : 0;
+    if (!topic)
+        return -1;
+    char text[128];
+    snprintf(text, sizeof text, "%.*s", (int)strcspn(topic + 1, "<"), topic + 1);
+    return kindOfTopic(text);
+}
+
 int subscriptionTakes(int number, const char* message)
 {
-    char path[64], content[257];
+    char path[64], record[300];
     contentFilterPath(number, path, sizeof path);
     FILE* f = fopenRoot(path, "r");
     if (!f)
         return 1;
-    size_t n = fread(content, 1, sizeof content - 1, f);
+    size_t n = fread(record, 1, sizeof record - 1, f);
     fclose(f);
-    content[n] = 0;
-    return contentTakes(content, message);
+    record[n] = 0;
+    char* content = strchr(record, '\n');
+    unsigned kinds = (unsigned)strtoul(record, 0, 10);
+    int kind = notificationKind(message);
+    if (kinds && kind >= 0 && !(kinds & (1u << kind)))
+        return 0;
+    return !content || !content[1] || contentTakes(content + 1, message);
 }
 
 // --- PullMessages ---

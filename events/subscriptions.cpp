@@ -185,7 +185,9 @@ void Subscribe()
     sscanf(consumer, "%128[^:]://%128[^:]:%128s", scheme, host, rest);
     int address[4];
     parseAddressParts(host, address);
-    claimSlot(SLOT_PUSH, address, code, termination, mode);
+    // In the ONVIF mode the event process owes a new subscriber the initial
+    // states, as after a synchronization point.
+    claimSlot(onvifMode() ? SLOT_PUSH_SYNC : SLOT_PUSH, address, code, termination, mode);
     if (onvifMode())
         storeContentFilter(number);
     setShmWord(SUBSCRIPTION_CHANGE_WORD, SUBSCRIPTION_PUSH_ADDED);

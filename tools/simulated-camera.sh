@@ -164,6 +164,9 @@ for r in $roots; do
     ONVIF_ROOT="$r" $shm set $words
     ONVIF_ROOT="$r" $emulator "$build/ptz-head" &
     heads="$heads $!"
+    # The event process between events: the initial states owed to push subscribers.
+    ONVIF_ROOT="$r" $emulator "$build/sim-event" watch &
+    heads="$heads $!"
 done
 
 # The stream server is built only where GStreamer's RTSP server library is.

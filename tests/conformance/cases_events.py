@@ -8,10 +8,11 @@ import re
 import subprocess
 import threading
 import time
+from xml.etree import ElementTree
 from xml.sax.saxutils import escape
 
 import features
-from registry import case, not_applicable, not_coded
+from registry import case, not_applicable
 from soap import NS, check, q
 
 WSA = "http://www.w3.org/2005/08/addressing"
@@ -481,12 +482,67 @@ def base_invalid_topic(cam, consumer):
     fault_named(answer, "InvalidFilterFault", "TopicNotSupported", "InvalidTopicExpressionFault")
 
 
+def notified(consumer, done, seconds=5):
+    """Every NotificationMessage the consumer has received, once done(messages) or the time is up."""
+    deadline = time.time() + seconds
+    while True:
+        messages = [m for body in list(consumer.received)
+                    for m in ElementTree.fromstring(body).iter("{%s}NotificationMessage" % NS["wsnt"])]
+        if done(messages) or time.time() >= deadline:
+            return messages
+        time.sleep(0.1)
+
+
+def initialized(messages, topic):
+    return [m for m in messages if operation_of(m) == "Initialized" and topic_of(m) == topic]
+
+
+def source_of(message):
+    return [(i.get("Name"), i.get("Value")) for i in message.iterfind("wsnt:Message/tt:Message/tt:Source/tt:SimpleItem", NS)]
+
+
 @case("EVENT-2-1-24", "events")
 @with_consumer
 def base_synchronization_point(cam, consumer):
-    address = subscribe(cam, consumer)
-    at_ok(cam, address, "tev:SetSynchronizationPoint")
-    unsubscribe(cam, address)
+    cam.ok("tev:GetEventProperties")
+    address = subscribe(cam, consumer, topic=MOTION)
+    try:
+        first = initialized(notified(consumer, lambda got: initialized(got, MOTION)), MOTION)
+        check(first, "no initial state: %s" % [topic_of(m) for m in notified(consumer, bool, 0)])
+        count = len(consumer.received)
+        at_ok(cam, address, "tev:SetSynchronizationPoint")
+        again = lambda got: [m for m in initialized(got, MOTION) if source_of(m) == source_of(first[0])]
+        got = notified(consumer, lambda got: len(again(got)) > 1)
+        check(len(consumer.received) > count and len(again(got)) > 1, "no initial state after the synchronization point")
+    finally:
+        unsubscribe(cam, address)
+
+
+def notify_filter_case(topic_filter, wanted, takes):
+    """A Subscribe with a topic filter: every Notify stays inside it, and the wanted topics arrive (the
+    camera's property events report them as their initial states, and the events are triggered)."""
+    @with_consumer
+    def run(cam, consumer):
+        cam.ok("tev:GetEventProperties")
+        address = subscribe(cam, consumer, topic=topic_filter)
+        try:
+            event("motion", "on")
+            event("input", "1", "on")
+            topics = {topic_of(m) for m in notified(consumer, lambda got: wanted <= {topic_of(m) for m in got})}
+        finally:
+            unsubscribe(cam, address)
+            event("motion", "off")
+            event("input", "1", "off")
+        check(all(takes(t) for t in topics), "topics outside the filter: %s" % sorted(topics))
+        check(wanted <= topics, "topics %s" % sorted(topics))
+    return run
+
+
+case("EVENT-2-1-25", "events")(notify_filter_case(MOTION + "|" + INPUT, {MOTION, INPUT}, lambda t: t in (MOTION, INPUT)))
+case("EVENT-2-1-26", "events")(notify_filter_case("tns1:VideoSource//.", {MOTION},
+                                                  lambda t: t.startswith("tns1:VideoSource/")))
+case("EVENT-2-1-27", "events")(notify_filter_case("tns1:VideoSource//.|" + INPUT, {MOTION, INPUT},
+                                                  lambda t: t.startswith("tns1:VideoSource/") or t == INPUT))
 
 
 @case("EVENT-2-1-29", "events")
@@ -495,11 +551,6 @@ def base_content_filter(cam, consumer):
     got = filtered_notifications(cam, consumer,
                                  content='boolean(//tt:SimpleItem[@Name="InputToken" and @Value="IO_Input1"])')
     check(all('Value="IO_Input1"' in n for n in got), "notifications %s" % [n[-300:] for n in got])
-
-
-not_coded("the initial states a push subscriber would get on a synchronization point are not delivered; "
-          "topic subtrees with or-joined contents are covered by EVENT-3-1-33/34", "EVENT-2-1-25", "EVENT-2-1-26",
-          "EVENT-2-1-27")
 
 
 # --- The same Subscribe written with other prefixes and namespace declarations ---
