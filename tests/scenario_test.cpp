@@ -358,12 +358,12 @@ protected:
             }
             flushFile();
             size_t sp = line.find(' ');
-            std::string verb = line.substr(0, sp),
-                        arg = sp == std::string::npos ? "" : expand(line.substr(sp + 1), *c.defines);
-            std::vector<std::string> out;
+            std::string verb = line.substr(0, sp);
             if (verb.empty() || verb[0] == '#' || verb == "define")
                 continue;
-            else if (verb == "mode" && arg == "onvif")
+            std::string arg = sp == std::string::npos ? "" : expand(line.substr(sp + 1), *c.defines);
+            std::vector<std::string> out;
+            if (verb == "mode" && arg == "onvif")
                 setOnvifMode();
             else if (verb == "dome")
                 useIntegratedDome();
