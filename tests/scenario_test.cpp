@@ -219,7 +219,7 @@ class Scenario : public CameraTest, public ::testing::WithParamInterface<Case> {
 protected:
     std::vector<std::string> records;  // every record, in order, for the case
     std::map<std::string, std::string> env;
-    std::vector<std::regex> masks;
+    std::vector<std::regex> masks, hides;
 
     void record(std::vector<std::string> lines)
     {
@@ -228,7 +228,8 @@ protected:
                 l.replace(at, root.size(), "$ROOT");
             for (auto& m : masks)
                 l = std::regex_replace(l, m, "#");
-            records.push_back("> " + l);
+            if (std::none_of(hides.begin(), hides.end(), [&](const std::regex& h) { return std::regex_search(l, h); }))
+                records.push_back("> " + l);
         }
     }
 
@@ -311,6 +312,10 @@ protected:
                 env[arg.substr(0, arg.find('='))] = unescape(arg.substr(arg.find('=') + 1));
             else if (verb == "mask")
                 masks.emplace_back(arg);
+            else if (verb == "unmask")  // drops the masks so far, the times' one included
+                masks.clear();
+            else if (verb == "hide")  // record lines that come and go with the clock
+                hides.emplace_back(arg);
             else if (verb == "length")
                 length = arg;
             else if (verb == "header")
