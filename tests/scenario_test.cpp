@@ -292,6 +292,8 @@ protected:
     std::vector<std::string> records;  // every record, in order, for the case
     std::map<std::string, std::string> env;
     std::vector<std::pair<std::regex, std::string>> masks;  // and what replaces a match
+    std::vector<std::regex> hides;
+    bool showClock = false;  // after unmask: the termination words too
 
     void record(std::vector<std::string> lines)
     {
@@ -300,7 +302,8 @@ protected:
                 l.replace(at, root.size(), "$ROOT");
             for (auto& m : masks)
                 l = std::regex_replace(l, m.first, m.second);
-            records.push_back("> " + l);
+            if (std::none_of(hides.begin(), hides.end(), [&](const std::regex& h) { return std::regex_search(l, h); }))
+                records.push_back("> " + l);
         }
     }
 
@@ -327,7 +330,7 @@ protected:
         for (const std::string& c : splitLines(cameraCalls().substr(callsBefore)))
             out.push_back("call " + printable(c));
         for (int i = 0; i < ONVIF_SHM_WORDS; ++i)
-            if (words[i] != wordsBefore[i] && !isTimeWord(i))
+            if (words[i] != wordsBefore[i] && (showClock || !isTimeWord(i)))
                 out.push_back("word " + wordName(i) + " " + std::to_string(wordsBefore[i]) + " -> " +
                               std::to_string(words[i]));
         std::map<std::string, std::string> filesAfter;
@@ -377,6 +380,10 @@ protected:
                 env[arg.substr(0, arg.find('='))] = unescape(arg.substr(arg.find('=') + 1));
             else if (verb == "mask")
                 masks.emplace_back(std::regex(arg), "#");
+            else if (verb == "unmask")  // drops the masks so far, the times' one included
+                masks.clear(), showClock = true;
+            else if (verb == "hide")  // record lines that come and go with the clock
+                hides.emplace_back(arg);
             else if (verb == "length")
                 length = arg;
             else if (verb == "header")

@@ -1,11 +1,10 @@
-// Settings files: key rewrites through a work copy, the line reader, and the
-// error log's quoting.
+// Settings files: the line reader, bounded formats, the error log's quoting,
+// paths and tokens.
 #include "state/config.h"
 #include "state/paths.h"
 #include "state/shm.h"
 #include "tests/fixture.h"
 
-#include <dirent.h>
 #include <stdlib.h>
 #include <string.h>
 
@@ -28,45 +27,7 @@ protected:
         unsetenv("ONVIF_ROOT");
         CameraTest::TearDown();
     }
-    // Files in tmp/onvif/ other than the ones the factory put there.
-    int strayFiles()
-    {
-        int n = 0;
-        DIR* d = opendir(path("tmp/onvif").c_str());
-        while (dirent* e = readdir(d))
-            n += strstr(e->d_name, ".conf.") != nullptr;
-        closedir(d);
-        return n;
-    }
 };
-
-TEST_F(SettingsStore, UpdateReplacesEveryLineHoldingTheKeyAndAddsNone)
-{
-    writeFile("tmp/onvif/onvif.conf",
-              "A=1\nDNSInformation.SearchDomain=old\nDNSInformation.SearchDomain=dup\n"
-              "Rate=100%\nX.DNSInformation.SearchDomain=tail\nlast\n");
-    EXPECT_EQ(Update_ONVIF_CONF_FILE("DNSInformation.SearchDomain=", ""), 0);
-    EXPECT_EQ(readFile("tmp/onvif/onvif.conf"),
-              "A=1\nDNSInformation.SearchDomain=\nDNSInformation.SearchDomain=\n"
-              "Rate=100%\nDNSInformation.SearchDomain=\nlast\n");
-    const std::string before = readFile("tmp/onvif/onvif.conf");
-    EXPECT_EQ(Update_ONVIF_CONF_FILE("Missing.Key=", "v"), 0);
-    EXPECT_EQ(readFile("tmp/onvif/onvif.conf"), before);
-    EXPECT_EQ(strayFiles(), 0);
-
-    removeFile("tmp/onvif/onvif.conf");
-    EXPECT_EQ(Update_ONVIF_CONF_FILE("A=", "2"), -1);
-    EXPECT_FALSE(exists("tmp/onvif/onvif.conf"));
-}
-
-TEST_F(SettingsStore, LongLinesAreCopiedWhole)
-{
-    std::string longLine = "Long=" + std::string(3000, 'x') + "A=\n";
-    writeFile("tmp/onvif/onvif.conf", longLine + "A=1\n" + "B=" + std::string(3000, 'b') + "\nC=1\n");
-    EXPECT_EQ(Update_ONVIF_CONF_FILE("A=", "2"), 0);
-    EXPECT_EQ(Update_ONVIF_CONF_FILE("B=", "short"), 0);
-    EXPECT_EQ(readFile("tmp/onvif/onvif.conf"), longLine + "A=2\nB=short\nC=1\n");
-}
 
 TEST_F(SettingsStore, LineReaderScansOneLineAtATime)
 {

@@ -1,6 +1,7 @@
-// The strict forms of addresses and durations that media setters and
-// addresses rely on, beside the camera's lenient checkers.
+// The strict forms of addresses, durations and URIs that setters and the
+// ONVIF mode's stored values rely on, beside the camera's lenient checkers.
 #include "state/checkers.h"
+#include "state/schema_values.h"
 
 #include <gtest/gtest.h>
 
@@ -30,4 +31,17 @@ TEST(StrictForms, XmlDuration)
     for (const char* bad : {"", "P", "PT", "60", "PT60", "PTS", "PT1.S", "P1.5D", "PT1S1M", "PT60S`reboot`",
                             "invalid", "-PT1S", "PT1H1H"})
         EXPECT_FALSE(isXmlDuration(bad)) << bad;
+}
+
+TEST(SchemaValues, DurationsAndUris)
+{
+    for (const char* yes : {"PT10S", "P1D", "P1Y2M3DT4H5M6.5S", "-PT1M", "PT0S", "P0D"})
+        EXPECT_TRUE(isDurationText(yes)) << yes;
+    for (const char* no : {"", "P", "PT", "P1DT", "PT1", "10S", "PT1S5M", "P1.5D", "PT.5S", "PT1.S", "<b>PT1S",
+                           "PT1S ", "invalid"})
+        EXPECT_FALSE(isDurationText(no)) << no;
+    for (const char* yes : {"onvif://www.onvif.org/name/Camera", "onvif://x/a%20b", "urn:x?y=1#z"})
+        EXPECT_TRUE(isUriText(yes)) << yes;
+    for (const char* no : {"", "a b", "a<b", "a%2", "a%zz", "a\"b", "a\\b", "tab\there"})
+        EXPECT_FALSE(isUriText(no)) << no;
 }
