@@ -4,14 +4,9 @@
 # Probes for other types or scopes left unanswered, Bye on stop. Where the
 # host keeps the loopback interface out of multicast, the group part is
 # skipped and only the unicast part runs.
-set -u
-top=$(cd "$(dirname "$0")/.." && pwd)
-work=$(mktemp -d /tmp/onvif-discovery-XXXXXX)
-trap 'rm -rf "$work"' EXIT INT TERM
-. "$top/tests/ports.sh"
-port=$(free_port udp)
-cp -a "$top/factory/." "$work/"
-python3 - "$top/tools/sim/discovery" "$work" "$port" <<'PY'
+. "$(dirname "$0")/common.sh"
+cp -a "$top/factory/." "$root/"
+python3 - "$top/tools/sim/discovery" "$root" "$(free_port udp)" <<'PY' || exit 1
 import os, socket, struct, subprocess, sys, uuid
 
 program, root, port = sys.argv[1], sys.argv[2], int(sys.argv[3])
