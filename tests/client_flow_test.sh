@@ -10,19 +10,16 @@ case "$flow" in
         runner=/usr/bin/python3
         flow="$top/tests/conformance/run.py" ;;
     *.js)
-        command -v node >/dev/null || fail "node missing (Debian package nodejs; tools/setup.sh installs it)"
-        [ -d "$top/tests/clients/node_modules" ] || fail "tests/clients/node_modules missing: run 'npm ci' there (tools/setup.sh does)"
+        [ -d "$top/tests/clients/node_modules" ] && command -v node >/dev/null \
+            || fail "node or tests/clients/node_modules missing (tools/setup.sh installs both)"
         runner=node ;;
     *.py)
-        /usr/bin/python3 -c 'import zeep' 2>/dev/null || fail "zeep missing (Debian package python3-zeep; tools/setup.sh installs it)"
+        # Debian's python3 with Debian's zeep, whatever python3 is first on the path.
+        runner=/usr/bin/python3
+        $runner -c 'import zeep' 2>/dev/null || fail "zeep missing (Debian package python3-zeep; tools/setup.sh installs it)"
         # zeep reads the ONVIF WSDLs beside the project (or where ONVIF_SCHEMA_DIR says).
         schema="${ONVIF_SCHEMA_DIR:-$top/../shared/onvif-schema}"
-        if [ ! -d "$schema/onvif" ]; then
-            echo "no ONVIF schema at $schema (set ONVIF_SCHEMA_DIR): flow skipped"
-            exit 77
-        fi
-        # Debian's python3 with Debian's zeep, whatever python3 is first on the path.
-        runner=/usr/bin/python3 ;;
+        [ -d "$schema/onvif" ] || { echo "no ONVIF schema at $schema (set ONVIF_SCHEMA_DIR): flow skipped"; exit 77; } ;;
     *) fail "unknown flow $flow" ;;
 esac
 

@@ -2,9 +2,9 @@
 # The program behind one of the web servers a camera ships, end to end on a free loopback port:
 # tests/web_server_test.sh lighttpd|apache2|mini_httpd. The server runs from the sample
 # configuration of tools/web/ with the program at its installed place; a wrapper there records
-# the CGI environment of every request. Checks the device information, a PTZ move's camera
-# program, a pull point at its own address, the headers that reach the program, the bodies a
-# server may pass on oddly (each answered, never a hang) and HTTP digest in the ONVIF mode.
+# the CGI environment of every request. Checks a pull point at its own address (the query
+# reaches the program), the headers that reach it, the bodies a server may pass on oddly (each
+# answered, never a hang) and HTTP digest in the ONVIF mode.
 server="${1:-}"
 case "$server" in
     lighttpd) binary=lighttpd; package=lighttpd ;;
@@ -42,10 +42,6 @@ sed -i "s|^root.Network.IPAddress=.*|root.Network.IPAddress=127.0.0.1|" "$root/e
 for conf in "$root/tmp/onvif/onvif.conf" "$root/usr/apache/htdocs/onvif/onvif.conf"; do
     sed -i -e "s|^Network.IPv4.Config.Manual.Address=.*|Network.IPv4.Config.Manual.Address=127.0.0.1|" \
         -e "s|^Network.Protocols.HTTP.Port=.*|Network.Protocols.HTTP.Port=$port|" "$conf"
-done
-for dir in cgi-bin vantor-cgi; do
-    mkdir -p "$root/usr/apache/htdocs/$dir/com"
-    cp "$top/tools/sim/camera-program" "$root/usr/apache/htdocs/$dir/com/ptz.cgi"
 done
 ONVIF_ROOT="$root" $shm create >/dev/null || fail "no segment"
 ONVIF_ROOT="$root" $shm set $(grep -v '^#' "$top/tools/sim/camera-words" | tr '\n' ' ') >/dev/null
@@ -141,11 +137,6 @@ for i in $(seq 1 100); do
 done
 echo "$answer" | grep -q "<tds:Manufacturer>Camera</tds:Manufacturer>" || fail "no device information: $answer"
 
-moved=$(soap "<tptz:ContinuousMove><tptz:ProfileToken>Profile1</tptz:ProfileToken><tptz:Velocity>\
-<tt:PanTilt x=\"0.5\" y=\"0\"/></tptz:Velocity><tptz:Timeout>PT2S</tptz:Timeout></tptz:ContinuousMove>")
-echo "$moved" | grep -q 'ContinuousMoveResponse' || fail "move refused: $moved"
-grep -q 'com/ptz.cgi' "$root/camera_calls.log" 2>/dev/null || fail "move ran no PTZ program"
-
 created=$(soap "<tev:CreatePullPointSubscription><tev:InitialTerminationTime>PT60S</tev:InitialTerminationTime>\
 </tev:CreatePullPointSubscription>")
 subscription=$(echo "$created" | sed -n 's|.*<wsa5:Address>\([^<]*\)</wsa5:Address>.*|\1|p')
@@ -225,9 +216,7 @@ echo "$announced" | grep -q '</tds:GetDeviceInformationResponse></SOAP-ENV:Body>
 # mini_httpd keeps Authorization from the program: its cameras need
 # WS-Security tokens.
 if [ "$server" != mini_httpd ]; then
-    for conf in "$root/tmp/onvif/onvif.conf"; do
-        sed -i "s|^Conformance.Mode=.*|Conformance.Mode=onvif|" "$conf"
-    done
+    sed -i "s|^Conformance.Mode=.*|Conformance.Mode=onvif|" "$root/tmp/onvif/onvif.conf"
     printf '%s' '<?xml version="1.0" encoding="UTF-8"?><s:Envelope xmlns:s="http://www.w3.org/2003/05/soap-envelope"><s:Body>\
 <GetUsers xmlns="http://www.onvif.org/ver10/device/wsdl"/></s:Body></s:Envelope>' > "$work/users"
     users() { post "$url" "$work/users" "$@"; }
@@ -237,12 +226,8 @@ if [ "$server" != mini_httpd ]; then
     challenges=$(grep -i '^WWW-Authenticate:' "$work/challenge.headers" | tr '\n' ' ')
     [ "$(echo "$challenges" | grep -o 'Digest realm=' | wc -l)" = 2 ] || fail "challenges: $challenges"
     echo "$challenges" | grep -q 'algorithm=SHA-256.*algorithm=MD5' || fail "SHA-256 not first: $challenges"
-    for user in onvifuser:onvif1234 admin:admin; do
-        signed=$(users --digest -u "$user")
-        [ "$(status_of "$signed")" = 200 ] || fail "digest as $user: $signed"
-    done
-    wrong=$(users --digest -u onvifuser:wrong)
-    [ "$(status_of "$wrong")" = 401 ] || fail "wrong password: $wrong"
+    signed=$(users --digest -u onvifuser:onvif1234)
+    [ "$(status_of "$signed")" = 200 ] || fail "digest: $signed"
 fi
 
 echo "PASS ($server: chunked body $(status_of "$chunked"), over-long body $(status_of "$long"))"
