@@ -35,7 +35,7 @@ fail() {
     exit 1
 }
 
-# --- A camera root, its segment and recording stand-ins for the PTZ program.
+# --- A camera root and its segment.
 mkdir -p "$root" "$htdocs/onvif"
 cp -a "$top/factory/." "$root/"
 sed -i "s|^root.Network.IPAddress=.*|root.Network.IPAddress=127.0.0.1|" "$root/etc/sysconfig/network.conf"
