@@ -4,14 +4,9 @@
 # Probes for other types or scopes left unanswered, Bye on stop. Where the
 # host keeps the loopback interface out of multicast, the group part is
 # skipped and only the unicast part runs.
-set -u
-top=$(cd "$(dirname "$0")/.." && pwd)
-work=$(mktemp -d /tmp/onvif-discovery-XXXXXX)
-trap 'rm -rf "$work"' EXIT INT TERM
-. "$top/tests/ports.sh"
-port=$(free_port udp)
-cp -a "$top/factory/." "$work/"
-python3 - "$top/tools/sim/discovery" "$work" "$port" <<'PY'
+. "$(dirname "$0")/common.sh"
+cp -a "$top/factory/." "$root/"
+python3 - "$top/tools/sim/discovery" "$root" "$(free_port udp)" <<'PY' || exit 1
 import os, socket, struct, subprocess, sys, uuid
 
 program, root, port = sys.argv[1], sys.argv[2], int(sys.argv[3])
@@ -73,18 +68,17 @@ try:
         if "<wsd:ProbeMatch>" not in answer:
             fail("Probe to the group unanswered: " + answer)
 
-    if "<wsd:ProbeMatch>" not in ask(client, probe(), unicast):
-        fail("a Probe without types or scopes is unanswered")
-    if "<wsd:ProbeMatch>" not in ask(client, probe(scopes="onvif://www.onvif.org/name onvif://www.onvif.org/type/video_encoder"), unicast):
-        fail("a Probe for scopes the camera has is unanswered")
-    if ask(client, probe(scopes="onvif://www.onvif.org/name/Other"), unicast):
-        fail("answered a Probe for a scope the camera lacks")
-    if ask(client, probe(scopes="onvif://www.onvif.org/nam"), unicast):
-        fail("a scope matched in the middle of a path segment")
-    if ask(client, probe("x:Printer"), unicast):
-        fail("answered a Probe for another type")
-    if ask(client, b"<not-xml", unicast):
-        fail("answered a message that is no Probe")
+    for message, answered, what in (
+        (probe(), True, "a Probe without types or scopes"),
+        (probe(scopes="onvif://www.onvif.org/name onvif://www.onvif.org/type/video_encoder"), True, "scopes the camera has"),
+        (probe(scopes="onvif://www.onvif.org/name/Other"), False, "a scope the camera lacks"),
+        (probe(scopes="onvif://www.onvif.org/nam"), False, "a scope that ends in the middle of a path segment"),
+        (probe("x:Printer"), False, "another type"),
+        (b"<not-xml", False, "a message that is no Probe"),
+    ):
+        got = ask(client, message, unicast)
+        if ("<wsd:ProbeMatch>" not in got) if answered else got:
+            fail("%s: %s" % (what, "unanswered" if answered else "answered " + got))
 
     responder.terminate()
     responder.wait(timeout=10)

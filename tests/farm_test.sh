@@ -1,71 +1,32 @@
 #!/bin/sh
-# A farm of four simulated cameras end to end, on free loopback addresses and
-# ports: one Probe finds them all with distinct identities and addresses, each
-# answers with its own serial, a pan on one slides its picture and no other,
-# the stream carries the configured H.264 profile,
-# and the watch page in headless Chromium shows them all and its motion switch
-# reaches a pull point of that camera. Nothing is left running.
-set -u
-top=$(cd "$(dirname "$0")/.." && pwd)
-work=$(mktemp -d /tmp/onvif-farm-XXXXXX)
-sim=""
+# A farm of four simulated cameras on loopback addresses of their own: one Probe finds them all
+# with distinct identities and addresses, a pan on one slides its picture and no other, the stream
+# carries the configured H.264 profile, nothing listens outside loopback, and the watch page in
+# headless Chromium shows every camera and its motion switch reaches that camera's pull point.
+. "$(dirname "$0")/common.sh"
 count=4
-. "$top/tests/ports.sh"
-camera_ports
-# A /24 of the loopback range picked from the free port, so parallel runs differ.
-net="127.$((port % 200 + 30)).$((rtsp_port % 250 + 1))"
-farm="$work/farm"
-shm="$top/build/onvif-shm"
-
-cleanup() {
-    trap - EXIT INT TERM
-    if [ -n "$sim" ]; then
-        kill -TERM "$sim" 2>/dev/null
-        wait "$sim" 2>/dev/null
-    fi
-    rm -rf "$work"
-}
-trap cleanup EXIT INT TERM
-fail() { echo "FAIL: $*"; cat "$work/log"; exit 1; }
-
+# A /24 of the loopback range picked from the process id, so parallel runs differ.
+export ONVIF_FARM_NET="127.$(($$ % 200 + 30)).$(($$ / 200 % 250 + 1))"
+net=$ONVIF_FARM_NET
 [ -x "$top/build/rtsp-server" ] && [ -x "$top/build/sim-snapshot" ] || fail "stream server or snapshot program not built"
-CAMERA_ROOT="$farm" ONVIF_FARM_NET="$net" ONVIF_PORT=$port ONVIF_RTSP_PORT=$rtsp_port \
-    ONVIF_DISCOVERY_PORT=$discovery_port SKIP_SETUP=1 "$top/tools/simulated-camera.sh" --cameras $count > "$work/log" 2>&1 &
-sim=$!
-
-soap() {  # soap CAMERA BODY [HEADER]
-    printf '%s' "<?xml version=\"1.0\" encoding=\"UTF-8\"?><s:Envelope xmlns:s=\"http://www.w3.org/2003/05/soap-envelope\" \
-xmlns:tds=\"http://www.onvif.org/ver10/device/wsdl\" xmlns:tptz=\"http://www.onvif.org/ver20/ptz/wsdl\" \
-xmlns:tev=\"http://www.onvif.org/ver10/events/wsdl\" xmlns:tt=\"http://www.onvif.org/ver10/schema\"><s:Header>\
-<wsse:Security xmlns:wsse=\"http://docs.oasis-open.org/wss/2004/01/oasis-200401-wss-wssecurity-secext-1.0.xsd\">\
-<wsse:UsernameToken><wsse:Username>onvifuser</wsse:Username><wsse:Password Type=\"PasswordText\">onvif1234\
-</wsse:Password></wsse:UsernameToken></wsse:Security>${3:-}</s:Header><s:Body>$2</s:Body></s:Envelope>" > "$work/request.$1"
-    curl -s --max-time 30 -d @"$work/request.$1" "http://$net.$1:$port/onvif/device_service"
-}
+start_camera --cameras $count
+at() { echo "http://$net.$1:$port/onvif/device_service"; }
 
 # --- Each camera answers with its own serial.
 serials=""
 for k in $(seq 1 $count); do
-    answer=""
-    for i in $(seq 1 150); do
-        answer=$(curl -s -d @"$top/tools/sim/GetDeviceInformation.xml" "http://$net.$k:$port/onvif/device_service") \
-            && [ -n "$answer" ] && break
-        sleep 0.2
-    done
-    serial=$(echo "$answer" | sed -n 's|.*<tds:SerialNumber>\([^<]*\)<.*|\1|p')
-    [ -n "$serial" ] || fail "camera $k: no serial: $answer"
-    serials="$serials $serial"
+    ready "$(at $k)"
+    serials="$serials $(echo "$answer" | sed -n 's|.*<tds:SerialNumber>\([^<]*\)<.*|\1|p')"
 done
 [ "$(echo $serials | tr ' ' '\n' | sort -u | wc -l)" = $count ] || fail "serials not distinct:$serials"
 
-# --- One Probe to the responder finds every discoverable camera, each from its
-# own address; a camera made NonDiscoverable hides only itself.
+# --- One Probe finds every discoverable camera, each from its own address;
+# a camera made NonDiscoverable hides only itself.
 probe() {  # probe CAMERA...: the cameras that must answer
     python3 - "$discovery_port" "$net" "$port" "$@" > "$work/probe" 2>&1 <<'PY' || fail "discovery: $(cat "$work/probe")"
 import re, socket, sys, uuid
 port, net, http = int(sys.argv[1]), sys.argv[2], sys.argv[3]
-expected = [int(k) for k in sys.argv[4:]]
-count = len(expected)
+want = {"%s.%s" % (net, k): "http://%s.%s:%s/onvif/device_service" % (net, k, http) for k in sys.argv[4:]}
 probe = ('<?xml version="1.0" encoding="UTF-8"?><e:Envelope xmlns:e="http://www.w3.org/2003/05/soap-envelope" '
          'xmlns:w="http://schemas.xmlsoap.org/ws/2004/08/addressing" xmlns:d="http://schemas.xmlsoap.org/ws/2005/04/discovery" '
          'xmlns:dn="http://www.onvif.org/ver10/network/wsdl"><e:Header><w:MessageID>uuid:%s</w:MessageID>'
@@ -78,29 +39,21 @@ s.settimeout(2)
 s.sendto(probe.encode(), ("127.0.0.1", port))
 found = {}
 try:
-    while len(found) < count:
-        data, sender = s.recvfrom(65536)
-        text = data.decode()
-        endpoint = re.search(r"<wsa:Address>(urn:uuid:[^<]+)</wsa:Address>", text).group(1)
-        xaddr = re.search(r"<wsd:XAddrs>([^<]+)</wsd:XAddrs>", text).group(1)
-        name = re.search(r"onvif://www.onvif.org/name/(\S+)", text).group(1)
-        found[sender[0]] = (endpoint, xaddr, name)
-except socket.timeout:
-    pass
-want = {"%s.%d" % (net, k): "http://%s.%d:%s/onvif/device_service" % (net, k, http) for k in expected}
-try:
-    data, sender = s.recvfrom(65536)  # nobody more
-    found[sender[0]] = ("", "", "")
+    while True:  # every answer within 2 s, one more included
+        text, (sender, _) = s.recvfrom(65536)
+        text = text.decode()
+        found[sender] = tuple(re.search(p, text).group(1) for p in (
+            r"<wsa:Address>(urn:uuid:[^<]+)</wsa:Address>", r"<wsd:XAddrs>([^<]+)</wsd:XAddrs>", r"onvif://www.onvif.org/name/(\S+)"))
 except socket.timeout:
     pass
 assert set(found) == set(want), "answered from %s" % sorted(found)
 assert all(found[a][1] == want[a] for a in want), "XAddrs %s" % found
-assert len({f[0] for f in found.values()}) == count, "endpoints not distinct: %s" % found
-assert len({f[2] for f in found.values()}) == count, "names not distinct: %s" % found
+assert len({f[0] for f in found.values()}) == len(want), "endpoints not distinct: %s" % found
+assert len({f[2] for f in found.values()}) == len(want), "names not distinct: %s" % found
 PY
 }
 probe $(seq 1 $count)
-hidden=$(soap $count "<tds:SetDiscoveryMode><tds:DiscoveryMode>NonDiscoverable</tds:DiscoveryMode></tds:SetDiscoveryMode>")
+hidden=$(soap "<tds:SetDiscoveryMode><tds:DiscoveryMode>NonDiscoverable</tds:DiscoveryMode></tds:SetDiscoveryMode>" "" "$(at $count)")
 echo "$hidden" | grep -q SetDiscoveryModeResponse || fail "SetDiscoveryMode: $hidden"
 probe $(seq 1 $((count - 1)))
 
@@ -127,14 +80,14 @@ def cost(d):  # b[x] == a[x + d] when the content moved d pixels left
 print(min(range(-320, 321), key=cost))
 PY
 }
-pan_of() { cut -d' ' -f1 "$farm/cam1/tmp/ptz_head_view" 2>/dev/null || echo 0; }
+pan_of() { cut -d' ' -f1 "$root/cam1/tmp/ptz_head_view" 2>/dev/null || echo 0; }
 snapshots before
 pan_before=$(pan_of)
-moved=$(soap 1 "<tptz:ContinuousMove><tptz:ProfileToken>Profile1</tptz:ProfileToken><tptz:Velocity>\
-<tt:PanTilt x=\"0.3\" y=\"0\"/></tptz:Velocity><tptz:Timeout>PT1S</tptz:Timeout></tptz:ContinuousMove>")
+moved=$(soap "<tptz:ContinuousMove><tptz:ProfileToken>Profile1</tptz:ProfileToken><tptz:Velocity>\
+<tt:PanTilt x=\"0.3\" y=\"0\"/></tptz:Velocity><tptz:Timeout>PT1S</tptz:Timeout></tptz:ContinuousMove>" "" "$(at 1)")
 echo "$moved" | grep -q ContinuousMoveResponse || fail "move refused: $moved"
 for i in $(seq 1 50); do
-    soap 1 "<tptz:GetStatus><tptz:ProfileToken>Profile1</tptz:ProfileToken></tptz:GetStatus>" |
+    soap "<tptz:GetStatus><tptz:ProfileToken>Profile1</tptz:ProfileToken></tptz:GetStatus>" "" "$(at 1)" |
         grep -q '<tt:PanTilt>IDLE</tt:PanTilt>' && break
     sleep 0.2
 done
@@ -161,16 +114,13 @@ profile=$(timeout 30 ffprobe -v error -rtsp_transport tcp -select_streams v:0 -s
 listening=$(ss -Hlntu 2>/dev/null | awk '{print $5}' | grep -E ":($port|$rtsp_port|$discovery_port)\$")
 echo "$listening" | grep -v -E '^(127\.[0-9.]+|239\.255\.255\.250):' && fail "listening outside loopback: $listening"
 
-# --- The watch page: every camera, and a motion switch that a pull point hears.
-created=$(soap 3 "<tev:CreatePullPointSubscription><tev:InitialTerminationTime>PT120S</tev:InitialTerminationTime></tev:CreatePullPointSubscription>")
-subscription=$(echo "$created" | sed -n 's|.*<wsa5:Address>\([^<]*\)</wsa5:Address>.*|\1|p')
+# --- The watch page: every camera, and a motion switch that camera 3's pull point hears.
+subscription=$(pull_point "$(at 3)")
 case "$subscription" in
     "http://$net.3:$port/"*) ;;
-    *) fail "camera 3's pull point is not at its own address: $created" ;;
+    *) fail "camera 3's pull point is not at its own address: $subscription" ;;
 esac
-to="<wsa:To xmlns:wsa=\"http://www.w3.org/2005/08/addressing\">$subscription</wsa:To>"
-pull_body="<tev:PullMessages><tev:Timeout>PT2S</tev:Timeout><tev:MessageLimit>10</tev:MessageLimit></tev:PullMessages>"
-soap 3 "$pull_body" "$to" | grep -q 'PropertyOperation="Initialized"' || fail "no initial states on camera 3"
+pull "$subscription" "$(at 3)" | grep -q 'PropertyOperation="Initialized"' || fail "no initial states on camera 3"
 if ! command -v chromium >/dev/null; then
     (. "$top/tools/packages.sh" && install_missing chromium) > "$work/chromium-install" 2>&1
 fi
@@ -184,19 +134,9 @@ timeout 100 python3 "$top/tests/page_check.py" "http://127.0.0.1:$port/" $count 
 for serial in $serials; do
     grep -q "serial $serial" "$work/page" || fail "page does not show $serial: $(cat "$work/page")"
 done
-pulled=$(soap 3 "$pull_body" "$to")
+pulled=$(pull "$subscription" "$(at 3)")
 echo "$pulled" | grep -q 'Name="motion" Value="true"' || fail "camera 3's pull point got no motion from the page: $pulled"
-[ "$(ONVIF_ROOT="$farm/cam3" "$shm" get MOTION_WORD)" = 1 ] || fail "camera 3's motion word not set"
-[ "$(ONVIF_ROOT="$farm/cam2" "$shm" get MOTION_WORD)" = 0 ] || fail "camera 2's motion set by camera 3's switch"
-
-# --- Stop: every process and segment gone.
-kill -TERM $sim
-wait $sim
-sim=""
-for k in $(seq 1 $count); do
-    ONVIF_ROOT="$farm/cam$k" "$shm" get SERVICE_READY >/dev/null 2>&1 && fail "camera $k's segment left behind"
-done
-sleep 0.5
-left=$(ps -eo pid,args | grep -F "$work" | grep -v grep)
-[ -z "$left" ] || fail "left running: $left"
+[ "$(ONVIF_ROOT="$root/cam3" $shm get MOTION_WORD)" = 1 ] || fail "camera 3's motion word not set"
+[ "$(ONVIF_ROOT="$root/cam2" $shm get MOTION_WORD)" = 0 ] || fail "camera 2's motion set by camera 3's switch"
+stop_camera $(for k in $(seq 1 $count); do echo "$root/cam$k"; done)
 echo PASS

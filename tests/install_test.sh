@@ -2,14 +2,10 @@
 # The staged tree of a firmware image: cmake --install of the build given
 # (default build/) into a DESTDIR holds the program, the factory files and the
 # web server configurations with the modes an image needs, and nothing else.
-set -u
-top=$(cd "$(dirname "$0")/.." && pwd)
-build="${1:-$top/build}"
-stage=$(mktemp -d "$build/stage-XXXXXX")
-trap 'rm -rf "$stage"' EXIT INT TERM
-fail() { echo "FAIL: $*"; exit 1; }
-DESTDIR="$stage" cmake --install "$build" > "$stage.log" 2>&1 || { cat "$stage.log"; rm -f "$stage.log"; fail "install"; }
-rm -f "$stage.log"
+. "$(dirname "$0")/common.sh"
+build="${1:-$build}"
+stage="$work/stage"
+DESTDIR="$stage" cmake --install "$build" > "$log" 2>&1 || fail "install"
 
 factory=usr/share/onvif/factory
 while read -r mode path; do

@@ -1,54 +1,41 @@
 #!/bin/sh
-# The program behind one of the web servers a camera ships, end to end on a
-# free loopback port: tests/web_server_test.sh lighttpd|apache2|mini_httpd.
-# The server runs from the sample configuration of tools/web/ with the
-# program at its installed place under a document root in the build tree;
-# a wrapper there records the CGI environment of every request before it
-# starts the program. Checks device information, a stream address, a PTZ
-# move, a pull point at its own address, the headers that reach the program
-# and the bodies a server may pass on oddly (Expect: 100-continue, chunked,
-# too long, longer than announced): each answered, never a hang.
-set -u
+# The program behind one of the web servers a camera ships, end to end on a free loopback port:
+# tests/web_server_test.sh lighttpd|apache2|mini_httpd. The server runs from the sample
+# configuration of tools/web/ with the program at its installed place; a wrapper there records
+# the CGI environment of every request. Checks a pull point at its own address (the query
+# reaches the program), the headers that reach it, the bodies a server may pass on oddly (each
+# answered, never a hang) and HTTP digest in the ONVIF mode.
 server="${1:-}"
-top=$(cd "$(dirname "$0")/.." && pwd)
-build="${ONVIF_BUILD:-$top/build}"
 case "$server" in
     lighttpd) binary=lighttpd; package=lighttpd ;;
     apache2) binary=apache2; package=apache2 ;;
     mini_httpd) binary=mini_httpd; package=mini-httpd ;;
     *) echo "usage: $0 lighttpd|apache2|mini_httpd" >&2; exit 2 ;;
 esac
+. "$(dirname "$0")/common.sh"
 PATH="$PATH:/usr/sbin:/sbin"
 if ! command -v "$binary" >/dev/null; then
     . "$top/tools/packages.sh"
     install_missing "$package" >/dev/null || { echo "SKIP: $package not installable"; exit 77; }
 fi
-
-work=$(mktemp -d "$build/web-$server-XXXXXX")
 chmod 755 "$work"
-root="$work/root"
 htdocs="$work/htdocs"
 pid=""
-. "$top/tests/ports.sh"
 port=$(free_port tcp)
-shm="$build/onvif-shm"
-cleanup() {
-    trap - EXIT INT TERM
+more_cleanup() {
     if [ -n "$pid" ]; then
         kill -TERM "$pid" 2>/dev/null
         wait "$pid" 2>/dev/null
     fi
-    ONVIF_ROOT="$root" "$shm" remove >/dev/null 2>&1
-    [ -n "${KEEP_WORK:-}" ] || rm -rf "$work"
+    ONVIF_ROOT="$root" $shm remove >/dev/null 2>&1
 }
-trap cleanup EXIT INT TERM
 fail() {
     echo "FAIL ($server): $*"
     cat "$work"/*.log "$work"/apache/error.log 2>/dev/null | tail -20
     exit 1
 }
 
-# --- A camera root, its segment and recording stand-ins for the PTZ program.
+# --- A camera root and its segment.
 mkdir -p "$root" "$htdocs/onvif"
 cp -a "$top/factory/." "$root/"
 sed -i "s|^root.Network.IPAddress=.*|root.Network.IPAddress=127.0.0.1|" "$root/etc/sysconfig/network.conf"
@@ -56,12 +43,8 @@ for conf in "$root/tmp/onvif/onvif.conf" "$root/usr/apache/htdocs/onvif/onvif.co
     sed -i -e "s|^Network.IPv4.Config.Manual.Address=.*|Network.IPv4.Config.Manual.Address=127.0.0.1|" \
         -e "s|^Network.Protocols.HTTP.Port=.*|Network.Protocols.HTTP.Port=$port|" "$conf"
 done
-for dir in cgi-bin vantor-cgi; do
-    mkdir -p "$root/usr/apache/htdocs/$dir/com"
-    cp "$top/tools/sim/camera-program" "$root/usr/apache/htdocs/$dir/com/ptz.cgi"
-done
-ONVIF_ROOT="$root" "$shm" create >/dev/null || fail "no segment"
-ONVIF_ROOT="$root" "$shm" set $(grep -v '^#' "$top/tools/sim/camera-words" | tr '\n' ' ') >/dev/null
+ONVIF_ROOT="$root" $shm create >/dev/null || fail "no segment"
+ONVIF_ROOT="$root" $shm set $(grep -v '^#' "$top/tools/sim/camera-words" | tr '\n' ' ') >/dev/null
 
 # The program's place; the wrapper records the environment the server gave.
 cat > "$htdocs/onvif/device_service" <<WRAPPER
@@ -130,15 +113,6 @@ mini_httpd)
 esac
 
 url="http://127.0.0.1:$port/onvif/device_service"
-envelope() {
-    printf '%s' "<?xml version=\"1.0\" encoding=\"UTF-8\"?><s:Envelope xmlns:s=\"http://www.w3.org/2003/05/soap-envelope\" \
-xmlns:tds=\"http://www.onvif.org/ver10/device/wsdl\" xmlns:trt=\"http://www.onvif.org/ver10/media/wsdl\" \
-xmlns:tptz=\"http://www.onvif.org/ver20/ptz/wsdl\" xmlns:tev=\"http://www.onvif.org/ver10/events/wsdl\" \
-xmlns:tt=\"http://www.onvif.org/ver10/schema\"><s:Header>\
-<wsse:Security xmlns:wsse=\"http://docs.oasis-open.org/wss/2004/01/oasis-200401-wss-wssecurity-secext-1.0.xsd\">\
-<wsse:UsernameToken><wsse:Username>onvifuser</wsse:Username><wsse:Password Type=\"PasswordText\">onvif1234\
-</wsse:Password></wsse:UsernameToken></wsse:Security>${2:-}</s:Header><s:Body>$1</s:Body></s:Envelope>"
-}
 # mini_httpd cuts the answer off when the body came in its first read of the
 # request (its body copier shuts the connection's sending side): the body
 # goes after a short wait for a 100 Continue that never comes.
@@ -150,9 +124,9 @@ post() {
     curl -s --max-time 10 -H 'Content-Type: application/soap+xml; charset=utf-8' ${later:+-H "Expect: 100-continue" $later} \
         "$@" --data-binary @"$file" -w '\n%{http_code}' "$to"
 }
-soap() {  # body [header]
-    envelope "$@" > "$work/request"
-    post "$url" "$work/request"
+soap() {  # BODY [HEADER [URL]]
+    envelope "$1" "${2:-}" > "$work/request"
+    post "${3:-$url}" "$work/request"
 }
 status_of() { printf '%s\n' "$1" | tail -n 1; }
 
@@ -163,15 +137,6 @@ for i in $(seq 1 100); do
 done
 echo "$answer" | grep -q "<tds:Manufacturer>Camera</tds:Manufacturer>" || fail "no device information: $answer"
 
-uri=$(soap "<trt:GetStreamUri><trt:StreamSetup><tt:Stream>RTP-Unicast</tt:Stream><tt:Transport><tt:Protocol>RTSP\
-</tt:Protocol></tt:Transport></trt:StreamSetup><trt:ProfileToken>Profile1</trt:ProfileToken></trt:GetStreamUri>")
-echo "$uri" | grep -q '<tt:Uri>rtsp://127.0.0.1[:/]' || fail "stream address: $uri"
-
-moved=$(soap "<tptz:ContinuousMove><tptz:ProfileToken>Profile1</tptz:ProfileToken><tptz:Velocity>\
-<tt:PanTilt x=\"0.5\" y=\"0\"/></tptz:Velocity><tptz:Timeout>PT2S</tptz:Timeout></tptz:ContinuousMove>")
-echo "$moved" | grep -q 'ContinuousMoveResponse' || fail "move refused: $moved"
-grep -q 'com/ptz.cgi' "$root/camera_calls.log" 2>/dev/null || fail "move ran no PTZ program"
-
 created=$(soap "<tev:CreatePullPointSubscription><tev:InitialTerminationTime>PT60S</tev:InitialTerminationTime>\
 </tev:CreatePullPointSubscription>")
 subscription=$(echo "$created" | sed -n 's|.*<wsa5:Address>\([^<]*\)</wsa5:Address>.*|\1|p')
@@ -179,9 +144,8 @@ case "$subscription" in
     "http://127.0.0.1:$port/onvif/device_service?"*) ;;
     *) fail "pull point address: $created" ;;
 esac
-envelope "<tev:PullMessages><tev:Timeout>PT1S</tev:Timeout><tev:MessageLimit>10</tev:MessageLimit></tev:PullMessages>" \
-    "<wsa:To xmlns:wsa=\"http://www.w3.org/2005/08/addressing\">$subscription</wsa:To>" > "$work/pull"
-pulled=$(post "$subscription" "$work/pull")
+pulled=$(soap "<tev:PullMessages><tev:Timeout>PT1S</tev:Timeout><tev:MessageLimit>10</tev:MessageLimit></tev:PullMessages>" \
+    "<wsa:To xmlns:wsa=\"http://www.w3.org/2005/08/addressing\">$subscription</wsa:To>" "$subscription")
 echo "$pulled" | grep -q 'PropertyOperation="Initialized"' || fail "pull at $subscription: $pulled"
 grep -qx "QUERY_STRING=${subscription#*\?}" "$work/env.log" || fail "no QUERY_STRING ${subscription#*\?}"
 
@@ -252,9 +216,7 @@ echo "$announced" | grep -q '</tds:GetDeviceInformationResponse></SOAP-ENV:Body>
 # mini_httpd keeps Authorization from the program: its cameras need
 # WS-Security tokens.
 if [ "$server" != mini_httpd ]; then
-    for conf in "$root/tmp/onvif/onvif.conf"; do
-        sed -i "s|^Conformance.Mode=.*|Conformance.Mode=onvif|" "$conf"
-    done
+    sed -i "s|^Conformance.Mode=.*|Conformance.Mode=onvif|" "$root/tmp/onvif/onvif.conf"
     printf '%s' '<?xml version="1.0" encoding="UTF-8"?><s:Envelope xmlns:s="http://www.w3.org/2003/05/soap-envelope"><s:Body>\
 <GetUsers xmlns="http://www.onvif.org/ver10/device/wsdl"/></s:Body></s:Envelope>' > "$work/users"
     users() { post "$url" "$work/users" "$@"; }
@@ -264,12 +226,8 @@ if [ "$server" != mini_httpd ]; then
     challenges=$(grep -i '^WWW-Authenticate:' "$work/challenge.headers" | tr '\n' ' ')
     [ "$(echo "$challenges" | grep -o 'Digest realm=' | wc -l)" = 2 ] || fail "challenges: $challenges"
     echo "$challenges" | grep -q 'algorithm=SHA-256.*algorithm=MD5' || fail "SHA-256 not first: $challenges"
-    for user in onvifuser:onvif1234 admin:admin; do
-        signed=$(users --digest -u "$user")
-        [ "$(status_of "$signed")" = 200 ] || fail "digest as $user: $signed"
-    done
-    wrong=$(users --digest -u onvifuser:wrong)
-    [ "$(status_of "$wrong")" = 401 ] || fail "wrong password: $wrong"
+    signed=$(users --digest -u onvifuser:onvif1234)
+    [ "$(status_of "$signed")" = 200 ] || fail "digest: $signed"
 fi
 
 echo "PASS ($server: chunked body $(status_of "$chunked"), over-long body $(status_of "$long"))"
