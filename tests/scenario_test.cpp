@@ -2,6 +2,7 @@
 // everything it did (answer, files, segment words, camera calls). A change of
 // behaviour shows as a changed record; ONVIF_SCENARIO_UPDATE=1 rewrites them.
 #include "tests/fixture.h"
+#include "state/model.h"
 #include "state/shm_words.h"
 
 #include <dirent.h>
@@ -62,8 +63,11 @@ std::string expand(std::string s, const Defines& defines)
         size_t at = s.rfind("${");
         if (at == std::string::npos)
             break;
-        size_t end = s.find('}', at);
-        if (end == std::string::npos)
+        size_t end = at + 2;
+        for (int open = 1; end < s.size(); ++end)  // past the braces of a {{c*N}} inside
+            if ((open += s[end] == '{' ? 1 : s[end] == '}' ? -1 : 0) == 0)
+                break;
+        if (end >= s.size())
             break;
         std::string call = s.substr(at + 2, end - at - 2), name = call.substr(0, call.find(':'));
         auto d = defines.find(name);
@@ -76,8 +80,8 @@ std::string expand(std::string s, const Defines& defines)
             from = bar;
         }
         for (size_t i = args.size(); i-- > 0;)
-            for (size_t p; (p = text.find("$" + std::to_string(i + 1))) != std::string::npos;)
-                text.replace(p, 2, args[i]);
+            for (size_t p = 0; (p = text.find("$" + std::to_string(i + 1), p)) != std::string::npos;)
+                text.replace(p, 2, args[i]), p += args[i].size();
         s.replace(at, end - at + 1, text);
     }
     return s;
@@ -141,6 +145,22 @@ int wordNumber(const std::string& s)
         if (base == w.name)
             return w.number + offset;
     return std::stoi(base) + offset;
+}
+
+struct CodeName { const char* name; int code; };
+const CodeName CODE_NAMES[] = {
+#define MODEL_CODE_NAME(name, word, code) {#name, code},
+    MODEL_CODE_LIST(MODEL_CODE_NAME)
+#undef MODEL_CODE_NAME
+};
+
+// A code of state/model.h by its name, or a number.
+int wordValue(const std::string& s)
+{
+    for (const CodeName& c : CODE_NAMES)
+        if (s == c.name)
+            return c.code;
+    return std::stoi(s);
 }
 
 std::string wordName(int n)
@@ -220,6 +240,7 @@ protected:
     std::vector<std::string> records;  // every record, in order, for the case
     std::map<std::string, std::string> env;
     std::vector<std::regex> masks;
+    std::string lastAnswer;  // the envelope body of the last request, for capture
 
     void record(std::vector<std::string> lines)
     {
@@ -240,6 +261,7 @@ protected:
         size_t callsBefore = cameraCalls().size();
 
         CgiResult r = run(body, length, env);
+        lastAnswer = r.envelopeBody;
 
         std::vector<std::string> out;
         out.push_back("status " + std::to_string(r.status ? r.status : 200));
@@ -274,6 +296,7 @@ protected:
     // Runs the case's directives; the records follow each request.
     void play(const Case& c, std::vector<std::string>& rewritten)
     {
+        Defines defines = *c.defines;  // with the names capture adds
         // Times and the answers' own identifiers differ from run to run.
         masks.emplace_back("\\d{4}-\\d\\d-\\d\\dT\\d\\d:\\d\\d:\\d\\d(\\.\\d+)?Z?");
         std::string header, length, fileName, fileText;
@@ -287,13 +310,13 @@ protected:
         for (const std::string& line : c.lines) {
             rewritten.push_back(line);
             if (line.rfind("|", 0) == 0 && inFile) {
-                fileText += unescape(expand(line.substr(1), *c.defines)) + "\n";
+                fileText += unescape(expand(line.substr(1), defines)) + "\n";
                 continue;
             }
             flushFile();
             size_t sp = line.find(' ');
             std::string verb = line.substr(0, sp),
-                        arg = sp == std::string::npos ? "" : expand(line.substr(sp + 1), *c.defines);
+                        arg = sp == std::string::npos || verb == "define" ? "" : expand(line.substr(sp + 1), defines);
             std::vector<std::string> out;
             if (verb.empty() || verb[0] == '#' || verb == "define")
                 continue;
@@ -302,14 +325,19 @@ protected:
             else if (verb == "dome")
                 useIntegratedDome();
             else if (verb == "word")
-                word(wordNumber(arg.substr(0, arg.find(' ')))) = std::stoi(arg.substr(arg.find(' ') + 1));
+                word(wordNumber(arg.substr(0, arg.find(' ')))) = wordValue(arg.substr(arg.find(' ') + 1));
             else if (verb == "file")
                 inFile = true, fileName = arg, fileText.clear();
             else if (verb == "remove")
                 removeFile(arg);
             else if (verb == "env")
                 env[arg.substr(0, arg.find('='))] = unescape(arg.substr(arg.find('=') + 1));
-            else if (verb == "mask")
+            else if (verb == "capture") {  // capture NAME REGEX: NAME is the last answer's first group
+                std::smatch m;
+                std::string name = arg.substr(0, arg.find(' '));
+                EXPECT_TRUE(std::regex_search(lastAnswer, m, std::regex(arg.substr(arg.find(' ') + 1)))) << line;
+                defines[name] = m.size() > 1 ? m[1].str() : "";
+            } else if (verb == "mask")
                 masks.emplace_back(arg);
             else if (verb == "length")
                 length = arg;
