@@ -66,8 +66,9 @@ std::string expand(std::string s, const Defines& defines)
         if (at == std::string::npos)
             break;
         size_t end = at + 2;
-        for (int depth = 1; end < s.size() && (depth += s[end] == '{' ? 1 : s[end] == '}' ? -1 : 0) > 0;)
-            ++end;
+        for (int open = 1; end < s.size(); ++end)  // past the braces of a {{c*N}} inside
+            if ((open += s[end] == '{' ? 1 : s[end] == '}' ? -1 : 0) == 0)
+                break;
         if (end >= s.size())
             break;
         std::string call = s.substr(at + 2, end - at - 2), name = call.substr(0, call.find(':'));
@@ -81,8 +82,8 @@ std::string expand(std::string s, const Defines& defines)
             from = bar;
         }
         for (size_t i = args.size(); i-- > 0;)
-            for (size_t p; (p = text.find("$" + std::to_string(i + 1))) != std::string::npos;)
-                text.replace(p, 2, args[i]);
+            for (size_t p = 0; (p = text.find("$" + std::to_string(i + 1), p)) != std::string::npos;)
+                text.replace(p, 2, args[i]), p += args[i].size();
         s.replace(at, end - at + 1, text);
     }
     return s;
@@ -169,7 +170,7 @@ const CodeName CODE_NAMES[] = {
 #undef MODEL_CODE_NAME
 };
 
-// A model code by its name, or a number.
+// A code of state/model.h by its name, or a number.
 int wordValue(const std::string& s)
 {
     for (const CodeName& c : CODE_NAMES)
@@ -294,6 +295,7 @@ protected:
     std::vector<std::pair<std::regex, std::string>> masks;  // and what replaces a match
     std::vector<std::regex> hides;
     bool showClock = false;  // after unmask: the termination words too
+    std::string lastAnswer;  // the envelope body of the last request, for capture
 
     void record(std::vector<std::string> lines)
     {
@@ -315,6 +317,7 @@ protected:
         size_t callsBefore = cameraCalls().size();
 
         CgiResult r = run(body, length, env);
+        lastAnswer = r.envelopeBody;
 
         std::vector<std::string> out;
         // The status line as printed, the usual content type left out.
@@ -342,6 +345,7 @@ protected:
     // Runs the case's directives; the records follow each request.
     void play(const Case& c, std::vector<std::string>& rewritten)
     {
+        Defines defines = *c.defines;  // with the names capture adds
         // Times and the answers' own identifiers differ from run to run.
         masks.emplace_back(std::regex("\\d{4}-\\d\\d-\\d\\dT\\d\\d:\\d\\d:\\d\\d(\\.\\d+)?Z?"), "#");
         masks.emplace_back(std::regex("(<tt:(UTC|Local)DateTime>).*?(</tt:(UTC|Local)DateTime>)"), "$1#$3");
@@ -356,7 +360,7 @@ protected:
         for (const std::string& line : c.lines) {
             rewritten.push_back(line);
             if (line.rfind("|", 0) == 0 && inFile) {
-                fileText += unescape(expand(line.substr(1), *c.defines)) + "\n";
+                fileText += unescape(expand(line.substr(1), defines)) + "\n";
                 continue;
             }
             flushFile();
@@ -364,7 +368,7 @@ protected:
             std::string verb = line.substr(0, sp);
             if (verb.empty() || verb[0] == '#' || verb == "define")
                 continue;
-            std::string arg = sp == std::string::npos ? "" : expand(line.substr(sp + 1), *c.defines);
+            std::string arg = sp == std::string::npos ? "" : expand(line.substr(sp + 1), defines);
             std::vector<std::string> out;
             if (verb == "mode" && arg == "onvif")
                 setOnvifMode();
@@ -378,7 +382,12 @@ protected:
                 removeFile(arg);
             else if (verb == "env")
                 env[arg.substr(0, arg.find('='))] = unescape(arg.substr(arg.find('=') + 1));
-            else if (verb == "mask")
+            else if (verb == "capture") {  // capture NAME REGEX: NAME is the last answer's first group
+                std::smatch m;
+                std::string name = arg.substr(0, arg.find(' '));
+                EXPECT_TRUE(std::regex_search(lastAnswer, m, std::regex(arg.substr(arg.find(' ') + 1)))) << line;
+                defines[name] = m.size() > 1 ? m[1].str() : "";
+            } else if (verb == "mask")
                 masks.emplace_back(std::regex(arg), "#");
             else if (verb == "unmask")  // drops the masks so far, the times' one included
                 masks.clear(), showClock = true;
