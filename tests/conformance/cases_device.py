@@ -186,30 +186,25 @@ def temporary_user(cam, name, level="User", password="Pass1234"):
         cam.ok("tds:DeleteUsers", el("tds:Username", name))
 
 
-@case("DEVICE-4-1-9")
-def create_users(cam, f):
-    with temporary_user(cam, "Onvif1"):
-        check(users(cam).get("Onvif1") == "User", "created user not listed")
+def user_case(name, *steps, after=None):
+    """A user of the flow's own, the steps done while it exists, the after step once it is deleted."""
+    def run(cam, f):
+        with temporary_user(cam, name):
+            for step in steps:
+                step(cam)
+        if after:
+            after(cam)
+    return run
 
 
-@case("DEVICE-4-1-3")
-def create_existing_user(cam, f):
-    with temporary_user(cam, "Onvif2"):
-        cam.refused("tds:CreateUsers", user("Onvif2", "Pass1234", "User"), "Sender", "OperationProhibited", "UsernameClash")
-
-
-@case("DEVICE-4-1-4")
-def delete_users(cam, f):
-    with temporary_user(cam, "Onvif3"):
-        pass
-    check("Onvif3" not in users(cam), "deleted user listed")
-
-
-@case("DEVICE-4-1-7")
-def set_user(cam, f):
-    with temporary_user(cam, "Onvif4"):
-        cam.ok("tds:SetUser", user("Onvif4", "Pass5678", "Operator"))
-        check(users(cam).get("Onvif4") == "Operator", "level not changed")
+cases([
+    ("DEVICE-4-1-9", (), user_case("Onvif1", lambda cam: check(users(cam).get("Onvif1") == "User", "created user not listed"))),
+    ("DEVICE-4-1-3", (), user_case("Onvif2", lambda cam: cam.refused("tds:CreateUsers", user("Onvif2", "Pass1234", "User"),
+                                                                     "Sender", "OperationProhibited", "UsernameClash"))),
+    ("DEVICE-4-1-4", (), user_case("Onvif3", after=lambda cam: check("Onvif3" not in users(cam), "deleted user listed"))),
+    ("DEVICE-4-1-7", (), user_case("Onvif4", lambda cam: cam.ok("tds:SetUser", user("Onvif4", "Pass5678", "Operator")),
+                                   lambda cam: check(users(cam).get("Onvif4") == "Operator", "level not changed"))),
+])
 
 
 def relay_tokens(cam):
@@ -217,15 +212,16 @@ def relay_tokens(cam):
     return [r.get("token") for r in cam.ok("tds:GetRelayOutputs").all("tds:RelayOutputs")]
 
 
-@case("DEVICE-5-1-1", "relays")
-def relay_outputs(cam, f):
-    check(relay_tokens(cam), "no relay outputs")
+def count_case(capability, listing):
+    """The capabilities' count of a kind of IO is the length of its listing."""
+    def run(cam, f):
+        count = capability(cam, f)
+        check(count is not None and int(count) == len(listing(cam)), "capabilities say %s" % count)
+    return run
 
 
-@case("DEVICE-5-1-2", "relays")
-def relay_count(cam, f):
-    count = f["capabilities"].value(".//tt:IO/tt:RelayOutputs")
-    check(int(count) == len(relay_tokens(cam)), "capabilities say %s" % count)
+case("DEVICE-5-1-1", "relays")(answers("tds:GetRelayOutputs", "", "tds:RelayOutputs"))
+case("DEVICE-5-1-2", "relays")(count_case(lambda cam, f: f["capabilities"].value(".//tt:IO/tt:RelayOutputs"), relay_tokens))
 
 
 def relay_case(service, mode, idle, delay=None, toggle=True):
@@ -347,19 +343,20 @@ def unsupported_protocol(cam, f):
                                                   el("tt:Port", 8443)), *INVALID, "ServiceNotSupported")
 
 
-@case("DEVICE-3-1-11")
-def set_date_and_time(cam, f):
-    zone = cam.ok("tds:GetSystemDateAndTime").value(".//tt:TimeZone/tt:TZ", "GMT0")
-    cam.ok("tds:SetSystemDateAndTime", date_time("Manual", (10, 20, 30), (2026, 3, 4), zone))
-    check(cam.ok("tds:GetSystemDateAndTime").value(".//tt:DateTimeType") == "Manual", "not manual")
+def date_time_case(kind, *settings):
+    """SetSystemDateAndTime of a kind, which the camera then reports; with NTP, the clock goes back to manual."""
+    def run(cam, f):
+        zone = cam.ok("tds:GetSystemDateAndTime").value(".//tt:TimeZone/tt:TZ", "GMT0") if settings else None
+        cam.ok("tds:SetSystemDateAndTime", date_time(kind, *settings, zone))
+        check(cam.ok("tds:GetSystemDateAndTime").value(".//tt:DateTimeType") == kind, "not %s" % kind)
+        if kind == "NTP":
+            now = time.gmtime()
+            cam.ok("tds:SetSystemDateAndTime", date_time("Manual", now[3:6], now[0:3]))
+    return run
 
 
-@case("DEVICE-3-1-12")
-def date_and_time_ntp(cam, f):
-    cam.ok("tds:SetSystemDateAndTime", date_time("NTP"))
-    check(cam.ok("tds:GetSystemDateAndTime").value(".//tt:DateTimeType") == "NTP", "not NTP")
-    now = time.gmtime()
-    cam.ok("tds:SetSystemDateAndTime", date_time("Manual", now[3:6], now[0:3]))
+case("DEVICE-3-1-11")(date_time_case("Manual", (10, 20, 30), (2026, 3, 4)))
+case("DEVICE-3-1-12")(date_time_case("NTP"))
 
 
 def first_interface(cam):

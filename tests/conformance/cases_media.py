@@ -45,21 +45,22 @@ def set_configuration(cam, kind, element):
     cam.ok("trt:Set%sConfiguration" % kind, ET.tostring(copy, encoding="unicode") + el("trt:ForcePersistence", "true"))
 
 
-@case("MEDIA-1-1-1", "media")
-def profile_configuration(cam, f):
-    listed = profiles(cam)
-    check(listed, "no profiles")
-    for profile in listed:
-        one = cam.ok("trt:GetProfile", profile_token(profile.get("token"))).one("trt:Profile")
-        check(one.get("token") == profile.get("token"), "GetProfile token %s" % one.get("token"))
+def profiles_case(*parts):
+    """Each listed profile answers GetProfile by its token, with the same configurations of the parts."""
+    def run(cam, f):
+        listed = profiles(cam)
+        check(listed, "no profiles")
+        for profile in listed:
+            one = cam.ok("trt:GetProfile", profile_token(profile.get("token"))).one("trt:Profile")
+            check(one.get("token") == profile.get("token"), "GetProfile token %s" % one.get("token"))
+            for part in parts:
+                check(token_of(one, part) == token_of(profile, part), "%s of %s differs" % (part, profile.get("token")))
+    return run
 
 
-@case("MEDIA-1-1-3", "media")
-def profiles_consistency(cam, f):
-    for profile in profiles(cam):
-        one = cam.ok("trt:GetProfile", profile_token(profile.get("token"))).one("trt:Profile")
-        for part in ("tt:VideoSourceConfiguration", "tt:VideoEncoderConfiguration", "tt:PTZConfiguration"):
-            check(token_of(one, part) == token_of(profile, part), "%s of %s differs" % (part, profile.get("token")))
+case("MEDIA-1-1-1", "media")(profiles_case())
+case("MEDIA-1-1-3", "media")(profiles_case("tt:VideoSourceConfiguration", "tt:VideoEncoderConfiguration",
+                                           "tt:PTZConfiguration"))
 
 
 @case("MEDIA-1-1-5", "media")
@@ -86,21 +87,15 @@ def configurations_case(kind):
     return run
 
 
-def source_options_case(kind, available):
-    """Each kind (Video, Audio) source configuration's source is among those its options offer."""
+def sources_case(kind, available=None):
+    """Each kind (Video, Audio) source configuration names a source the camera lists, or, with available,
+    one its options offer."""
     def run(cam, f):
+        listed = [s.get("token") for s in cam.ok("trt:Get%sSources" % kind).all("trt:%sSources" % kind)] if not available else []
         for one in configurations(cam, kind + "Source"):
-            sources = [s.text.strip() for s in options(cam, kind + "Source", one.get("token")).all("trt:Options/tt:" + available)]
-            check(one.findtext("tt:SourceToken", "", NS).strip() in sources, "source token not in options")
-    return run
-
-
-def sources_case(kind):
-    """Each kind (Video, Audio) source configuration names a source the camera lists."""
-    def run(cam, f):
-        sources = [s.get("token") for s in cam.ok("trt:Get%sSources" % kind).all("trt:%sSources" % kind)]
-        for one in configurations(cam, kind + "Source"):
-            check(one.findtext("tt:SourceToken", "", NS).strip() in sources, "unknown %s source token" % kind)
+            sources = [s.text.strip() for s in options(cam, kind + "Source", one.get("token")).all(
+                "trt:Options/tt:" + available)] if available else listed
+            check(one.findtext("tt:SourceToken", "", NS).strip() in sources, "source token %s not offered" % available)
     return run
 
 
@@ -152,9 +147,9 @@ def unknown_audio_source_configuration(cam, f):
 
 
 cases([
-    ("MEDIA-2-2-3", "media", source_options_case("Video", "VideoSourceTokensAvailable")),
-    ("MEDIA-3-1-7", ("media", "audio"), source_options_case("Audio", "InputTokensAvailable")),
-    ("MEDIA-3-2-3", ("media", "audio"), source_options_case("Audio", "InputTokensAvailable")),
+    ("MEDIA-2-2-3", "media", sources_case("Video", "VideoSourceTokensAvailable")),
+    ("MEDIA-3-1-7", ("media", "audio"), sources_case("Audio", "InputTokensAvailable")),
+    ("MEDIA-3-2-3", ("media", "audio"), sources_case("Audio", "InputTokensAvailable")),
     ("MEDIA-2-2-5", "media", sources_case("Video")),
     ("MEDIA-3-2-5", ("media", "audio"), sources_case("Audio")),
     ("MEDIA-7-1-4", "media", refuses("trt:GetStreamUri", stream_setup("RTSP", "NoSuchProfile"), *INVALID, "NoProfile")),
@@ -172,13 +167,6 @@ cases([
     ("MEDIA-3-1-20", ("media", "audio"), refuses("trt:SetAudioSourceConfiguration", unknown_audio_source_configuration,
                                                  *INVALID, "NoConfig")),
 ])
-
-
-@case("MEDIA-2-1-6", "media")
-def guaranteed_instances(cam, f):
-    for one in configurations(cam, "VideoSource"):
-        answer = cam.ok("trt:GetGuaranteedNumberOfVideoEncoderInstances", el("trt:ConfigurationToken", one.get("token")))
-        check(int(answer.value("trt:TotalNumber", "0")) >= 1, "TotalNumber %s" % answer.value("trt:TotalNumber"))
 
 
 @case("MEDIA-2-3-3", "media")
@@ -322,15 +310,22 @@ cases([("MEDIA-2-1-9", ("media", "jpeg"), encodings_case(wanted=("JPEG",))),
        ("MEDIA-2-3-18", "media", encodings_case())])
 
 
+@case("MEDIA-2-1-6", "media")
+def guaranteed_instances(cam, f):
+    for one in configurations(cam, "VideoSource"):
+        answer = cam.ok("trt:GetGuaranteedNumberOfVideoEncoderInstances", el("trt:ConfigurationToken", one.get("token")))
+        check(int(answer.value("trt:TotalNumber", "0")) >= 1, "TotalNumber %s" % answer.value("trt:TotalNumber"))
+
+
 @case("MEDIA-2-1-7", "media")
 def guaranteed_and_options(cam, f):
+    offered = set()
+    for encoder in configurations(cam, "VideoEncoder"):
+        offers = options(cam, "VideoEncoder", encoder.get("token"))
+        offered |= {name for name in ("H264", "JPEG", "MPEG4") if offers.all("trt:Options/tt:" + name)}
     for one in configurations(cam, "VideoSource"):
         answer = cam.ok("trt:GetGuaranteedNumberOfVideoEncoderInstances", el("trt:ConfigurationToken", one.get("token")))
         total = int(answer.value("trt:TotalNumber", "0"))
-        offered = set()
-        for encoder in configurations(cam, "VideoEncoder"):
-            offers = options(cam, "VideoEncoder", encoder.get("token"))
-            offered |= {name for name in ("H264", "JPEG", "MPEG4") if offers.all("trt:Options/tt:" + name)}
         for name in ("H264", "JPEG", "MPEG4"):
             count = answer.value("trt:" + name)
             if count is not None and int(count) > 0:
