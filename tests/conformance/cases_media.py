@@ -345,7 +345,14 @@ def add(cam, kind, token):
     cam.ok("trt:Add%sConfiguration" % kind, profile_token(SCRATCH) + el("trt:ConfigurationToken", token))
 
 
+# change: (which of the sorted configurations are added, the step after, the use count changes by configuration)
+CHANGES = {"twice": ((0, 0), None, {0: 1}), "different": ((0, 1), None, {0: 0, 1: 1}), "remove": ((0,), "remove", {0: 0}),
+           "delete": ((0,), "delete", {0: 0}), "set": ((), "set", {0: 0})}
+
+
 def use_count_change_case(kind, change):
+    added, step, changes = CHANGES[change]
+
     def run(cam, f):
         cam.ok("trt:CreateProfile", el("trt:Name", SCRATCH) + el("trt:Token", SCRATCH))
         deleted = False
@@ -354,30 +361,21 @@ def use_count_change_case(kind, change):
                 source = kind.replace("Encoder", "Source")
                 add(cam, source, sorted(use_counts(cam, source))[0])
             before = use_counts(cam, kind)
-            first = sorted(before)[0]
-            if change == "different" and len(before) < 2:
+            tokens = sorted(before)
+            if max(changes) >= len(tokens):
                 return  # nothing to replace it with: the case has no step left
-            if change != "set":
-                add(cam, kind, first)
-            if change == "twice":
-                add(cam, kind, first)
-                check(use_counts(cam, kind)[first] == before[first] + 1, "UseCount after adding twice")
-            elif change == "different":
-                second = sorted(before)[1]
-                add(cam, kind, second)
-                now = use_counts(cam, kind)
-                check(now[first] == before[first] and now[second] == before[second] + 1,
-                      "UseCounts %s after replacing, were %s" % (now, before))
-            elif change == "remove":
+            for n in added:
+                add(cam, kind, tokens[n])
+            if step == "remove":
                 cam.ok("trt:Remove%sConfiguration" % kind, profile_token(SCRATCH))
-                check(use_counts(cam, kind)[first] == before[first], "UseCount after removing")
-            elif change == "delete":
+            elif step == "delete":
                 cam.ok("trt:DeleteProfile", profile_token(SCRATCH))
                 deleted = True
-                check(use_counts(cam, kind)[first] == before[first], "UseCount after deleting the profile")
-            else:
-                set_configuration(cam, kind, configuration(cam, kind, first).one("trt:Configuration"))
-                check(use_counts(cam, kind)[first] == before[first], "UseCount after setting")
+            elif step == "set":
+                set_configuration(cam, kind, configuration(cam, kind, tokens[0]).one("trt:Configuration"))
+            now = use_counts(cam, kind)
+            check(all(now[tokens[n]] == before[tokens[n]] + d for n, d in changes.items()),
+                  "UseCounts %s after %s, were %s" % (now, change, before))
         finally:
             if not deleted:
                 cam.call("trt:DeleteProfile", profile_token(SCRATCH))
