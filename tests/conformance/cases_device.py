@@ -13,8 +13,12 @@ from soap import INVALID, NS, Camera, check, el, flag, q
 
 PREFIXES = ("DEVICE-",)
 
-SERVICE_NS = {"device": NS["tds"], "media": NS["trt"], "ptz": NS["tptz"], "imaging": NS["timg"],
-              "events": NS["tev"], "deviceio": NS["tmd"]}
+# service: its prefix, its GetCapabilities category, the category case and the GetServices case
+SERVICES = {"device": ("tds", "Device", "DEVICE-1-1-3", "DEVICE-1-1-13"),
+            "media": ("trt", "Media", "DEVICE-1-1-4", "DEVICE-1-1-14"),
+            "events": ("tev", "Events", "DEVICE-1-1-5", "DEVICE-1-1-16"),
+            "ptz": ("tptz", "PTZ", "DEVICE-1-1-6", "DEVICE-1-1-15"),
+            "imaging": ("timg", "Imaging", "DEVICE-1-1-10", "DEVICE-1-1-17")}
 
 
 def capabilities(cam, category):
@@ -27,20 +31,12 @@ def category_case(category):
     return run
 
 
-for _id, _needs, _category in (("DEVICE-1-1-3", (), "Device"), ("DEVICE-1-1-4", ("media",), "Media"),
-                               ("DEVICE-1-1-5", ("events",), "Events"), ("DEVICE-1-1-6", ("ptz",), "PTZ"),
-                               ("DEVICE-1-1-10", ("imaging",), "Imaging")):
-    case(_id, *_needs)(category_case(_category))
-
-
 def services(cam, include):
     answer = cam.ok("tds:GetServices", el("tds:IncludeCapability", include))
     return {s.findtext("tds:Namespace", "", NS).strip(): s for s in answer.all("tds:Service")}
 
 
-def get_services_case(name):
-    namespace = SERVICE_NS[name]
-
+def get_services_case(namespace):
     def run(cam, f):
         without = services(cam, "false")
         check(namespace in without, "%s missing from GetServices" % namespace)
@@ -50,15 +46,15 @@ def get_services_case(name):
         holder = withcaps[namespace].find("tds:Capabilities", NS)
         check(holder is not None and len(holder), "no capabilities with IncludeCapability")
         check(holder[0].tag == "{%s}Capabilities" % namespace, "capabilities element %s" % holder[0].tag)
-        check(withcaps[namespace].findtext("tds:XAddr", "", NS).startswith("http://127.0.0.1:%d/" % cam.port),
-              "XAddr %s" % withcaps[namespace].findtext("tds:XAddr", "", NS))
+        address = withcaps[namespace].findtext("tds:XAddr", "", NS)
+        check(address.startswith("http://127.0.0.1:%d/" % cam.port), "XAddr %s" % address)
     return run
 
 
-for _id, _needs, _name in (("DEVICE-1-1-13", (), "device"), ("DEVICE-1-1-14", ("media",), "media"),
-                           ("DEVICE-1-1-15", ("ptz",), "ptz"), ("DEVICE-1-1-16", ("events",), "events"),
-                           ("DEVICE-1-1-17", ("imaging",), "imaging")):
-    case(_id, *_needs)(get_services_case(_name))
+for _name, (_prefix, _category, _category_id, _services_id) in SERVICES.items():
+    _needs = () if _name == "device" else (_name,)
+    case(_category_id, *_needs)(category_case(_category))
+    case(_services_id, *_needs)(get_services_case(NS[_prefix]))
 
 
 def capabilities_agree(prefix):
@@ -86,13 +82,13 @@ case("DEVICE-1-1-19")(capabilities_agree("tds"))
 def services_and_capabilities(cam, f):
     listed = services(cam, "false")
     caps = capabilities(cam, "All")
-    for name, element in (("media", "tt:Media"), ("ptz", "tt:PTZ"), ("imaging", "tt:Imaging"),
-                          ("events", "tt:Events")):
+    for name in ("media", "ptz", "imaging", "events"):
+        namespace, element = NS[SERVICES[name][0]], "tt:" + SERVICES[name][1]
         has_cap = bool(caps.all(".//%s/tt:XAddr" % element))
-        check(has_cap == (SERVICE_NS[name] in listed), "%s: GetCapabilities %s, GetServices %s"
-              % (name, has_cap, SERVICE_NS[name] in listed))
+        check(has_cap == (namespace in listed),
+              "%s: GetCapabilities %s, GetServices %s" % (name, has_cap, namespace in listed))
         if has_cap:
-            check(caps.value(".//%s/tt:XAddr" % element) == listed[SERVICE_NS[name]].findtext("tds:XAddr", "", NS).strip(),
+            check(caps.value(".//%s/tt:XAddr" % element) == listed[namespace].findtext("tds:XAddr", "", NS).strip(),
                   "%s addresses differ" % name)
     io = caps.all(".//tt:Extension/tt:DeviceIO/tt:XAddr")
     check(bool(io) == (NS["tmd"] in listed), "device IO: GetCapabilities %s, GetServices %s" % (bool(io), NS["tmd"] in listed))
@@ -158,8 +154,8 @@ cases([
                                  *INVALID, "InvalidDateTime")),
     ("DEVICE-4-1-5", (), refuses("tds:DeleteUsers", el("tds:Username", "NoSuchUser9"), *INVALID, "UsernameMissing")),
     ("DEVICE-4-1-8", (), refuses("tds:SetUser", user("NoSuchUser8", "Pass1234", "User"), *INVALID, "UsernameMissing")),
-    ("DEVICE-5-1-11", "relays", refuses("tds:SetRelayOutputSettings",
-                                        relay_settings("tds", "NoSuchRelay", "Bistable", "PT0S", "open"), *INVALID, "RelayToken")),
+    ("DEVICE-5-1-11", "relays", refuses("tds:SetRelayOutputSettings", relay_settings(
+        "tds", "NoSuchRelay", "Bistable", "PT0S", "open"), *INVALID, "RelayToken")),
     ("DEVICE-5-1-12", "relays", refuses("tds:SetRelayOutputState", relay_state("NoSuchRelay", "active"), *INVALID,
                                         "RelayToken")),
 ])
@@ -198,7 +194,7 @@ def user_case(name, *steps, after=None):
 
 
 cases([
-    ("DEVICE-4-1-9", (), user_case("Onvif1", lambda cam: check(users(cam).get("Onvif1") == "User", "created user not listed"))),
+    ("DEVICE-4-1-9", (), user_case("Onvif1", lambda cam: check(users(cam).get("Onvif1") == "User", "user not listed"))),
     ("DEVICE-4-1-3", (), user_case("Onvif2", lambda cam: cam.refused("tds:CreateUsers", user("Onvif2", "Pass1234", "User"),
                                                                      "Sender", "OperationProhibited", "UsernameClash"))),
     ("DEVICE-4-1-4", (), user_case("Onvif3", after=lambda cam: check("Onvif3" not in users(cam), "deleted user listed"))),

@@ -39,7 +39,8 @@ cases([
     ("IMAGING-1-1-12", "imaging", refuses("timg:SetImagingSettings", BAD_SOURCE + el(
         "timg:ImagingSettings", el("tt:Brightness", 50)), *INVALID, "NoSource")),
     ("IMAGING-2-1-15", ("imaging", "focus"), refuses("timg:GetMoveOptions", BAD_SOURCE, *INVALID, "NoSource")),
-    ("IMAGING-2-1-16", ("imaging", "focus"), refuses("timg:Move", BAD_SOURCE + focus("Continuous", "Speed", 0.5), *INVALID, "NoSource")),
+    ("IMAGING-2-1-16", ("imaging", "focus"), refuses("timg:Move", BAD_SOURCE + focus("Continuous", "Speed", 0.5), *INVALID,
+                                                     "NoSource")),
     ("IMAGING-2-1-17", ("imaging", "focus"), refuses("timg:GetStatus", BAD_SOURCE, *INVALID, "NoSource")),
     ("IMAGING-2-1-18", ("imaging", "focus"), refuses("timg:Stop", BAD_SOURCE, *INVALID, "NoSource")),
 ])

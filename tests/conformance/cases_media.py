@@ -91,7 +91,7 @@ def sources_case(kind, available=None):
     """Each kind (Video, Audio) source configuration names a source the camera lists, or, with available,
     one its options offer."""
     def run(cam, f):
-        listed = [s.get("token") for s in cam.ok("trt:Get%sSources" % kind).all("trt:%sSources" % kind)] if not available else []
+        listed = [] if available else [s.get("token") for s in cam.ok("trt:Get%sSources" % kind).all("trt:%sSources" % kind)]
         for one in configurations(cam, kind + "Source"):
             sources = [s.text.strip() for s in options(cam, kind + "Source", one.get("token")).all(
                 "trt:Options/tt:" + available)] if available else listed
@@ -158,8 +158,8 @@ cases([
     ("MEDIA-8-1-1", "media", answers("trt:GetServiceCapabilities", "", "trt:Capabilities/trt:ProfileCapabilities",
                                      "trt:Capabilities/trt:StreamingCapabilities")),
     ("MEDIA-8-1-2", "media", capabilities_agree("trt")),
-    ("MEDIA-3-1-17", ("media", "audio"), refuses("trt:GetAudioSourceConfiguration", el("trt:ConfigurationToken", "NoSuchToken"),
-                                                 *INVALID, "NoConfig")),
+    ("MEDIA-3-1-17", ("media", "audio"), refuses("trt:GetAudioSourceConfiguration",
+                                                 el("trt:ConfigurationToken", "NoSuchToken"), *INVALID, "NoConfig")),
     ("MEDIA-3-1-18", ("media", "audio"), refuses("trt:GetAudioSourceConfigurationOptions", profile_token("NoSuchToken"),
                                                  *INVALID, "NoProfile")),
     ("MEDIA-3-1-19", ("media", "audio"), refuses("trt:GetAudioSourceConfigurationOptions",

@@ -36,12 +36,15 @@ def configuration_options(cam, c):
     return cam.ok("tptz:GetConfigurationOptions", el("tptz:ConfigurationToken", c.get("token")))
 
 
-def by_token_case(listing, op, field, element):
-    """Each item of the listing, asked for by its token, is answered with that token."""
+def by_token_case(listing, op, field, element, *same):
+    """Each item of the listing, asked for by its token, is answered with that token and the same texts at the
+    paths of same."""
     def run(cam, f):
         for item in listing(cam):
             one = cam.ok(op, el("tptz:" + field, item.get("token"))).one(element)
             check(one.get("token") == item.get("token"), "%s token %s" % (op, one.get("token")))
+            for path in same:
+                check(one.findtext(path, "", NS) == item.findtext(path, "", NS), "%s differs" % path)
     return run
 
 
@@ -53,6 +56,8 @@ cases([
     ("PTZ-1-1-2", "ptz", by_token_case(nodes, "tptz:GetNode", "NodeToken", "tptz:PTZNode")),
     ("PTZ-2-1-2", "ptz", by_token_case(configurations, "tptz:GetConfiguration", "PTZConfigurationToken",
                                        "tptz:PTZConfiguration")),
+    ("PTZ-2-1-5", "ptz", by_token_case(configurations, "tptz:GetConfiguration", "PTZConfigurationToken",
+                                       "tptz:PTZConfiguration", "tt:NodeToken", "tt:DefaultPTZTimeout")),
     ("PTZ-1-1-4", "ptz", refuses("tptz:GetNode", el("tptz:NodeToken", "NoSuchNode"), *INVALID, "NoEntity")),
     ("PTZ-2-1-10", "ptz", refuses("tptz:GetConfiguration", el("tptz:PTZConfigurationToken", "NoSuchConfiguration"),
                                   *INVALID, "NoConfig")),
@@ -71,14 +76,6 @@ def options_timeout(cam, f):
         configuration_options(cam, c).one("tptz:PTZConfigurationOptions/tt:PTZTimeout/tt:Min")
 
 
-@case("PTZ-2-1-5", "ptz")
-def configurations_consistent(cam, f):
-    for c in configurations(cam):
-        one = cam.ok("tptz:GetConfiguration", el("tptz:PTZConfigurationToken", c.get("token"))).one("tptz:PTZConfiguration")
-        check(one.findtext("tt:NodeToken", "", NS) == c.findtext("tt:NodeToken", "", NS), "node token differs")
-        check(one.findtext("tt:DefaultPTZTimeout", "", NS) == c.findtext("tt:DefaultPTZTimeout", "", NS), "timeout differs")
-
-
 @case("PTZ-2-1-6", "ptz")
 def configurations_and_nodes(cam, f):
     tokens = [n.get("token") for n in nodes(cam)]
@@ -94,10 +91,8 @@ def configurations_and_options(cam, f):
             check(uri in spaces, "space %s not in options" % uri)
 
 
-@case("PTZ-2-1-9", "ptz")
-def set_configuration(cam, f):
-    cam.ok("tptz:SetConfiguration", ET.tostring(configurations(cam)[0], encoding="unicode")
-           + el("tptz:ForcePersistence", "true"))
+case("PTZ-2-1-9", "ptz")(answers("tptz:SetConfiguration", lambda cam, f: ET.tostring(
+    configurations(cam)[0], encoding="unicode") + el("tptz:ForcePersistence", "true")))
 
 
 def position(cam, token):

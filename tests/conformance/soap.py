@@ -110,10 +110,11 @@ def username_token(user, password, nonce=True, created=True, password_type=DIGES
                el("wsu:Created", stamp) if created else ""))
 
 
-def envelope(body, header=""):
+def envelope(body, header="", namespaces=""):
+    """A SOAP 1.2 envelope declaring the prefixes of NS (and the namespaces given as attributes)."""
     declared = " ".join('xmlns:%s="%s"' % (p, u) for p, u in NS.items() if p != "s")
-    return '<?xml version="1.0" encoding="UTF-8"?><s:Envelope xmlns:s="%s" %s>%s<s:Body>%s</s:Body></s:Envelope>' % (
-        NS["s"], declared, header, body)
+    return '<?xml version="1.0" encoding="UTF-8"?><s:Envelope xmlns:s="%s" %s %s>%s<s:Body>%s</s:Body></s:Envelope>' % (
+        NS["s"], declared, namespaces, header, body)
 
 
 class Camera:
@@ -138,9 +139,9 @@ class Camera:
         keep(answer.text)
         return answer
 
-    def call(self, op, body=""):
+    def call(self, op, body="", namespaces=""):
         """op 'tds:GetServices'; body the inner XML, prefixes tt/tds/... declared on the envelope."""
-        return self.post(envelope(el(op, body), self.security()))
+        return self.post(envelope(el(op, body), self.security(), namespaces))
 
     def ok(self, op, body=""):
         """A call that must answer its response element."""
