@@ -11,7 +11,7 @@ import uuid
 import xml.etree.ElementTree as ET
 
 from registry import case
-from soap import NS, check
+from soap import NS, check, el
 from cases_device import camera_word
 
 PREFIXES = ("DISCOVERY-",)
@@ -78,25 +78,25 @@ def invalid_probe(cam, f):
 
 @case("DISCOVERY-1-1-9")
 def discovery_mode(cam, f):
-    cam.ok("tds:SetDiscoveryMode", "<tds:DiscoveryMode>NonDiscoverable</tds:DiscoveryMode>")
+    cam.ok("tds:SetDiscoveryMode", el("tds:DiscoveryMode", "NonDiscoverable"))
     try:
         check(cam.ok("tds:GetDiscoveryMode").value("tds:DiscoveryMode") == "NonDiscoverable", "mode not kept")
         check(not probe(TYPES), "answered while not discoverable")
     finally:
-        cam.ok("tds:SetDiscoveryMode", "<tds:DiscoveryMode>Discoverable</tds:DiscoveryMode>")
+        cam.ok("tds:SetDiscoveryMode", el("tds:DiscoveryMode", "Discoverable"))
     matched(cam, probe(TYPES))
 
 
 @case("DISCOVERY-1-1-11")
 def scopes(cam, f):
     scope = "onvif://www.onvif.org/location/conformance"
-    cam.ok("tds:AddScopes", "<tds:ScopeItem>%s</tds:ScopeItem>" % scope)
+    cam.ok("tds:AddScopes", el("tds:ScopeItem", scope))
     try:
         listed = [s.text.strip() for s in cam.ok("tds:GetScopes").all("tds:Scopes/tt:ScopeItem")]
         check(scope in listed, "added scope not listed")
         matched(cam, probe("<{d}:Probe><{d}:Scopes>%s</{d}:Scopes></{d}:Probe>" % scope))
     finally:
-        cam.ok("tds:RemoveScopes", "<tds:ScopeItem>%s</tds:ScopeItem>" % scope)
+        cam.ok("tds:RemoveScopes", el("tds:ScopeItem", scope))
 
 
 @case("DISCOVERY-1-1-10")
