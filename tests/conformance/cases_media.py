@@ -95,7 +95,8 @@ def sources_case(kind, available=None):
         for one in configurations(cam, kind + "Source"):
             sources = [s.text.strip() for s in options(cam, kind + "Source", one.get("token")).all(
                 "trt:Options/tt:" + available)] if available else listed
-            check(one.findtext("tt:SourceToken", "", NS).strip() in sources, "source token %s not offered" % available)
+            token = one.findtext("tt:SourceToken", "", NS).strip()
+            check(token in sources, "source token %s not among %s" % (token, sources))
     return run
 
 
