@@ -4,60 +4,39 @@ import os
 import subprocess
 import time
 import xml.etree.ElementTree as ET
+from contextlib import contextmanager
 from xml.sax.saxutils import escape
 
 import cases_events
-from registry import case, not_applicable, not_coded, uncoded
-from soap import NS, Camera, q, check, flag
+from registry import answers, case, cases, not_applicable, refuses, uncoded
+from soap import INVALID, NS, Camera, check, el, flag, q
 
 PREFIXES = ("DEVICE-",)
 
-SERVICE_NS = {"device": NS["tds"], "media": NS["trt"], "ptz": NS["tptz"], "imaging": NS["timg"],
-              "events": NS["tev"], "deviceio": NS["tmd"]}
-CAPABILITY_ELEMENT = {"device": "tt:Device", "media": "tt:Media", "events": "tt:Events", "ptz": "tt:PTZ",
-                      "imaging": "tt:Imaging", "analytics": "tt:Analytics"}
+# service: its prefix, its GetCapabilities category, the category case and the GetServices case
+SERVICES = {"device": ("tds", "Device", "DEVICE-1-1-3", "DEVICE-1-1-13"),
+            "media": ("trt", "Media", "DEVICE-1-1-4", "DEVICE-1-1-14"),
+            "events": ("tev", "Events", "DEVICE-1-1-5", "DEVICE-1-1-16"),
+            "ptz": ("tptz", "PTZ", "DEVICE-1-1-6", "DEVICE-1-1-15"),
+            "imaging": ("timg", "Imaging", "DEVICE-1-1-10", "DEVICE-1-1-17")}
 
 
 def capabilities(cam, category):
-    answer = cam.ok("tds:GetCapabilities", "<tds:Category>%s</tds:Category>" % category)
-    return answer
+    return cam.ok("tds:GetCapabilities", el("tds:Category", category))
 
 
-def category_case(category, element):
+def category_case(category):
     def run(cam, f):
-        answer = capabilities(cam, category)
-        check(answer.value(".//%s/tt:XAddr" % element), "no %s XAddr" % element)
+        check(capabilities(cam, category).value(".//tt:%s/tt:XAddr" % category), "no tt:%s XAddr" % category)
     return run
 
 
-case("DEVICE-1-1-3")(category_case("Device", "tt:Device"))
-case("DEVICE-1-1-4", "media")(category_case("Media", "tt:Media"))
-case("DEVICE-1-1-5", "events")(category_case("Events", "tt:Events"))
-case("DEVICE-1-1-6", "ptz")(category_case("PTZ", "tt:PTZ"))
-case("DEVICE-1-1-10", "imaging")(category_case("Imaging", "tt:Imaging"))
-
-
-@case("DEVICE-1-1-2")
-def all_capabilities(cam, f):
-    answer = capabilities(cam, "All")
-    for element in ("tt:Device", "tt:Media"):
-        check(answer.all("tds:Capabilities/" + element), "%s missing" % element)
-
-
-@case("DEVICE-1-1-9")
-def soap_fault(cam, f):
-    answer = cam.call("tds:GetCapabilities", "<tds:Category>NoSuchCategory</tds:Category>")
-    check(answer.fault, "answered an invalid category: %s" % answer.text[-300:])
-
-
 def services(cam, include):
-    answer = cam.ok("tds:GetServices", "<tds:IncludeCapability>%s</tds:IncludeCapability>" % include)
+    answer = cam.ok("tds:GetServices", el("tds:IncludeCapability", include))
     return {s.findtext("tds:Namespace", "", NS).strip(): s for s in answer.all("tds:Service")}
 
 
-def get_services_case(name):
-    namespace = SERVICE_NS[name]
-
+def get_services_case(namespace):
     def run(cam, f):
         without = services(cam, "false")
         check(namespace in without, "%s missing from GetServices" % namespace)
@@ -67,53 +46,49 @@ def get_services_case(name):
         holder = withcaps[namespace].find("tds:Capabilities", NS)
         check(holder is not None and len(holder), "no capabilities with IncludeCapability")
         check(holder[0].tag == "{%s}Capabilities" % namespace, "capabilities element %s" % holder[0].tag)
-        check(withcaps[namespace].findtext("tds:XAddr", "", NS).startswith("http://127.0.0.1:%d/" % cam.port),
-              "XAddr %s" % withcaps[namespace].findtext("tds:XAddr", "", NS))
+        address = withcaps[namespace].findtext("tds:XAddr", "", NS)
+        check(address.startswith("http://127.0.0.1:%d/" % cam.port), "XAddr %s" % address)
     return run
 
 
-case("DEVICE-1-1-13")(get_services_case("device"))
-case("DEVICE-1-1-14", "media")(get_services_case("media"))
-case("DEVICE-1-1-15", "ptz")(get_services_case("ptz"))
-case("DEVICE-1-1-16", "events")(get_services_case("events"))
-case("DEVICE-1-1-17", "imaging")(get_services_case("imaging"))
+for _name, (_prefix, _category, _category_id, _services_id) in SERVICES.items():
+    _needs = () if _name == "device" else (_name,)
+    case(_category_id, *_needs)(category_case(_category))
+    case(_services_id, *_needs)(get_services_case(NS[_prefix]))
 
 
-@case("DEVICE-1-1-18")
-def device_service_capabilities(cam, f):
-    answer = cam.ok("tds:GetServiceCapabilities")
-    for part in ("tds:Network", "tds:Security", "tds:System"):
-        check(answer.all("tds:Capabilities/" + part), "%s missing" % part)
-
-
-def service_capabilities_agree(cam, namespace, op):
+def capabilities_agree(prefix):
     """The capabilities GetServices carries for a service are the ones its GetServiceCapabilities gives."""
-    listed = services(cam, "true")[namespace].find("tds:Capabilities", NS)[0]
-    own = cam.ok(op).one("%s:Capabilities" % op.split(":")[0])
-    check(sorted(listed.attrib.items()) == sorted(own.attrib.items()),
-          "GetServices %s, GetServiceCapabilities %s" % (listed.attrib, own.attrib))
-    for child in own:
-        twin = listed.find(child.tag)
-        check(twin is not None and sorted(twin.attrib.items()) == sorted(child.attrib.items()),
-              "%s differs" % child.tag)
+    def run(cam, f):
+        listed = services(cam, "true")[NS[prefix]].find("tds:Capabilities", NS)[0]
+        own = cam.ok(prefix + ":GetServiceCapabilities").one(prefix + ":Capabilities")
+        check(sorted(listed.attrib.items()) == sorted(own.attrib.items()),
+              "GetServices %s, GetServiceCapabilities %s" % (listed.attrib, own.attrib))
+        for child in own:
+            twin = listed.find(child.tag)
+            check(twin is not None and sorted(twin.attrib.items()) == sorted(child.attrib.items()),
+                  "%s differs" % child.tag)
+    return run
 
 
-@case("DEVICE-1-1-19")
-def device_capabilities_agree(cam, f):
-    service_capabilities_agree(cam, NS["tds"], "tds:GetServiceCapabilities")
+case("DEVICE-1-1-2")(answers("tds:GetCapabilities", el("tds:Category", "All"), "tds:Capabilities/tt:Device",
+                             "tds:Capabilities/tt:Media"))
+case("DEVICE-1-1-18")(answers("tds:GetServiceCapabilities", "", "tds:Capabilities/tds:Network",
+                              "tds:Capabilities/tds:Security", "tds:Capabilities/tds:System"))
+case("DEVICE-1-1-19")(capabilities_agree("tds"))
 
 
 @case("DEVICE-1-1-30")
 def services_and_capabilities(cam, f):
     listed = services(cam, "false")
     caps = capabilities(cam, "All")
-    for name, element in (("media", "tt:Media"), ("ptz", "tt:PTZ"), ("imaging", "tt:Imaging"),
-                          ("events", "tt:Events")):
+    for name in ("media", "ptz", "imaging", "events"):
+        namespace, element = NS[SERVICES[name][0]], "tt:" + SERVICES[name][1]
         has_cap = bool(caps.all(".//%s/tt:XAddr" % element))
-        check(has_cap == (SERVICE_NS[name] in listed), "%s: GetCapabilities %s, GetServices %s"
-              % (name, has_cap, SERVICE_NS[name] in listed))
+        check(has_cap == (namespace in listed),
+              "%s: GetCapabilities %s, GetServices %s" % (name, has_cap, namespace in listed))
         if has_cap:
-            check(caps.value(".//%s/tt:XAddr" % element) == listed[SERVICE_NS[name]].findtext("tds:XAddr", "", NS).strip(),
+            check(caps.value(".//%s/tt:XAddr" % element) == listed[namespace].findtext("tds:XAddr", "", NS).strip(),
                   "%s addresses differ" % name)
     io = caps.all(".//tt:Extension/tt:DeviceIO/tt:XAddr")
     check(bool(io) == (NS["tmd"] in listed), "device IO: GetCapabilities %s, GetServices %s" % (bool(io), NS["tmd"] in listed))
@@ -127,43 +102,63 @@ def services_xaddr(cam, f):
         check(service.find("tds:Version/tt:Major", NS) is not None, "%s has no version" % namespace)
 
 
-def read_case(op, element):
-    def run(cam, f):
-        cam.ok(op).one(element)
-    return run
+for _id, _read, _element in (("DEVICE-2-1-1", "Hostname", "HostnameInformation"), ("DEVICE-2-1-4", "DNS", "DNSInformation"),
+                             ("DEVICE-2-1-11", "NTP", "NTPInformation"),
+                             ("DEVICE-2-1-17", "NetworkInterfaces", "NetworkInterfaces"),
+                             ("DEVICE-2-1-25", "NetworkDefaultGateway", "NetworkGateway"),
+                             ("DEVICE-2-1-33", "NetworkProtocols", "NetworkProtocols"),
+                             ("DEVICE-3-1-9", "DeviceInformation", "Manufacturer"), ("DEVICE-4-1-1", "Users", "User")):
+    case(_id)(answers("tds:Get" + _read, "", "tds:" + _element))
 
 
-case("DEVICE-2-1-1")(read_case("tds:GetHostname", "tds:HostnameInformation"))
-case("DEVICE-2-1-4")(read_case("tds:GetDNS", "tds:DNSInformation"))
-case("DEVICE-2-1-11")(read_case("tds:GetNTP", "tds:NTPInformation"))
-case("DEVICE-2-1-17")(read_case("tds:GetNetworkInterfaces", "tds:NetworkInterfaces"))
-case("DEVICE-2-1-25")(read_case("tds:GetNetworkDefaultGateway", "tds:NetworkGateway"))
-case("DEVICE-2-1-33")(read_case("tds:GetNetworkProtocols", "tds:NetworkProtocols"))
-case("DEVICE-3-1-9")(read_case("tds:GetDeviceInformation", "tds:Manufacturer"))
-case("DEVICE-4-1-1")(read_case("tds:GetUsers", "tds:User"))
+def manual_server(kind, address):
+    return el("tds:FromDHCP", "false") + el("tds:%sManual" % kind, el("tt:Type", "IPv4"), el("tt:IPv4Address", address))
 
 
-@case("DEVICE-2-1-3")
-def invalid_hostname(cam, f):
-    cam.refused("tds:SetHostname", "<tds:Name>Home$Network</tds:Name>", "Sender", "InvalidArgVal", "InvalidHostname")
+def date_time(kind, hms=None, ymd=None, zone=None):
+    """A SetSystemDateAndTime body: hms and ymd are the UTC time and date, zone the TZ text."""
+    body = el("tds:DateTimeType", kind) + el("tds:DaylightSavings", "false")
+    body += el("tds:TimeZone", el("tt:TZ", zone)) if zone else ""
+    if hms:
+        body += el("tds:UTCDateTime", el("tt:Time", *(el("tt:" + n, v) for n, v in zip(("Hour", "Minute", "Second"), hms))),
+                   el("tt:Date", *(el("tt:" + n, v) for n, v in zip(("Year", "Month", "Day"), ymd))))
+    return body
 
 
-@case("DEVICE-2-1-9")
-def invalid_dns(cam, f):
-    cam.refused("tds:SetDNS", "<tds:FromDHCP>false</tds:FromDHCP><tds:DNSManual><tt:Type>IPv4</tt:Type>"
-                "<tt:IPv4Address>10.1.1</tt:IPv4Address></tds:DNSManual>", "Sender", "InvalidArgVal", "InvalidIPv4Address")
+def user(name, password, level):
+    return el("tds:User", el("tt:Username", name), el("tt:Password", password), el("tt:UserLevel", level))
 
 
-@case("DEVICE-2-1-15")
-def invalid_ntp(cam, f):
-    cam.refused("tds:SetNTP", "<tds:FromDHCP>false</tds:FromDHCP><tds:NTPManual><tt:Type>IPv4</tt:Type>"
-                "<tt:IPv4Address>10.1.1</tt:IPv4Address></tds:NTPManual>", "Sender", "InvalidArgVal", "InvalidIPv4Address")
+def relay_settings(service, token, mode, delay, idle):
+    """A SetRelayOutputSettings body of the device (tds) or device IO (tmd) service."""
+    properties = el("tt:Mode", mode) + el("tt:DelayTime", delay) + el("tt:IdleState", idle)
+    if service == "tds":
+        return el("tds:RelayOutputToken", token) + el("tds:Properties", properties)
+    return '<tmd:RelayOutput token="%s">%s</tmd:RelayOutput>' % (token, el("tt:Properties", properties))
 
 
-@case("DEVICE-2-1-28")
-def invalid_gateway(cam, f):
-    cam.refused("tds:SetNetworkDefaultGateway", "<tds:IPv4Address>10.1.1</tds:IPv4Address>",
-                "Sender", "InvalidArgVal", "InvalidGatewayAddress")
+def relay_state(token, state):
+    return el("tds:RelayOutputToken", token) + el("tds:LogicalState", state)
+
+
+cases([
+    ("DEVICE-1-1-9", (), refuses("tds:GetCapabilities", el("tds:Category", "NoSuchCategory"))),
+    ("DEVICE-2-1-3", (), refuses("tds:SetHostname", el("tds:Name", "Home$Network"), *INVALID, "InvalidHostname")),
+    ("DEVICE-2-1-9", (), refuses("tds:SetDNS", manual_server("DNS", "10.1.1"), *INVALID, "InvalidIPv4Address")),
+    ("DEVICE-2-1-15", (), refuses("tds:SetNTP", manual_server("NTP", "10.1.1"), *INVALID, "InvalidIPv4Address")),
+    ("DEVICE-2-1-28", (), refuses("tds:SetNetworkDefaultGateway", el("tds:IPv4Address", "10.1.1"), *INVALID,
+                                  "InvalidGatewayAddress")),
+    ("DEVICE-3-1-4", (), refuses("tds:SetSystemDateAndTime", date_time("Manual", (10, 0, 0), (2026, 1, 1), "INVALID"),
+                                 *INVALID, "InvalidTimeZone")),
+    ("DEVICE-3-1-5", (), refuses("tds:SetSystemDateAndTime", date_time("Manual", (30, 61, 61), (2026, 13, 32)),
+                                 *INVALID, "InvalidDateTime")),
+    ("DEVICE-4-1-5", (), refuses("tds:DeleteUsers", el("tds:Username", "NoSuchUser9"), *INVALID, "UsernameMissing")),
+    ("DEVICE-4-1-8", (), refuses("tds:SetUser", user("NoSuchUser8", "Pass1234", "User"), *INVALID, "UsernameMissing")),
+    ("DEVICE-5-1-11", "relays", refuses("tds:SetRelayOutputSettings", relay_settings(
+        "tds", "NoSuchRelay", "Bistable", "PT0S", "open"), *INVALID, "RelayToken")),
+    ("DEVICE-5-1-12", "relays", refuses("tds:SetRelayOutputState", relay_state("NoSuchRelay", "active"), *INVALID,
+                                        "RelayToken")),
+])
 
 
 @case("DEVICE-3-1-1")
@@ -173,137 +168,75 @@ def date_and_time(cam, f):
     check(answer.all(".//tt:UTCDateTime/tt:Date/tt:Year"), "no UTC date")
 
 
-@case("DEVICE-3-1-4")
-def invalid_timezone(cam, f):
-    cam.refused("tds:SetSystemDateAndTime", "<tds:DateTimeType>Manual</tds:DateTimeType>"
-                "<tds:DaylightSavings>false</tds:DaylightSavings><tds:TimeZone><tt:TZ>INVALID</tt:TZ></tds:TimeZone>"
-                "<tds:UTCDateTime><tt:Time><tt:Hour>10</tt:Hour><tt:Minute>0</tt:Minute><tt:Second>0</tt:Second></tt:Time>"
-                "<tt:Date><tt:Year>2026</tt:Year><tt:Month>1</tt:Month><tt:Day>1</tt:Day></tt:Date></tds:UTCDateTime>",
-                "Sender", "InvalidArgVal", "InvalidTimeZone")
-
-
-@case("DEVICE-3-1-5")
-def invalid_date(cam, f):
-    cam.refused("tds:SetSystemDateAndTime", "<tds:DateTimeType>Manual</tds:DateTimeType>"
-                "<tds:DaylightSavings>false</tds:DaylightSavings>"
-                "<tds:UTCDateTime><tt:Time><tt:Hour>30</tt:Hour><tt:Minute>61</tt:Minute><tt:Second>61</tt:Second></tt:Time>"
-                "<tt:Date><tt:Year>2026</tt:Year><tt:Month>13</tt:Month><tt:Day>32</tt:Day></tt:Date></tds:UTCDateTime>",
-                "Sender", "InvalidArgVal", "InvalidDateTime")
-
-
-def user(name, password, level):
-    return ("<tds:User><tt:Username>%s</tt:Username><tt:Password>%s</tt:Password><tt:UserLevel>%s</tt:UserLevel>"
-            "</tds:User>" % (name, password, level))
-
-
 def users(cam):
     return {u.findtext("tt:Username", "", NS): u.findtext("tt:UserLevel", "", NS)
             for u in cam.ok("tds:GetUsers").all("tds:User")}
 
 
-@case("DEVICE-4-1-9")
-def create_users(cam, f):
-    cam.ok("tds:CreateUsers", user("Onvif1", "Pass1234", "User"))
+@contextmanager
+def temporary_user(cam, name, level="User", password="Pass1234"):
+    cam.ok("tds:CreateUsers", user(name, password, level))
     try:
-        check(users(cam).get("Onvif1") == "User", "created user not listed")
+        yield
     finally:
-        cam.ok("tds:DeleteUsers", "<tds:Username>Onvif1</tds:Username>")
+        cam.ok("tds:DeleteUsers", el("tds:Username", name))
 
 
-@case("DEVICE-4-1-3")
-def create_existing_user(cam, f):
-    cam.ok("tds:CreateUsers", user("Onvif2", "Pass1234", "User"))
-    try:
-        cam.refused("tds:CreateUsers", user("Onvif2", "Pass1234", "User"), "Sender", "OperationProhibited", "UsernameClash")
-    finally:
-        cam.ok("tds:DeleteUsers", "<tds:Username>Onvif2</tds:Username>")
-
-
-@case("DEVICE-4-1-4")
-def delete_users(cam, f):
-    cam.ok("tds:CreateUsers", user("Onvif3", "Pass1234", "User"))
-    cam.ok("tds:DeleteUsers", "<tds:Username>Onvif3</tds:Username>")
-    check("Onvif3" not in users(cam), "deleted user listed")
-
-
-@case("DEVICE-4-1-5")
-def delete_missing_user(cam, f):
-    cam.refused("tds:DeleteUsers", "<tds:Username>NoSuchUser9</tds:Username>", "Sender", "InvalidArgVal", "UsernameMissing")
-
-
-@case("DEVICE-4-1-7")
-def set_user(cam, f):
-    cam.ok("tds:CreateUsers", user("Onvif4", "Pass1234", "User"))
-    try:
-        cam.ok("tds:SetUser", user("Onvif4", "Pass5678", "Operator"))
-        check(users(cam).get("Onvif4") == "Operator", "level not changed")
-    finally:
-        cam.ok("tds:DeleteUsers", "<tds:Username>Onvif4</tds:Username>")
-
-
-def relay_tokens(cam):
-    return [r.get("token") for r in cam.ok("tds:GetRelayOutputs").all("tds:RelayOutputs")]
-
-
-@case("DEVICE-5-1-1", "relays")
-def relay_outputs(cam, f):
-    check(relay_tokens(cam), "no relay outputs")
-
-
-@case("DEVICE-5-1-2", "relays")
-def relay_count(cam, f):
-    count = f["capabilities"].value(".//tt:IO/tt:RelayOutputs")
-    check(int(count) == len(relay_tokens(cam)), "capabilities say %s" % count)
-
-
-def relay_settings(mode, delay, idle):
-    return ("<tt:Mode>%s</tt:Mode><tt:DelayTime>%s</tt:DelayTime><tt:IdleState>%s</tt:IdleState>" % (mode, delay, idle))
-
-
-@case("DEVICE-5-1-3", "relays")
-def set_relay_settings(cam, f):
-    token = relay_tokens(cam)[0]
-    cam.ok("tds:SetRelayOutputSettings", "<tds:RelayOutputToken>%s</tds:RelayOutputToken><tds:Properties>%s"
-           "</tds:Properties>" % (token, relay_settings("Bistable", "PT0S", "open")))
-
-
-def relay_state_case(mode, idle, prefix):
+def user_case(name, *steps, after=None):
+    """A user of the flow's own, the steps done while it exists, the after step once it is deleted."""
     def run(cam, f):
-        token = relay_tokens(cam)[0]
-        op = prefix + ":SetRelayOutputSettings"
-        holder = "tds:Properties" if prefix == "tds" else "tmd:RelayOutput"
-        token_part = ("<tds:RelayOutputToken>%s</tds:RelayOutputToken>" % token if prefix == "tds"
-                      else "")
-        inner = relay_settings(mode, "PT1S" if mode == "Monostable" else "PT0S", idle)
-        if prefix == "tds":
-            cam.ok(op, token_part + "<%s>%s</%s>" % (holder, inner, holder))
-        else:
-            cam.ok(op, '<tmd:RelayOutput token="%s"><tt:Properties>%s</tt:Properties></tmd:RelayOutput>' % (token, inner))
-        # The device IO service's SetRelayOutputState takes the device
-        # service's element (deviceio.wsdl), at the device IO address.
-        for state in ("active", "inactive"):
-            cam.ok("tds:SetRelayOutputState", "<tds:RelayOutputToken>%s</tds:RelayOutputToken>"
-                   "<tds:LogicalState>%s</tds:LogicalState>" % (token, state))
+        with temporary_user(cam, name):
+            for step in steps:
+                step(cam)
+        if after:
+            after(cam)
     return run
 
 
-case("DEVICE-5-1-5", "relays")(relay_state_case("Bistable", "open", "tds"))
-case("DEVICE-5-1-6", "relays")(relay_state_case("Bistable", "closed", "tds"))
-case("DEVICE-5-1-7", "relays")(relay_state_case("Monostable", "open", "tds"))
-case("DEVICE-5-1-8", "relays")(relay_state_case("Monostable", "closed", "tds"))
+cases([
+    ("DEVICE-4-1-9", (), user_case("Onvif1", lambda cam: check(users(cam).get("Onvif1") == "User", "user not listed"))),
+    ("DEVICE-4-1-3", (), user_case("Onvif2", lambda cam: cam.refused("tds:CreateUsers", user("Onvif2", "Pass1234", "User"),
+                                                                     "Sender", "OperationProhibited", "UsernameClash"))),
+    ("DEVICE-4-1-4", (), user_case("Onvif3", after=lambda cam: check("Onvif3" not in users(cam), "deleted user listed"))),
+    ("DEVICE-4-1-7", (), user_case("Onvif4", lambda cam: cam.ok("tds:SetUser", user("Onvif4", "Pass5678", "Operator")),
+                                   lambda cam: check(users(cam).get("Onvif4") == "Operator", "level not changed"))),
+])
 
 
-@case("DEVICE-5-1-11", "relays")
-def relay_settings_invalid(cam, f):
-    cam.refused("tds:SetRelayOutputSettings", "<tds:RelayOutputToken>NoSuchRelay</tds:RelayOutputToken><tds:Properties>%s"
-                "</tds:Properties>" % relay_settings("Bistable", "PT0S", "open"), "Sender", "InvalidArgVal", "RelayToken")
+def relay_tokens(cam):
+    # deviceio.wsdl's GetRelayOutputs takes and gives the device service's elements.
+    return [r.get("token") for r in cam.ok("tds:GetRelayOutputs").all("tds:RelayOutputs")]
 
 
-@case("DEVICE-5-1-12", "relays")
-def relay_state_invalid(cam, f):
-    cam.refused("tds:SetRelayOutputState", "<tds:RelayOutputToken>NoSuchRelay</tds:RelayOutputToken>"
-                "<tds:LogicalState>active</tds:LogicalState>", "Sender", "InvalidArgVal", "RelayToken")
+def count_case(capability, listing):
+    """The capabilities' count of a kind of IO is the length of its listing."""
+    def run(cam, f):
+        count = capability(cam, f)
+        check(count is not None and int(count) == len(listing(cam)), "capabilities say %s" % count)
+    return run
 
+
+case("DEVICE-5-1-1", "relays")(answers("tds:GetRelayOutputs", "", "tds:RelayOutputs"))
+case("DEVICE-5-1-2", "relays")(count_case(lambda cam, f: f["capabilities"].value(".//tt:IO/tt:RelayOutputs"), relay_tokens))
+
+
+def relay_case(service, mode, idle, delay=None, toggle=True):
+    """The first relay set up through the service and, with toggle, switched active and back; the device IO
+    service's SetRelayOutputState takes the device service's element (deviceio.wsdl)."""
+    def run(cam, f):
+        token = relay_tokens(cam)[0]
+        cam.ok(service + ":SetRelayOutputSettings", relay_settings(
+            service, token, mode, delay or ("PT1S" if mode == "Monostable" else "PT0S"), idle))
+        for state in ("active", "inactive") if toggle else ():
+            cam.ok("tds:SetRelayOutputState", relay_state(token, state))
+    return run
+
+
+RELAY_STATES = (("Bistable", "open"), ("Bistable", "closed"), ("Monostable", "open"), ("Monostable", "closed"))
+for _n, (_mode, _idle) in enumerate(RELAY_STATES):
+    case("DEVICE-5-1-%d" % (_n + 5), "relays")(relay_case("tds", _mode, _idle))
+case("DEVICE-5-1-3", "relays")(relay_case("tds", "Bistable", "open", toggle=False))
+case("DEVICE-5-1-9", "relays")(relay_case("tds", "Monostable", "open", "PT10S"))
 
 # The same request written with other prefixes and namespace declarations.
 NAMESPACE_FORMS = {
@@ -332,15 +265,22 @@ for _id, _form in NAMESPACE_FORMS.items():
 for _id in ("DEVICE-2-1-7", "DEVICE-2-1-10", "DEVICE-2-1-13", "DEVICE-2-1-16", "DEVICE-2-1-19", "DEVICE-2-1-21",
             "DEVICE-2-1-29", "DEVICE-2-1-31"):
     case(_id, "ipv6")(uncoded("IPv6"))
+for _id, _feature in (("DEVICE-2-1-36", "dynamic dns"), ("DEVICE-2-1-37", "dynamic dns"), ("DEVICE-3-1-10", "system log"),
+                      ("DEVICE-3-1-13", "system uris"), ("DEVICE-4-1-10", "remote user"), ("DEVICE-4-1-11", "remote user"),
+                      ("DEVICE-7-1-1", "ip filter"), ("DEVICE-7-1-2", "ip filter"), ("DEVICE-7-1-3", "ip filter"),
+                      ("DEVICE-7-1-4", "ip filter"), ("DEVICE-3-1-14", "system backup"),
+                      ("DEVICE-3-1-15", "system backup"), ("DEVICE-3-1-16", "firmware upload"),
+                      ("DEVICE-3-1-17", "firmware upload"), ("DEVICE-8-1-1", "device aux")):
+    case(_id, _feature)(uncoded(_feature))
 not_applicable("the camera serves no recording, replay, receiver, access control, door control, security "
                "configuration, access rules, credential or schedule service",
                *["DEVICE-1-1-%d" % n for n in range(20, 30)])
 not_applicable("the camera has no analytics service", "DEVICE-1-1-11")
 
 
-# Setters: each sets a value, reads it back and puts the original back.
 def server_setting_case(kind, request, read, wanted):
-    """kind DNS or NTP: Set<kind> with the request's settings, the read path of Get<kind> holds wanted."""
+    """kind DNS or NTP: Set<kind> with the request's settings, the read path of Get<kind> holds wanted; the
+    settings read before go back."""
     info = "tds:%sInformation" % kind
 
     def run(cam, f):
@@ -348,44 +288,29 @@ def server_setting_case(kind, request, read, wanted):
         cam.ok("tds:Set" + kind, request)
         got = [(e.text or "").strip() for e in cam.ok("tds:Get" + kind).all("%s/%s" % (info, read))]
         check(wanted in got, "%s %s: %s after setting %s" % (kind, read, got, wanted))
-        manual = "".join("<tds:%sManual><tt:Type>IPv4</tt:Type><tt:IPv4Address>%s</tt:IPv4Address></tds:%sManual>"
-                         % (kind, a.text.strip(), kind) for a in before.all(info + "/tt:%sManual/tt:IPv4Address" % kind)
-                         if a.text)
-        cam.ok("tds:Set" + kind, "<tds:FromDHCP>%s</tds:FromDHCP>%s" % (before.value(info + "/tt:FromDHCP"), manual))
+        manual = "".join(el("tds:%sManual" % kind, el("tt:Type", "IPv4"), el("tt:IPv4Address", a.text.strip()))
+                         for a in before.all(info + "/tt:%sManual/tt:IPv4Address" % kind) if a.text)
+        cam.ok("tds:Set" + kind, el("tds:FromDHCP", before.value(info + "/tt:FromDHCP")) + manual)
     return run
 
 
-def manual_server(kind, address):
-    return ("<tds:FromDHCP>false</tds:FromDHCP><tds:%sManual><tt:Type>IPv4</tt:Type><tt:IPv4Address>%s</tt:IPv4Address>"
-            "</tds:%sManual>" % (kind, address, kind))
-
-
-case("DEVICE-2-1-5")(server_setting_case("DNS", "<tds:FromDHCP>false</tds:FromDHCP><tds:SearchDomain>conformance.example"
-                                         "</tds:SearchDomain>", "tt:SearchDomain", "conformance.example"))
+case("DEVICE-2-1-5")(server_setting_case("DNS", el("tds:FromDHCP", "false") + el("tds:SearchDomain", "conformance.example"),
+                                         "tt:SearchDomain", "conformance.example"))
 case("DEVICE-2-1-6")(server_setting_case("DNS", manual_server("DNS", "10.1.1.1"), "tt:DNSManual/tt:IPv4Address", "10.1.1.1"))
-case("DEVICE-2-1-8")(server_setting_case("DNS", "<tds:FromDHCP>true</tds:FromDHCP>", "tt:FromDHCP", "true"))
+case("DEVICE-2-1-8")(server_setting_case("DNS", el("tds:FromDHCP", "true"), "tt:FromDHCP", "true"))
 case("DEVICE-2-1-12")(server_setting_case("NTP", manual_server("NTP", "10.1.1.2"), "tt:NTPManual/tt:IPv4Address", "10.1.1.2"))
-case("DEVICE-2-1-14")(server_setting_case("NTP", "<tds:FromDHCP>true</tds:FromDHCP>", "tt:FromDHCP", "true"))
-
-
-@case("DEVICE-2-1-20")
-def interface_invalid(cam, f):
-    token = cam.ok("tds:GetNetworkInterfaces").one("tds:NetworkInterfaces").get("token")
-    cam.refused("tds:SetNetworkInterfaces", "<tds:InterfaceToken>%s</tds:InterfaceToken><tds:NetworkInterface>"
-                "<tt:Enabled>true</tt:Enabled><tt:IPv4><tt:Enabled>true</tt:Enabled><tt:Manual><tt:Address>10.1.1</tt:Address>"
-                "<tt:PrefixLength>24</tt:PrefixLength></tt:Manual><tt:DHCP>false</tt:DHCP></tt:IPv4></tds:NetworkInterface>"
-                % token, "Sender", "InvalidArgVal")
+case("DEVICE-2-1-14")(server_setting_case("NTP", el("tds:FromDHCP", "true"), "tt:FromDHCP", "true"))
 
 
 def one_value_case(name, read, field, value):
     """Set<name> with one field, Get<name> shows it at read; the value read before goes back."""
     def run(cam, f):
         before = cam.ok("tds:Get" + name).value(read)
-        cam.ok("tds:Set" + name, "<tds:%s>%s</tds:%s>" % (field, value, field))
+        cam.ok("tds:Set" + name, el("tds:" + field, value))
         got = cam.ok("tds:Get" + name).value(read)
         check(got == value, "%s %s after setting %s" % (name, got, value))
         if before:
-            cam.ok("tds:Set" + name, "<tds:%s>%s</tds:%s>" % (field, before, field))
+            cam.ok("tds:Set" + name, el("tds:" + field, before))
     return run
 
 
@@ -401,8 +326,7 @@ def protocols(cam):
 @case("DEVICE-2-1-34")
 def set_protocols(cam, f):
     listed = protocols(cam)
-    body = "".join(ET.tostring(p, encoding="unicode") for p in listed)
-    cam.ok("tds:SetNetworkProtocols", body)
+    cam.ok("tds:SetNetworkProtocols", "".join(ET.tostring(p, encoding="unicode") for p in listed))
     check(len(protocols(cam)) == len(listed), "protocols changed")
 
 
@@ -411,86 +335,56 @@ def unsupported_protocol(cam, f):
     names = [p.findtext("tt:Name", "", NS) for p in protocols(cam)]
     missing = [n for n in ("HTTP", "HTTPS", "RTSP") if n not in names]
     if missing:
-        cam.refused("tds:SetNetworkProtocols", "<tds:NetworkProtocols><tt:Name>%s</tt:Name><tt:Enabled>true</tt:Enabled>"
-                    "<tt:Port>8443</tt:Port></tds:NetworkProtocols>" % missing[0],
-                    "Sender", "InvalidArgVal", "ServiceNotSupported")
+        cam.refused("tds:SetNetworkProtocols", el("tds:NetworkProtocols", el("tt:Name", missing[0]), el("tt:Enabled", "true"),
+                                                  el("tt:Port", 8443)), *INVALID, "ServiceNotSupported")
 
 
-@case("DEVICE-3-1-11")
-def set_date_and_time(cam, f):
-    before = cam.ok("tds:GetSystemDateAndTime")
-    zone = before.value(".//tt:TimeZone/tt:TZ", "GMT0")
-    cam.ok("tds:SetSystemDateAndTime", "<tds:DateTimeType>Manual</tds:DateTimeType>"
-           "<tds:DaylightSavings>false</tds:DaylightSavings><tds:TimeZone><tt:TZ>%s</tt:TZ></tds:TimeZone>"
-           "<tds:UTCDateTime><tt:Time><tt:Hour>10</tt:Hour><tt:Minute>20</tt:Minute><tt:Second>30</tt:Second></tt:Time>"
-           "<tt:Date><tt:Year>2026</tt:Year><tt:Month>3</tt:Month><tt:Day>4</tt:Day></tt:Date></tds:UTCDateTime>" % zone)
-    check(cam.ok("tds:GetSystemDateAndTime").value(".//tt:DateTimeType") == "Manual", "not manual")
+def date_time_case(kind, *settings):
+    """SetSystemDateAndTime of a kind, which the camera then reports; with NTP, the clock goes back to manual."""
+    def run(cam, f):
+        zone = cam.ok("tds:GetSystemDateAndTime").value(".//tt:TimeZone/tt:TZ", "GMT0") if settings else None
+        cam.ok("tds:SetSystemDateAndTime", date_time(kind, *settings, zone))
+        check(cam.ok("tds:GetSystemDateAndTime").value(".//tt:DateTimeType") == kind, "not %s" % kind)
+        if kind == "NTP":
+            now = time.gmtime()
+            cam.ok("tds:SetSystemDateAndTime", date_time("Manual", now[3:6], now[0:3]))
+    return run
 
 
-@case("DEVICE-3-1-12")
-def date_and_time_ntp(cam, f):
-    cam.ok("tds:SetSystemDateAndTime", "<tds:DateTimeType>NTP</tds:DateTimeType>"
-           "<tds:DaylightSavings>false</tds:DaylightSavings>")
-    check(cam.ok("tds:GetSystemDateAndTime").value(".//tt:DateTimeType") == "NTP", "not NTP")
-    now = time.gmtime()
-    cam.ok("tds:SetSystemDateAndTime", "<tds:DateTimeType>Manual</tds:DateTimeType>"
-           "<tds:DaylightSavings>false</tds:DaylightSavings><tds:UTCDateTime><tt:Time><tt:Hour>%d</tt:Hour>"
-           "<tt:Minute>%d</tt:Minute><tt:Second>%d</tt:Second></tt:Time><tt:Date><tt:Year>%d</tt:Year>"
-           "<tt:Month>%d</tt:Month><tt:Day>%d</tt:Day></tt:Date></tds:UTCDateTime>"
-           % (now.tm_hour, now.tm_min, now.tm_sec, now.tm_year, now.tm_mon, now.tm_mday))
-
-
-@case("DEVICE-4-1-8")
-def user_errors(cam, f):
-    cam.refused("tds:SetUser", user("NoSuchUser8", "Pass1234", "User"), "Sender", "InvalidArgVal", "UsernameMissing")
-
-
-@case("DEVICE-5-1-9", "relays")
-def monostable_early_inactive(cam, f):
-    token = relay_tokens(cam)[0]
-    cam.ok("tds:SetRelayOutputSettings", "<tds:RelayOutputToken>%s</tds:RelayOutputToken><tds:Properties>%s"
-           "</tds:Properties>" % (token, relay_settings("Monostable", "PT10S", "open")))
-    for state in ("active", "inactive"):
-        cam.ok("tds:SetRelayOutputState", "<tds:RelayOutputToken>%s</tds:RelayOutputToken>"
-               "<tds:LogicalState>%s</tds:LogicalState>" % (token, state))
-
-
-for _id, _feature in (("DEVICE-2-1-36", "dynamic dns"), ("DEVICE-2-1-37", "dynamic dns"), ("DEVICE-3-1-10", "system log"),
-                      ("DEVICE-3-1-13", "system uris"), ("DEVICE-4-1-10", "remote user"), ("DEVICE-4-1-11", "remote user"),
-                      ("DEVICE-7-1-1", "ip filter"), ("DEVICE-7-1-2", "ip filter"), ("DEVICE-7-1-3", "ip filter"),
-                      ("DEVICE-7-1-4", "ip filter"), ("DEVICE-3-1-14", "system backup"),
-                      ("DEVICE-3-1-15", "system backup"), ("DEVICE-3-1-16", "firmware upload"),
-                      ("DEVICE-3-1-17", "firmware upload"), ("DEVICE-8-1-1", "device aux")):
-    case(_id, _feature)(uncoded(_feature))
-
+case("DEVICE-3-1-11")(date_time_case("Manual", (10, 20, 30), (2026, 3, 4)))
+case("DEVICE-3-1-12")(date_time_case("NTP"))
 
 
 def first_interface(cam):
     return cam.ok("tds:GetNetworkInterfaces").one("tds:NetworkInterfaces")
 
 
+def ipv4_settings(token, address, prefix, dhcp, enabled=""):
+    """A SetNetworkInterfaces body with the IPv4 part only (and the interface's Enabled where given)."""
+    manual = el("tt:Manual", el("tt:Address", address), el("tt:PrefixLength", prefix)) if address else ""
+    return el("tds:InterfaceToken", escape(token)) + el("tds:NetworkInterface", el("tt:Enabled", enabled) if enabled else "",
+                                                        el("tt:IPv4", el("tt:Enabled", "true"), manual, el("tt:DHCP", dhcp)))
+
+
+case("DEVICE-2-1-20")(refuses("tds:SetNetworkInterfaces", lambda cam, f: ipv4_settings(
+    first_interface(cam).get("token"), "10.1.1", 24, "false", "true"), *INVALID))
+
+
 def set_ipv4(cam, token, address, prefix, dhcp):
-    """SetNetworkInterfaces with the IPv4 part only, and the reboot it may ask for."""
-    manual = ("<tt:Manual><tt:Address>%s</tt:Address><tt:PrefixLength>%s</tt:PrefixLength></tt:Manual>"
-              % (address, prefix)) if address else ""
-    answer = cam.ok("tds:SetNetworkInterfaces", "<tds:InterfaceToken>%s</tds:InterfaceToken><tds:NetworkInterface>"
-                    "<tt:IPv4><tt:Enabled>true</tt:Enabled>%s<tt:DHCP>%s</tt:DHCP></tt:IPv4></tds:NetworkInterface>"
-                    % (escape(token), manual, dhcp))
+    answer = cam.ok("tds:SetNetworkInterfaces", ipv4_settings(token, address, prefix, dhcp))
     if flag(answer.value("tds:RebootNeeded")):
         maintenance_case("tds:SystemReboot", "", "tds:Message", 1)(cam, None)
 
 
 @case("DEVICE-2-1-18")
 def set_interface_address(cam, f):
-    """A new address in the interface's subnet, read back, then the original settings put back. The
-    simulated camera keeps serving (and announcing) 127.0.0.1 whatever its settings say, so the flow
-    goes on at the address it has and the Hello from the new address is not awaited."""
+    # The simulated camera keeps serving (and announcing) 127.0.0.1 whatever its settings say, so the
+    # flow goes on at the address it has and the Hello from the new address is not awaited.
     original = first_interface(cam)
     token = original.get("token")
-    address = original.findtext("tt:IPv4/tt:Config/tt:Manual/tt:Address", "", NS).strip() or \
-        original.findtext("tt:IPv4/tt:Config/tt:FromDHCP/tt:Address", "", NS).strip()
-    prefix = original.findtext("tt:IPv4/tt:Config/tt:Manual/tt:PrefixLength", "", NS).strip() or \
-        original.findtext("tt:IPv4/tt:Config/tt:FromDHCP/tt:PrefixLength", "24", NS).strip()
+    config = lambda path, default="": original.findtext("tt:IPv4/tt:Config/" + path, default, NS).strip()
+    address = config("tt:Manual/tt:Address") or config("tt:FromDHCP/tt:Address")
+    prefix = config("tt:Manual/tt:PrefixLength") or config("tt:FromDHCP/tt:PrefixLength", "24")
     subnet = ipaddress.ip_interface("%s/%s" % (address, prefix)).network
     other = next(h for h in subnet.hosts() if str(h) != address)
     set_ipv4(cam, token, other, prefix, "false")
@@ -503,9 +397,7 @@ def set_interface_address(cam, f):
               "manual address %s, set %s" % (ipv4.findtext("tt:Config/tt:Manual/tt:Address", "", NS), other))
         check(not flag(ipv4.findtext("tt:Config/tt:DHCP", "", NS)), "DHCP on after a manual address")
     finally:
-        dhcp = original.findtext("tt:IPv4/tt:Config/tt:DHCP", "false", NS).strip()
-        manual = original.findtext("tt:IPv4/tt:Config/tt:Manual/tt:Address", "", NS).strip()
-        set_ipv4(cam, token, manual, prefix, dhcp)
+        set_ipv4(cam, token, config("tt:Manual/tt:Address"), prefix, config("tt:DHCP", "false"))
     check(ET.tostring(first_interface(cam)) == ET.tostring(original), "the original settings did not come back")
 
 
@@ -515,23 +407,21 @@ def delete_all_users(cam, f):
     account is recreated afterwards with its password (the camera cannot tell it back)."""
     listed = users(cam)
     spare = Camera(cam.port, "Onvif6", "Pass1234")
-    cam.ok("tds:CreateUsers", user(spare.user, spare.password, "Administrator"))
     deleted = []
-    try:
-        for name in listed:
-            answer = spare.call("tds:DeleteUsers", "<tds:Username>%s</tds:Username>" % escape(name))
-            if answer.fault:
-                check(answer.subcodes()[:3] == ["Sender", "InvalidArgVal", "FixedUser"],
-                      "deleting %s: %s" % (name, answer.summary()))
-            else:
-                check(answer.body.tag == q("tds:DeleteUsersResponse"), "deleting %s: %s" % (name, answer.summary()))
-                deleted.append(name)
-        left = users(spare)
-        check(not any(name in left for name in deleted), "deleted users still listed: %s" % sorted(left))
-    finally:
-        if cam.user in deleted:
-            spare.ok("tds:CreateUsers", user(cam.user, cam.password, listed[cam.user]))
-        cam.ok("tds:DeleteUsers", "<tds:Username>%s</tds:Username>" % spare.user)
+    with temporary_user(cam, spare.user, "Administrator", spare.password):
+        try:
+            for name in listed:
+                answer = spare.call("tds:DeleteUsers", el("tds:Username", escape(name)))
+                if answer.fault:
+                    check(answer.subcodes()[:3] == [*INVALID, "FixedUser"], "deleting %s: %s" % (name, answer.summary()))
+                else:
+                    check(answer.body.tag == q("tds:DeleteUsersResponse"), "deleting %s: %s" % (name, answer.summary()))
+                    deleted.append(name)
+            left = users(spare)
+            check(not any(name in left for name in deleted), "deleted users still listed: %s" % sorted(left))
+        finally:
+            if cam.user in deleted:
+                spare.ok("tds:CreateUsers", user(cam.user, cam.password, listed[cam.user]))
 
 
 def camera_word(name, value=None):
@@ -546,8 +436,8 @@ def camera_word(name, value=None):
 
 def maintenance_case(op, body, response, command, probe_after=False):
     """The answer and the command word the camera's control process acts on. The simulated camera keeps
-    running on that word, so the camera's return (its Hello) is not awaited here: the discovery cases play
-    the responder's restart. After a soft reset the camera must still be found by a Probe."""
+    running on that word, so its return (its Hello) is not awaited here (the discovery cases play the
+    restart); after a soft reset or reboot it must still be found by a Probe."""
     def run(cam, f):
         camera_word("MAINTENANCE_WORD", 0)
         try:
@@ -564,11 +454,9 @@ def maintenance_case(op, body, response, command, probe_after=False):
     return run
 
 
-case("DEVICE-3-1-6")(maintenance_case("tds:SetSystemFactoryDefault", "<tds:FactoryDefault>Hard</tds:FactoryDefault>",
-                                      None, 2))
-case("DEVICE-3-1-7")(maintenance_case("tds:SetSystemFactoryDefault", "<tds:FactoryDefault>Soft</tds:FactoryDefault>",
-                                      None, 3, probe_after=True))
-case("DEVICE-3-1-8")(maintenance_case("tds:SystemReboot", "", "tds:Message", 1, probe_after=True))
+case("DEVICE-3-1-6")(maintenance_case("tds:SetSystemFactoryDefault", el("tds:FactoryDefault", "Hard"), None, 2))
+case("DEVICE-3-1-7")(maintenance_case("tds:SetSystemFactoryDefault", el("tds:FactoryDefault", "Soft"), None, 3, True))
+case("DEVICE-3-1-8")(maintenance_case("tds:SystemReboot", "", "tds:Message", 1, True))
 
 
 # --- Monitoring events: each applies when the camera announces its topic ---

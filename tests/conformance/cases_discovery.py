@@ -11,7 +11,7 @@ import uuid
 import xml.etree.ElementTree as ET
 
 from registry import case
-from soap import NS, check
+from soap import NS, check, el
 from cases_device import camera_word
 
 PREFIXES = ("DISCOVERY-",)
@@ -31,38 +31,27 @@ def probe(body, prefixes=None, raw=False):
                 '<{a}:To>urn:schemas-xmlsoap-org:ws:2005:04:discovery</{a}:To><{a}:Action>%s</{a}:Action>'
                 '</{s}:Header><{s}:Body>%s</{s}:Body></{s}:Envelope>').format(**p) % (
         NS["s"], WSA, WSD, DN, uuid.uuid4(), PROBE, body.format(**p))
-    sock = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
-    sock.settimeout(2)
-    try:
+    answers = []
+    with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as sock:
+        sock.settimeout(2)
         sock.sendto(envelope.encode(), ("127.0.0.1", int(os.environ["ONVIF_DISCOVERY_PORT"])))
-        matches, answers = [], []
         while True:
             try:
-                data, _ = sock.recvfrom(65536)
+                answers.append(ET.fromstring(sock.recvfrom(65536)[0]))
             except socket.timeout:
-                return answers if raw else matches
-            root = ET.fromstring(data)
-            answers.append(root)
-            matches += root.findall(".//{%s}ProbeMatch" % WSD)
-    finally:
-        sock.close()
-
-
-def device_address(match):
-    return (match.findtext("{%s}XAddrs" % WSD) or "").split()
+                break
+    return answers if raw else [m for a in answers for m in a.findall(".//{%s}ProbeMatch" % WSD)]
 
 
 def matched(cam, matches):
     check(matches, "no ProbeMatch")
-    check(any(cam.url in device_address(m) for m in matches), "no match names %s" % cam.url)
+    check(any(cam.url in (m.findtext("{%s}XAddrs" % WSD) or "").split() for m in matches), "no match names %s" % cam.url)
     for m in matches:
         check(m.find("{%s}EndpointReference/{%s}Address" % (WSA, WSA)) is not None, "match without endpoint address")
 
 
 def probe_case(body, prefixes=None):
-    def run(cam, f):
-        matched(cam, probe(body, prefixes))
-    return run
+    return lambda cam, f: matched(cam, probe(body, prefixes))
 
 
 TYPES = "<{d}:Probe><{d}:Types>{dn}:NetworkVideoTransmitter</{d}:Types></{d}:Probe>"
@@ -89,26 +78,25 @@ def invalid_probe(cam, f):
 
 @case("DISCOVERY-1-1-9")
 def discovery_mode(cam, f):
-    cam.ok("tds:SetDiscoveryMode", "<tds:DiscoveryMode>NonDiscoverable</tds:DiscoveryMode>")
+    cam.ok("tds:SetDiscoveryMode", el("tds:DiscoveryMode", "NonDiscoverable"))
     try:
         check(cam.ok("tds:GetDiscoveryMode").value("tds:DiscoveryMode") == "NonDiscoverable", "mode not kept")
         check(not probe(TYPES), "answered while not discoverable")
     finally:
-        cam.ok("tds:SetDiscoveryMode", "<tds:DiscoveryMode>Discoverable</tds:DiscoveryMode>")
+        cam.ok("tds:SetDiscoveryMode", el("tds:DiscoveryMode", "Discoverable"))
     matched(cam, probe(TYPES))
 
 
 @case("DISCOVERY-1-1-11")
 def scopes(cam, f):
     scope = "onvif://www.onvif.org/location/conformance"
-    cam.ok("tds:AddScopes", "<tds:ScopeItem>%s</tds:ScopeItem>" % scope)
+    cam.ok("tds:AddScopes", el("tds:ScopeItem", scope))
     try:
         listed = [s.text.strip() for s in cam.ok("tds:GetScopes").all("tds:Scopes/tt:ScopeItem")]
         check(scope in listed, "added scope not listed")
-        found = probe("<{d}:Probe><{d}:Scopes>%s</{d}:Scopes></{d}:Probe>" % scope)
-        matched(cam, found)
+        matched(cam, probe("<{d}:Probe><{d}:Scopes>%s</{d}:Scopes></{d}:Probe>" % scope))
     finally:
-        cam.ok("tds:RemoveScopes", "<tds:ScopeItem>%s</tds:ScopeItem>" % scope)
+        cam.ok("tds:RemoveScopes", el("tds:ScopeItem", scope))
 
 
 @case("DISCOVERY-1-1-10")
@@ -152,20 +140,16 @@ def announcement(sock, kind, wait=10):
 
 
 def rebooted(cam):
-    """SystemReboot, with the camera's restart played around it: the simulated camera stays up on the
-    reboot command word, so the flow runs the camera's discovery process itself (on a port of its own,
-    beside the simulated camera's) while the reboot is asked, stops it as the camera goes down and starts
-    it again as the camera comes back. Gives the Bye and the Hello heard in the group on loopback."""
-    probe_sock = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
-    probe_sock.bind(("127.0.0.1", 0))
-    port = probe_sock.getsockname()[1]
-    probe_sock.close()
+    """SystemReboot with the camera's restart played around it (the simulated camera stays up): the flow
+    runs the discovery process on a port of its own, stops it and starts it again; the Bye and the Hello heard."""
+    with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as free:  # a free port for the discovery process
+        free.bind(("127.0.0.1", 0))
+        port = free.getsockname()[1]
     listener = group_listener(port)
     responder = os.path.join(os.environ["ONVIF_TOP"], "tools", "sim", "discovery")
     env = dict(os.environ, ONVIF_ROOT=os.environ["CAMERA_ROOT"], ONVIF_DISCOVERY_PORT=str(port))
 
-    def start():
-        return subprocess.Popen([responder, str(cam.port)], env=env, stdout=subprocess.DEVNULL)
+    start = lambda: subprocess.Popen([responder, str(cam.port)], env=env, stdout=subprocess.DEVNULL)  # noqa: E731
 
     def stop(process):
         process.send_signal(signal.SIGTERM)
@@ -181,8 +165,7 @@ def rebooted(cam):
         stop(running)
         bye = announcement(listener, "Bye")
         running = start()
-        hello = announcement(listener, "Hello")
-        return bye, hello
+        return bye, announcement(listener, "Hello")
     finally:
         if running.poll() is None:
             stop(running)

@@ -1,73 +1,80 @@
 """Imaging test cases: settings and options, focus moves, status and stop, capabilities."""
-import cases_events
-from registry import case, not_coded
-from soap import NS, check
-import cases_device
-import features
 import xml.etree.ElementTree as ET
+
+import cases_events
+import features
+from cases_device import capabilities_agree
+from registry import answers, case, cases, refuses
+from soap import INVALID, NS, check, el
 
 PREFIXES = ("IMAGING-",)
 
 
-def source(f):
-    return "<timg:VideoSourceToken>%s</timg:VideoSourceToken>" % features.video_source(f)
+def source(cam, f, *parts):
+    """The imaging request's video source token (a profile's source), then the given parts."""
+    return el("timg:VideoSourceToken", features.video_source(f)) + "".join(parts)
 
 
-BAD_SOURCE = "<timg:VideoSourceToken>NoSuchSource</timg:VideoSourceToken>"
+def with_source(*parts):
+    return lambda cam, f: source(cam, f, *parts)
 
 
-@case("IMAGING-1-1-1", "imaging")
-def get_settings(cam, f):
-    cam.ok("timg:GetImagingSettings", source(f)).one("timg:ImagingSettings")
+def focus(kind, value, amount, speed=None):
+    """A Move's focus part: kind Absolute, Relative or Continuous, value its Position, Distance or Speed."""
+    return el("timg:Focus", el("tt:" + kind, el("tt:" + value, amount), el("tt:Speed", speed) if speed else ""))
 
 
-@case("IMAGING-1-1-3", "imaging")
-def get_options(cam, f):
-    cam.ok("timg:GetOptions", source(f)).one("timg:ImagingOptions")
+BAD_SOURCE = el("timg:VideoSourceToken", "NoSuchSource")
+cases([
+    ("IMAGING-1-1-1", "imaging", answers("timg:GetImagingSettings", with_source(), "timg:ImagingSettings")),
+    ("IMAGING-1-1-3", "imaging", answers("timg:GetOptions", with_source(), "timg:ImagingOptions")),
+    ("IMAGING-2-1-1", ("imaging", "focus"), answers("timg:GetMoveOptions", with_source(), "timg:MoveOptions")),
+    ("IMAGING-2-1-11", ("imaging", "focus"), answers("timg:GetStatus", with_source(), "timg:Status")),
+    ("IMAGING-2-1-13", ("imaging", "focus"), answers("timg:Stop", with_source())),
+    ("IMAGING-3-1-1", "imaging", answers("timg:GetServiceCapabilities", "", "timg:Capabilities")),
+    ("IMAGING-3-1-2", "imaging", capabilities_agree("timg")),
+    ("IMAGING-2-1-8", ("imaging", "continuous focus"), refuses("timg:Move", with_source(focus("Continuous", "Speed", 1000)))),
+    ("IMAGING-1-1-10", "imaging", refuses("timg:GetImagingSettings", BAD_SOURCE, *INVALID, "NoSource")),
+    ("IMAGING-1-1-11", "imaging", refuses("timg:GetOptions", BAD_SOURCE, *INVALID, "NoSource")),
+    ("IMAGING-1-1-12", "imaging", refuses("timg:SetImagingSettings", BAD_SOURCE + el(
+        "timg:ImagingSettings", el("tt:Brightness", 50)), *INVALID, "NoSource")),
+    ("IMAGING-2-1-15", ("imaging", "focus"), refuses("timg:GetMoveOptions", BAD_SOURCE, *INVALID, "NoSource")),
+    ("IMAGING-2-1-16", ("imaging", "focus"), refuses("timg:Move", BAD_SOURCE + focus("Continuous", "Speed", 0.5), *INVALID,
+                                                     "NoSource")),
+    ("IMAGING-2-1-17", ("imaging", "focus"), refuses("timg:GetStatus", BAD_SOURCE, *INVALID, "NoSource")),
+    ("IMAGING-2-1-18", ("imaging", "focus"), refuses("timg:Stop", BAD_SOURCE, *INVALID, "NoSource")),
+])
 
 
 @case("IMAGING-1-1-8", "imaging")
 def set_invalid(cam, f):
-    options = cam.ok("timg:GetOptions", source(f))
-    top = options.value("timg:ImagingOptions/tt:Brightness/tt:Max", "100")
-    cam.refused("timg:SetImagingSettings", source(f) + "<timg:ImagingSettings><tt:Brightness>%s</tt:Brightness>"
-                "</timg:ImagingSettings>" % (float(top) + 1000), "Sender", "InvalidArgVal", "SettingsInvalid")
+    top = cam.ok("timg:GetOptions", source(cam, f)).value("timg:ImagingOptions/tt:Brightness/tt:Max", "100")
+    cam.refused("timg:SetImagingSettings", source(cam, f, el("timg:ImagingSettings", el("tt:Brightness", float(top) + 1000))),
+                *INVALID, "SettingsInvalid")
 
 
-def invalid_source_case(op, extra=""):
-    def run(cam, f):
-        cam.refused(op, BAD_SOURCE + extra, "Sender", "InvalidArgVal", "NoSource")
-    return run
-
-
-case("IMAGING-1-1-10", "imaging")(invalid_source_case("timg:GetImagingSettings"))
-case("IMAGING-1-1-11", "imaging")(invalid_source_case("timg:GetOptions"))
-case("IMAGING-1-1-12", "imaging")(invalid_source_case("timg:SetImagingSettings",
-                                                      "<timg:ImagingSettings><tt:Brightness>50</tt:Brightness>"
-                                                      "</timg:ImagingSettings>"))
-case("IMAGING-2-1-15", "imaging", "focus")(invalid_source_case("timg:GetMoveOptions"))
-case("IMAGING-2-1-16", "imaging", "focus")(invalid_source_case("timg:Move", "<timg:Focus><tt:Continuous>"
-                                                                 "<tt:Speed>0.5</tt:Speed></tt:Continuous></timg:Focus>"))
-case("IMAGING-2-1-17", "imaging", "focus")(invalid_source_case("timg:GetStatus"))
-case("IMAGING-2-1-18", "imaging", "focus")(invalid_source_case("timg:Stop"))
+@case("IMAGING-2-1-7", "imaging", "continuous focus")
+def continuous_focus(cam, f):
+    cam.ok("timg:Move", source(cam, f, focus("Continuous", "Speed", 0.5)))
+    cam.ok("timg:Stop", source(cam, f))
 
 
 @case("IMAGING-1-1-14", "imaging")
 def set_settings(cam, f):
-    options = cam.ok("timg:GetOptions", source(f))
+    options = cam.ok("timg:GetOptions", source(cam, f))
     low = float(options.value("timg:ImagingOptions/tt:Brightness/tt:Min", "0"))
     high = float(options.value("timg:ImagingOptions/tt:Brightness/tt:Max", "100"))
     want = low + (high - low) / 2
-    cam.ok("timg:SetImagingSettings", source(f) + "<timg:ImagingSettings><tt:Brightness>%g</tt:Brightness>"
-           "</timg:ImagingSettings><timg:ForcePersistence>true</timg:ForcePersistence>" % want)
-    got = cam.ok("timg:GetImagingSettings", source(f)).value("timg:ImagingSettings/tt:Brightness")
+    cam.ok("timg:SetImagingSettings", source(cam, f, el("timg:ImagingSettings", el("tt:Brightness", "%g" % want)),
+                                             el("timg:ForcePersistence", "true")))
+    got = cam.ok("timg:GetImagingSettings", source(cam, f)).value("timg:ImagingSettings/tt:Brightness")
     check(abs(float(got) - want) < 1, "brightness %s, set %g" % (got, want))
 
 
 @case("IMAGING-1-1-16", "imaging")
 def settings_within_options(cam, f):
-    settings = cam.ok("timg:GetImagingSettings", source(f))
-    options = cam.ok("timg:GetOptions", source(f))
+    settings = cam.ok("timg:GetImagingSettings", source(cam, f))
+    options = cam.ok("timg:GetOptions", source(cam, f))
     for name in ("Brightness", "ColorSaturation", "Contrast", "Sharpness"):
         value = settings.value("timg:ImagingSettings/tt:%s" % name)
         if value is not None:
@@ -77,87 +84,46 @@ def settings_within_options(cam, f):
                   "%s %s outside %s..%s" % (name, value, low, high))
 
 
-@case("IMAGING-2-1-1", "imaging", "focus")
-def move_options(cam, f):
-    cam.ok("timg:GetMoveOptions", source(f)).one("timg:MoveOptions")
-
-
-@case("IMAGING-2-1-7", "imaging", "continuous focus")
-def continuous_focus(cam, f):
-    cam.ok("timg:Move", source(f) + "<timg:Focus><tt:Continuous><tt:Speed>0.5</tt:Speed></tt:Continuous></timg:Focus>")
-    cam.ok("timg:Stop", source(f))
-
-
-@case("IMAGING-2-1-8", "imaging", "continuous focus")
-def continuous_focus_invalid(cam, f):
-    cam.refused("timg:Move", source(f) + "<timg:Focus><tt:Continuous><tt:Speed>1000</tt:Speed></tt:Continuous></timg:Focus>")
-
-
-@case("IMAGING-2-1-11", "imaging", "focus")
-def focus_status(cam, f):
-    cam.ok("timg:GetStatus", source(f)).one("timg:Status")
-
-
-@case("IMAGING-2-1-13", "imaging", "focus")
-def focus_stop(cam, f):
-    cam.ok("timg:Stop", source(f))
-
-
 @case("IMAGING-2-1-10", "imaging", "focus")
 def unsupported_move(cam, f):
     if not f["absolute focus"]:
-        cam.refused("timg:Move", source(f) + "<timg:Focus><tt:Absolute><tt:Position>0.5</tt:Position></tt:Absolute>"
-                    "</timg:Focus>")
+        cam.refused("timg:Move", source(cam, f, focus("Absolute", "Position", 0.5)))
     if not f["relative focus"]:
-        cam.refused("timg:Move", source(f) + "<timg:Focus><tt:Relative><tt:Distance>0.1</tt:Distance></tt:Relative>"
-                    "</timg:Focus>")
-
-
-@case("IMAGING-3-1-1", "imaging")
-def imaging_capabilities(cam, f):
-    cam.ok("timg:GetServiceCapabilities").one("timg:Capabilities")
-
-
-@case("IMAGING-3-1-2", "imaging")
-def imaging_capabilities_agree(cam, f):
-    cases_device.service_capabilities_agree(cam, NS["timg"], "timg:GetServiceCapabilities")
+        cam.refused("timg:Move", source(cam, f, focus("Relative", "Distance", 0.1)))
 
 
 def focus_range(cam, f, kind, value):
-    """(min, max) of a focus move's value in the move options."""
-    options = cam.ok("timg:GetMoveOptions", source(f))
+    """(min, max) of a focus move's value in the move options, and the options."""
+    options = cam.ok("timg:GetMoveOptions", source(cam, f))
     low = options.value("timg:MoveOptions/tt:%s/tt:%s/tt:Min" % (kind, value))
     high = options.value("timg:MoveOptions/tt:%s/tt:%s/tt:Max" % (kind, value))
     check(low is not None and high is not None, "no %s %s range" % (kind, value))
     return float(low), float(high), options
 
 
-def focus_move(kind, value, speed):
+def focus_move(kind, value):
     def run(cam, f):
         low, high, options = focus_range(cam, f, kind, value)
-        cam.ok("timg:Move", source(f) + "<timg:Focus><tt:%s><tt:%s>%g</tt:%s></tt:%s></timg:Focus>"
-               % (kind, value, (low + high) / 2, value, kind))
+        cam.ok("timg:Move", source(cam, f, focus(kind, value, "%g" % ((low + high) / 2))))
         if options.all("timg:MoveOptions/tt:%s/tt:Speed" % kind):
-            cam.ok("timg:Move", source(f) + "<timg:Focus><tt:%s><tt:%s>%g</tt:%s><tt:Speed>%s</tt:Speed></tt:%s>"
-                   "</timg:Focus>" % (kind, value, low, value,
-                                      options.value("timg:MoveOptions/tt:%s/tt:Speed/tt:Max" % kind), kind))
-        cam.ok("timg:Stop", source(f))
+            speed = options.value("timg:MoveOptions/tt:%s/tt:Speed/tt:Max" % kind)
+            cam.ok("timg:Move", source(cam, f, focus(kind, value, "%g" % low, speed)))
+        cam.ok("timg:Stop", source(cam, f))
     return run
 
 
 def focus_move_invalid(kind, value):
     def run(cam, f):
         low, high, _ = focus_range(cam, f, kind, value)
-        cam.refused("timg:Move", source(f) + "<timg:Focus><tt:%s><tt:%s>%g</tt:%s></tt:%s></timg:Focus>"
-                    % (kind, value, high + (high - low) + 1, value, kind), "Sender", "InvalidArgVal", "SettingsInvalid")
+        cam.refused("timg:Move", source(cam, f, focus(kind, value, "%g" % (high + (high - low) + 1))),
+                    *INVALID, "SettingsInvalid")
     return run
 
 
-case("IMAGING-2-1-3", "imaging", "absolute focus")(focus_move("Absolute", "Position", True))
+case("IMAGING-2-1-3", "imaging", "absolute focus")(focus_move("Absolute", "Position"))
 case("IMAGING-2-1-4", "imaging", "absolute focus")(focus_move_invalid("Absolute", "Position"))
-case("IMAGING-2-1-5", "imaging", "relative focus")(focus_move("Relative", "Distance", True))
+case("IMAGING-2-1-5", "imaging", "relative focus")(focus_move("Relative", "Distance"))
 case("IMAGING-2-1-6", "imaging", "relative focus")(focus_move_invalid("Relative", "Distance"))
-
 
 
 # --- Imaging events: a state of the video source, with its source token ---
@@ -205,14 +171,13 @@ def offered(options, path, need):
 
 @case("IMAGING-1-1-15", "imaging")
 def extension_settings(cam, f):
-    """Each extension parameter the options offer is to be set, read back and restored; the camera's
-    options offer none of them today, so the case reads the options and settings and puts the initial
-    settings back, and fails, naming the parameter, once the camera offers one its steps are not coded for."""
-    options = cam.ok("timg:GetOptions", source(f)).one("timg:ImagingOptions")
-    initial = cam.ok("timg:GetImagingSettings", source(f)).one("timg:ImagingSettings")
+    # The camera's options offer no extension parameter today: the case puts the initial settings back,
+    # and fails, naming the parameter, once the camera offers one whose steps are not coded.
+    options = cam.ok("timg:GetOptions", source(cam, f)).one("timg:ImagingOptions")
+    initial = cam.ok("timg:GetImagingSettings", source(cam, f)).one("timg:ImagingSettings")
     for what, path, need in EXTENSION_OPTIONS:
         check(not offered(options, path, need), "the camera now offers the %s: code its step" % what)
     restore = "".join(ET.tostring(child, encoding="unicode") for child in initial)
-    cam.ok("timg:SetImagingSettings", source(f) + "<timg:ImagingSettings>%s</timg:ImagingSettings>" % restore)
-    check(ET.tostring(cam.ok("timg:GetImagingSettings", source(f)).one("timg:ImagingSettings")) == ET.tostring(initial),
+    cam.ok("timg:SetImagingSettings", source(cam, f, el("timg:ImagingSettings", restore)))
+    check(ET.tostring(cam.ok("timg:GetImagingSettings", source(cam, f)).one("timg:ImagingSettings")) == ET.tostring(initial),
           "the settings differ after their initial values were set back")

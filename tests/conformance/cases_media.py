@@ -1,14 +1,24 @@
 """Media configuration test cases: profiles, video source and encoder configurations, URIs, capabilities."""
-from registry import case, uncoded
-from soap import NS, check
-import cases_device
 import xml.etree.ElementTree as ET
 
+from cases_device import capabilities_agree
+from registry import answers, case, cases, refuses, uncoded
+from soap import INVALID, NS, check, el, q
+
 PREFIXES = ("MEDIA-",)
+KINDS = ("VideoSource", "VideoEncoder", "AudioSource", "AudioEncoder")  # of configuration
+
+
+def needs(kind):
+    return ("media", "audio") if kind.startswith("Audio") else ("media",)
 
 
 def profiles(cam):
     return cam.ok("trt:GetProfiles").all("trt:Profiles")
+
+
+def profile_token(token):
+    return el("trt:ProfileToken", token)
 
 
 def token_of(element, path):
@@ -16,88 +26,155 @@ def token_of(element, path):
     return found.get("token") if found is not None else None
 
 
-@case("MEDIA-1-1-1", "media")
-def profile_configuration(cam, f):
-    listed = profiles(cam)
-    check(listed, "no profiles")
-    for profile in listed:
-        one = cam.ok("trt:GetProfile", "<trt:ProfileToken>%s</trt:ProfileToken>" % profile.get("token")).one("trt:Profile")
-        check(one.get("token") == profile.get("token"), "GetProfile token %s" % one.get("token"))
+def configurations(cam, kind):
+    return cam.ok("trt:Get%sConfigurations" % kind).all("trt:Configurations")
 
 
-@case("MEDIA-1-1-3", "media")
-def profiles_consistency(cam, f):
-    for profile in profiles(cam):
-        one = cam.ok("trt:GetProfile", "<trt:ProfileToken>%s</trt:ProfileToken>" % profile.get("token")).one("trt:Profile")
-        for part in ("tt:VideoSourceConfiguration", "tt:VideoEncoderConfiguration", "tt:PTZConfiguration"):
-            check(token_of(one, part) == token_of(profile, part), "%s of %s differs" % (part, profile.get("token")))
+def configuration(cam, kind, token):
+    return cam.ok("trt:Get%sConfiguration" % kind, el("trt:ConfigurationToken", token))
+
+
+def options(cam, kind, token):
+    return cam.ok("trt:Get%sConfigurationOptions" % kind, el("trt:ConfigurationToken", token))
+
+
+def set_configuration(cam, kind, element):
+    """Set<kind>Configuration with a copy of the element as its trt:Configuration."""
+    copy = ET.fromstring(ET.tostring(element))
+    copy.tag = q("trt:Configuration")
+    cam.ok("trt:Set%sConfiguration" % kind, ET.tostring(copy, encoding="unicode") + el("trt:ForcePersistence", "true"))
+
+
+def profiles_case(*parts):
+    """Each listed profile answers GetProfile by its token, with the same configurations of the parts."""
+    def run(cam, f):
+        listed = profiles(cam)
+        check(listed, "no profiles")
+        for profile in listed:
+            one = cam.ok("trt:GetProfile", profile_token(profile.get("token"))).one("trt:Profile")
+            check(one.get("token") == profile.get("token"), "GetProfile token %s" % one.get("token"))
+            for part in parts:
+                check(token_of(one, part) == token_of(profile, part), "%s of %s differs" % (part, profile.get("token")))
+    return run
+
+
+case("MEDIA-1-1-1", "media")(profiles_case())
+case("MEDIA-1-1-3", "media")(profiles_case("tt:VideoSourceConfiguration", "tt:VideoEncoderConfiguration",
+                                           "tt:PTZConfiguration"))
 
 
 @case("MEDIA-1-1-5", "media")
 def dynamic_profile(cam, f):
-    cam.ok("trt:CreateProfile", "<trt:Name>TestProfile</trt:Name><trt:Token>TestProfile9</trt:Token>")
+    cam.ok("trt:CreateProfile", el("trt:Name", "TestProfile") + el("trt:Token", "TestProfile9"))
     try:
         check(any(p.get("token") == "TestProfile9" for p in profiles(cam)), "new profile not listed")
     finally:
-        cam.ok("trt:DeleteProfile", "<trt:ProfileToken>TestProfile9</trt:ProfileToken>")
+        cam.ok("trt:DeleteProfile", profile_token("TestProfile9"))
     check(not any(p.get("token") == "TestProfile9" for p in profiles(cam)), "deleted profile listed")
 
 
-def configurations_case(plural, singular, element):
+def configurations_case(kind):
+    """Each listed configuration answers by its token, and the profiles use listed ones only."""
     def run(cam, f):
-        listed = cam.ok("trt:Get%s" % plural).all("trt:Configurations")
-        check(listed, "no %s" % plural)
-        for configuration in listed:
-            token = configuration.get("token")
-            one = cam.ok("trt:Get%s" % singular, "<trt:ConfigurationToken>%s</trt:ConfigurationToken>" % token)
-            check(one.one("trt:Configuration").get("token") == token, "%s %s" % (singular, token))
+        listed = configurations(cam, kind)
+        check(listed, "no %sConfigurations" % kind)
+        for one in listed:
+            token = one.get("token")
+            check(configuration(cam, kind, token).one("trt:Configuration").get("token") == token, "%s %s" % (kind, token))
         for profile in profiles(cam):
-            used = token_of(profile, element)
+            used = token_of(profile, "tt:%sConfiguration" % kind)
             check(used is None or any(c.get("token") == used for c in listed), "profile uses unlisted %s" % used)
     return run
 
 
-for _id, _kind in (("MEDIA-2-1-2", "VideoEncoder"), ("MEDIA-2-3-1", "VideoEncoder"), ("MEDIA-2-3-2", "VideoEncoder"),
-                   ("MEDIA-2-1-8", "VideoSource"), ("MEDIA-2-2-1", "VideoSource"), ("MEDIA-2-2-2", "VideoSource")):
-    case(_id, "media")(configurations_case(_kind + "Configurations", _kind + "Configuration", "tt:%sConfiguration" % _kind))
-
-
-@case("MEDIA-2-1-6", "media")
-def guaranteed_instances(cam, f):
-    for configuration in cam.ok("trt:GetVideoSourceConfigurations").all("trt:Configurations"):
-        answer = cam.ok("trt:GetGuaranteedNumberOfVideoEncoderInstances",
-                        "<trt:ConfigurationToken>%s</trt:ConfigurationToken>" % configuration.get("token"))
-        check(int(answer.value("trt:TotalNumber", "0")) >= 1, "TotalNumber %s" % answer.value("trt:TotalNumber"))
-
-
-def source_options_case(kind, available):
-    """Each kind (Video, Audio) source configuration's source is among those its options offer."""
+def sources_case(kind, available=None):
+    """Each kind (Video, Audio) source configuration names a source the camera lists, or, with available,
+    one its options offer."""
     def run(cam, f):
-        for configuration in cam.ok("trt:Get%sSourceConfigurations" % kind).all("trt:Configurations"):
-            options = cam.ok("trt:Get%sSourceConfigurationOptions" % kind,
-                             "<trt:ConfigurationToken>%s</trt:ConfigurationToken>" % configuration.get("token"))
-            sources = [s.text.strip() for s in options.all("trt:Options/tt:" + available)]
-            check(configuration.findtext("tt:SourceToken", "", NS).strip() in sources, "source token not in options")
+        listed = [] if available else [s.get("token") for s in cam.ok("trt:Get%sSources" % kind).all("trt:%sSources" % kind)]
+        for one in configurations(cam, kind + "Source"):
+            sources = [s.text.strip() for s in options(cam, kind + "Source", one.get("token")).all(
+                "trt:Options/tt:" + available)] if available else listed
+            token = one.findtext("tt:SourceToken", "", NS).strip()
+            check(token in sources, "source token %s not among %s" % (token, sources))
     return run
 
 
-case("MEDIA-2-2-3", "media")(source_options_case("Video", "VideoSourceTokensAvailable"))
+def use_count_case(kind):
+    """No configuration's UseCount is below the number of profiles that hold it."""
+    def run(cam, f):
+        held = {}
+        for profile in profiles(cam):
+            token = token_of(profile, "tt:%sConfiguration" % kind)
+            if token:
+                held[token] = held.get(token, 0) + 1
+        for one in configurations(cam, kind):
+            count, token = int(one.findtext("tt:UseCount", "0", NS)), one.get("token")
+            check(count >= held.get(token, 0), "%s UseCount %d, held by %d profiles" % (token, count, held.get(token, 0)))
+    return run
 
 
-@case("MEDIA-2-2-5", "media")
-def sources_consistency(cam, f):
-    sources = [s.get("token") for s in cam.ok("trt:GetVideoSources").all("trt:VideoSources")]
-    for configuration in cam.ok("trt:GetVideoSourceConfigurations").all("trt:Configurations"):
-        check(configuration.findtext("tt:SourceToken", "", NS).strip() in sources, "unknown source token")
+def profile_options_case(kind):
+    """The options for each profile's configuration, asked by profile and by configuration, answer."""
+    def run(cam, f):
+        for profile in profiles(cam):
+            token = token_of(profile, "tt:%sConfiguration" % kind)
+            if token:
+                cam.ok("trt:Get%sConfigurationOptions" % kind, el("trt:ConfigurationToken", token)
+                       + profile_token(profile.get("token"))).one("trt:Options")
+    return run
+
+
+for _kind, _reads, _use_count, _profile_options in (
+        ("VideoEncoder", ("MEDIA-2-1-2", "MEDIA-2-3-1", "MEDIA-2-3-2"), "MEDIA-2-3-5", "MEDIA-2-3-4"),
+        ("VideoSource", ("MEDIA-2-1-8", "MEDIA-2-2-1", "MEDIA-2-2-2"), "MEDIA-2-2-6", "MEDIA-2-2-4"),
+        ("AudioSource", ("MEDIA-3-1-22", "MEDIA-3-2-1", "MEDIA-3-2-2"), "MEDIA-3-2-6", "MEDIA-3-2-4"),
+        ("AudioEncoder", ("MEDIA-3-1-23", "MEDIA-3-3-1", "MEDIA-3-3-2"), "MEDIA-3-3-5", "MEDIA-3-3-4")):
+    for _id in _reads:
+        case(_id, *needs(_kind))(configurations_case(_kind))
+    case(_use_count, *needs(_kind))(use_count_case(_kind))
+    case(_profile_options, *needs(_kind))(profile_options_case(_kind))
+
+
+def stream_setup(protocol, profile):
+    return el("trt:StreamSetup", el("tt:Stream", "RTP-Unicast"), el("tt:Transport", el("tt:Protocol", protocol))) \
+        + profile_token(profile)
+
+
+def unknown_audio_source_configuration(cam, f):
+    source = cam.ok("trt:GetAudioSources").all("trt:AudioSources")[0].get("token")
+    return ('<trt:Configuration token="NoSuchToken">%s</trt:Configuration>' % (
+        el("tt:Name", "x") + el("tt:UseCount", 1) + el("tt:SourceToken", source)) + el("trt:ForcePersistence", "true"))
+
+
+cases([
+    ("MEDIA-2-2-3", "media", sources_case("Video", "VideoSourceTokensAvailable")),
+    ("MEDIA-3-1-7", ("media", "audio"), sources_case("Audio", "InputTokensAvailable")),
+    ("MEDIA-3-2-3", ("media", "audio"), sources_case("Audio", "InputTokensAvailable")),
+    ("MEDIA-2-2-5", "media", sources_case("Video")),
+    ("MEDIA-3-2-5", ("media", "audio"), sources_case("Audio")),
+    ("MEDIA-7-1-4", "media", refuses("trt:GetStreamUri", stream_setup("RTSP", "NoSuchProfile"), *INVALID, "NoProfile")),
+    ("MEDIA-7-1-2", "media", refuses("trt:GetStreamUri", lambda cam, f: stream_setup(
+        "NoSuchProtocol", profiles(cam)[0].get("token")), "Sender")),
+    ("MEDIA-8-1-1", "media", answers("trt:GetServiceCapabilities", "", "trt:Capabilities/trt:ProfileCapabilities",
+                                     "trt:Capabilities/trt:StreamingCapabilities")),
+    ("MEDIA-8-1-2", "media", capabilities_agree("trt")),
+    ("MEDIA-3-1-17", ("media", "audio"), refuses("trt:GetAudioSourceConfiguration",
+                                                 el("trt:ConfigurationToken", "NoSuchToken"), *INVALID, "NoConfig")),
+    ("MEDIA-3-1-18", ("media", "audio"), refuses("trt:GetAudioSourceConfigurationOptions", profile_token("NoSuchToken"),
+                                                 *INVALID, "NoProfile")),
+    ("MEDIA-3-1-19", ("media", "audio"), refuses("trt:GetAudioSourceConfigurationOptions",
+                                                 el("trt:ConfigurationToken", "NoSuchToken"), *INVALID, "NoConfig")),
+    ("MEDIA-3-1-20", ("media", "audio"), refuses("trt:SetAudioSourceConfiguration", unknown_audio_source_configuration,
+                                                 *INVALID, "NoConfig")),
+])
 
 
 @case("MEDIA-2-3-3", "media")
 def encoder_options(cam, f):
-    for configuration in cam.ok("trt:GetVideoEncoderConfigurations").all("trt:Configurations"):
-        options = cam.ok("trt:GetVideoEncoderConfigurationOptions",
-                         "<trt:ConfigurationToken>%s</trt:ConfigurationToken>" % configuration.get("token"))
-        encoding = configuration.findtext("tt:Encoding", "", NS).strip()
-        check(options.all("trt:Options/tt:" + ("H264" if encoding == "H264" else encoding)),
+    for one in configurations(cam, "VideoEncoder"):
+        encoding = one.findtext("tt:Encoding", "", NS).strip()
+        check(options(cam, "VideoEncoder", one.get("token")).all("trt:Options/tt:" + encoding),
               "encoding %s has no options" % encoding)
 
 
@@ -112,123 +189,56 @@ def ptz_configurations_in_profiles(cam, f):
 @case("MEDIA-6-1-1", "media")
 def snapshot_uri(cam, f):
     for profile in profiles(cam):
-        uri = cam.ok("trt:GetSnapshotUri", "<trt:ProfileToken>%s</trt:ProfileToken>" % profile.get("token"))
-        check(uri.value("trt:MediaUri/tt:Uri", "").startswith("http"), "snapshot uri %s" % uri.value("trt:MediaUri/tt:Uri"))
-
-
-@case("MEDIA-7-1-4", "media")
-def stream_uri_fault(cam, f):
-    cam.refused("trt:GetStreamUri", "<trt:StreamSetup><tt:Stream>RTP-Unicast</tt:Stream><tt:Transport>"
-                "<tt:Protocol>RTSP</tt:Protocol></tt:Transport></trt:StreamSetup>"
-                "<trt:ProfileToken>NoSuchProfile</trt:ProfileToken>", "Sender", "InvalidArgVal", "NoProfile")
-
-
-@case("MEDIA-7-1-2", "media")
-def stream_uri_invalid_setup(cam, f):
-    token = profiles(cam)[0].get("token")
-    cam.refused("trt:GetStreamUri", "<trt:StreamSetup><tt:Stream>RTP-Unicast</tt:Stream><tt:Transport>"
-                "<tt:Protocol>NoSuchProtocol</tt:Protocol></tt:Transport></trt:StreamSetup>"
-                "<trt:ProfileToken>%s</trt:ProfileToken>" % token, "Sender")
+        uri = cam.ok("trt:GetSnapshotUri", profile_token(profile.get("token"))).value("trt:MediaUri/tt:Uri", "")
+        check(uri.startswith("http"), "snapshot uri %s" % uri)
 
 
 @case("MEDIA-7-1-5", "media")
 def multicast_invalid(cam, f):
     # Where the camera has no multicast, ActionNotSupported is the case's other answer.
-    answer = cam.call("trt:StartMulticastStreaming", "<trt:ProfileToken>NoSuchProfile</trt:ProfileToken>")
-    check(answer.subcodes() in (["Sender", "InvalidArgVal", "NoProfile"], ["Receiver", "ActionNotSupported"]),
+    answer = cam.call("trt:StartMulticastStreaming", profile_token("NoSuchProfile"))
+    check(answer.subcodes() in ([*INVALID, "NoProfile"], ["Receiver", "ActionNotSupported"]),
           "fault codes %s" % answer.subcodes())
 
 
-@case("MEDIA-8-1-1", "media")
-def media_capabilities(cam, f):
-    answer = cam.ok("trt:GetServiceCapabilities")
-    answer.one("trt:Capabilities/trt:ProfileCapabilities")
-    answer.one("trt:Capabilities/trt:StreamingCapabilities")
-
-
-@case("MEDIA-8-1-2", "media")
-def media_capabilities_agree(cam, f):
-    cases_device.service_capabilities_agree(cam, NS["trt"], "trt:GetServiceCapabilities")
-
-
-# Audio: the same reads and consistency checks as video, where the camera reports an audio source.
-for _id, _kind in (("MEDIA-3-1-22", "AudioSource"), ("MEDIA-3-2-1", "AudioSource"), ("MEDIA-3-2-2", "AudioSource"),
-                   ("MEDIA-3-1-23", "AudioEncoder"), ("MEDIA-3-3-1", "AudioEncoder"), ("MEDIA-3-3-2", "AudioEncoder")):
-    case(_id, "media", "audio")(configurations_case(_kind + "Configurations", _kind + "Configuration",
-                                                    "tt:%sConfiguration" % _kind))
-
-
-case("MEDIA-3-1-7", "media", "audio")(source_options_case("Audio", "InputTokensAvailable"))
-case("MEDIA-3-2-3", "media", "audio")(source_options_case("Audio", "InputTokensAvailable"))
-
-
-@case("MEDIA-3-2-5", "media", "audio")
-def audio_sources_consistency(cam, f):
-    sources = [s.get("token") for s in cam.ok("trt:GetAudioSources").all("trt:AudioSources")]
-    for configuration in cam.ok("trt:GetAudioSourceConfigurations").all("trt:Configurations"):
-        check(configuration.findtext("tt:SourceToken", "", NS).strip() in sources, "unknown audio source token")
+def offered_audio(cam, token, encoding):
+    return [o for o in options(cam, "AudioEncoder", token).all("trt:Options/tt:Options")
+            if o.findtext("tt:Encoding", "", NS).strip() == encoding]
 
 
 def audio_encoder_options(cam, f):
-    for configuration in cam.ok("trt:GetAudioEncoderConfigurations").all("trt:Configurations"):
-        options = cam.ok("trt:GetAudioEncoderConfigurationOptions",
-                         "<trt:ConfigurationToken>%s</trt:ConfigurationToken>" % configuration.get("token"))
-        encoding = configuration.findtext("tt:Encoding", "", NS).strip()
-        offered = [o for o in options.all("trt:Options/tt:Options") if o.findtext("tt:Encoding", "", NS).strip() == encoding]
+    for one in configurations(cam, "AudioEncoder"):
+        encoding = one.findtext("tt:Encoding", "", NS).strip()
+        offered = offered_audio(cam, one.get("token"), encoding)
         check(offered, "encoding %s not offered" % encoding)
         rates = [int(r.text) for o in offered for r in o.findall("tt:SampleRateList/tt:Items", NS)]
-        check(not rates or int(configuration.findtext("tt:SampleRate", "0", NS)) in rates, "sample rate not offered")
+        check(not rates or int(one.findtext("tt:SampleRate", "0", NS)) in rates, "sample rate not offered")
 
 
 case("MEDIA-3-3-3", "media", "audio")(audio_encoder_options)
 case("MEDIA-3-3-11", "media", "audio")(audio_encoder_options)
 
 
-def invalid_token_case(op, field, subcode):
-    def run(cam, f):
-        cam.refused(op, "<trt:%s>NoSuchToken</trt:%s>" % (field, field), "Sender", "InvalidArgVal", subcode)
-    return run
-
-
-case("MEDIA-3-1-17", "media", "audio")(invalid_token_case("trt:GetAudioSourceConfiguration", "ConfigurationToken", "NoConfig"))
-case("MEDIA-3-1-18", "media", "audio")(invalid_token_case("trt:GetAudioSourceConfigurationOptions", "ProfileToken", "NoProfile"))
-case("MEDIA-3-1-19", "media", "audio")(invalid_token_case("trt:GetAudioSourceConfigurationOptions", "ConfigurationToken",
-                                                          "NoConfig"))
-
-
-@case("MEDIA-3-1-20", "media", "audio")
-def set_audio_source_invalid(cam, f):
-    source = cam.ok("trt:GetAudioSources").all("trt:AudioSources")[0].get("token")
-    cam.refused("trt:SetAudioSourceConfiguration", '<trt:Configuration token="NoSuchToken"><tt:Name>x</tt:Name>'
-                "<tt:UseCount>1</tt:UseCount><tt:SourceToken>%s</tt:SourceToken></trt:Configuration>"
-                "<trt:ForcePersistence>true</trt:ForcePersistence>" % source, "Sender", "InvalidArgVal", "NoConfig")
-
-
 def set_audio_encoder(encoding):
     """Sets the first audio encoder configuration to an encoding (its own where None) with the first bit
     rate and sample rate its options offer, reads it back, and puts the original back."""
     def run(cam, f):
-        original = cam.ok("trt:GetAudioEncoderConfigurations").all("trt:Configurations")[0]
+        original = configurations(cam, "AudioEncoder")[0]
         token = original.get("token")
         want = encoding or original.findtext("tt:Encoding", "", NS).strip()
-        options = cam.ok("trt:GetAudioEncoderConfigurationOptions",
-                         "<trt:ConfigurationToken>%s</trt:ConfigurationToken>" % token)
-        offered = [o for o in options.all("trt:Options/tt:Options") if o.findtext("tt:Encoding", "", NS).strip() == want]
+        offered = offered_audio(cam, token, want)
         check(offered, "%s not offered" % want)
-        bitrate = offered[0].findtext("tt:BitrateList/tt:Items", "", NS).strip()
-        rate = offered[0].findtext("tt:SampleRateList/tt:Items", "", NS).strip()
+        values = (("Encoding", want), ("Bitrate", offered[0].findtext("tt:BitrateList/tt:Items", "", NS).strip()),
+                  ("SampleRate", offered[0].findtext("tt:SampleRateList/tt:Items", "", NS).strip()))
         changed = ET.fromstring(ET.tostring(original))
-        changed.tag = "{%s}Configuration" % NS["trt"]
-        for name, value in (("Encoding", want), ("Bitrate", bitrate), ("SampleRate", rate)):
+        for name, value in values:
             changed.find("tt:" + name, NS).text = value
-        keep = "<trt:ForcePersistence>true</trt:ForcePersistence>"
-        cam.ok("trt:SetAudioEncoderConfiguration", ET.tostring(changed, encoding="unicode") + keep)
-        after = cam.ok("trt:GetAudioEncoderConfiguration", "<trt:ConfigurationToken>%s</trt:ConfigurationToken>" % token)
-        for name, value in (("Encoding", want), ("Bitrate", bitrate), ("SampleRate", rate)):
+        set_configuration(cam, "AudioEncoder", changed)
+        after = configuration(cam, "AudioEncoder", token)
+        for name, value in values:
             check(after.value("trt:Configuration/tt:" + name) == value,
                   "%s %s after setting %s" % (name, after.value("trt:Configuration/tt:" + name), value))
-        original.tag = "{%s}Configuration" % NS["trt"]
-        cam.ok("trt:SetAudioEncoderConfiguration", ET.tostring(original, encoding="unicode") + keep)
+        set_configuration(cam, "AudioEncoder", original)
     return run
 
 
@@ -238,73 +248,22 @@ case("MEDIA-3-1-15", "media", "audio", "g726")(set_audio_encoder("G726"))
 case("MEDIA-3-1-16", "media", "audio", "aac")(set_audio_encoder("AAC"))
 for _n in (4, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16, 17):
     case("MEDIA-3-4-%d" % _n, "media", "audio output")(uncoded("an audio output"))
-case("MEDIA-2-1-9", "media", "jpeg")(lambda cam, f: set_encodings(cam, encoders(cam), ("JPEG",)))
-case("MEDIA-2-1-10", "media", "mpeg4")(lambda cam, f: set_encodings(cam, encoders(cam), ("MPEG4",)))
-case("MEDIA-2-1-11", "media", "h264")(lambda cam, f: set_encodings(cam, encoders(cam), ("H264",)))
+
+
 @case("MEDIA-5-1-3", "media", "metadata")
 def metadata_configuration(cam, f):
-    for configuration in cam.ok("trt:GetMetadataConfigurations").all("trt:Configurations"):
-        token = configuration.get("token")
-        one = cam.ok("trt:GetMetadataConfiguration", "<trt:ConfigurationToken>%s</trt:ConfigurationToken>" % token)
-        check(one.one("trt:Configuration").get("token") == token, "metadata configuration %s" % token)
-        cam.ok("trt:GetMetadataConfigurationOptions", "<trt:ConfigurationToken>%s</trt:ConfigurationToken>" % token)
-        cam.ok("trt:SetMetadataConfiguration", ET.tostring(one.one("trt:Configuration"), encoding="unicode")
-               + "<trt:ForcePersistence>true</trt:ForcePersistence>")
-
-
-KINDS = {  # kind: (configurations operation, profile element, options operation, needs)
-    "video source": ("VideoSourceConfigurations", "tt:VideoSourceConfiguration", "VideoSourceConfigurationOptions", ()),
-    "video encoder": ("VideoEncoderConfigurations", "tt:VideoEncoderConfiguration", "VideoEncoderConfigurationOptions", ()),
-    "audio source": ("AudioSourceConfigurations", "tt:AudioSourceConfiguration", "AudioSourceConfigurationOptions",
-                     ("audio",)),
-    "audio encoder": ("AudioEncoderConfigurations", "tt:AudioEncoderConfiguration", "AudioEncoderConfigurationOptions",
-                      ("audio",)),
-}
-
-
-def use_count_case(kind):
-    """Each configuration's UseCount is the number of profiles that hold it."""
-    plural, element, _, _ = KINDS[kind]
-
-    def run(cam, f):
-        held = {}
-        for profile in profiles(cam):
-            token = token_of(profile, element)
-            if token:
-                held[token] = held.get(token, 0) + 1
-        for configuration in cam.ok("trt:Get" + plural).all("trt:Configurations"):
-            count = int(configuration.findtext("tt:UseCount", "0", NS))
-            check(count >= held.get(configuration.get("token"), 0),
-                  "%s UseCount %d, held by %d profiles" % (configuration.get("token"), count, held.get(configuration.get("token"), 0)))
-    return run
-
-
-def profile_options_case(kind):
-    """The options for each profile's configuration, asked by profile and by configuration, both answer."""
-    _, element, options, _ = KINDS[kind]
-
-    def run(cam, f):
-        for profile in profiles(cam):
-            token = token_of(profile, element)
-            if token:
-                cam.ok("trt:Get" + options, "<trt:ConfigurationToken>%s</trt:ConfigurationToken><trt:ProfileToken>%s"
-                       "</trt:ProfileToken>" % (token, profile.get("token"))).one("trt:Options")
-    return run
-
-
-for _id, _kind in (("MEDIA-2-2-6", "video source"), ("MEDIA-2-3-5", "video encoder"), ("MEDIA-3-2-6", "audio source"),
-                   ("MEDIA-3-3-5", "audio encoder")):
-    case(_id, "media", *KINDS[_kind][3])(use_count_case(_kind))
-for _id, _kind in (("MEDIA-2-2-4", "video source"), ("MEDIA-2-3-4", "video encoder"), ("MEDIA-3-2-4", "audio source"),
-                   ("MEDIA-3-3-4", "audio encoder")):
-    case(_id, "media", *KINDS[_kind][3])(profile_options_case(_kind))
+    for listed in configurations(cam, "Metadata"):
+        token = listed.get("token")
+        one = configuration(cam, "Metadata", token).one("trt:Configuration")
+        check(one.get("token") == token, "metadata configuration %s" % token)
+        options(cam, "Metadata", token)
+        set_configuration(cam, "Metadata", one)
 
 
 def with_encoding(configuration, name, offered):
     """A copy of a video encoder configuration set to an encoding with the first resolution and the
-    shortest GOV length its options offer, as a trt:Configuration."""
+    shortest GOV length its options offer."""
     changed = ET.fromstring(ET.tostring(configuration))
-    changed.tag = "{%s}Configuration" % NS["trt"]
     changed.find("tt:Encoding", NS).text = name
     resolution = offered.find("tt:ResolutionsAvailable", NS)
     if resolution is not None:
@@ -314,65 +273,60 @@ def with_encoding(configuration, name, offered):
         for old in changed.findall(section, NS):
             changed.remove(old)
     if name in ("MPEG4", "H264"):
-        section = ET.Element("{%s}%s" % (NS["tt"], name))
-        ET.SubElement(section, "{%s}GovLength" % NS["tt"]).text = offered.findtext("tt:GovLengthRange/tt:Min", "1", NS)
-        profile = "Mpeg4ProfilesSupported" if name == "MPEG4" else "H264ProfilesSupported"
-        ET.SubElement(section, "{%s}%s" % (NS["tt"], "Mpeg4Profile" if name == "MPEG4" else "H264Profile")).text = \
-            offered.findtext("tt:" + profile, "SP" if name == "MPEG4" else "Main", NS)
-        place = list(changed).index(changed.find("tt:RateControl", NS)) + 1
-        changed.insert(place, section)
+        section = ET.Element(q("tt:" + name))
+        ET.SubElement(section, q("tt:GovLength")).text = offered.findtext("tt:GovLengthRange/tt:Min", "1", NS)
+        profile = "Mpeg4Profile" if name == "MPEG4" else "H264Profile"
+        ET.SubElement(section, q("tt:" + profile)).text = offered.findtext(
+            "tt:%ssSupported" % profile, "SP" if name == "MPEG4" else "Main", NS)
+        changed.insert(list(changed).index(changed.find("tt:RateControl", NS)) + 1, section)
     return changed
 
 
-def set_encodings(cam, configurations, wanted=("H264", "JPEG", "MPEG4")):
+def set_encodings(cam, encoders, wanted=("H264", "JPEG", "MPEG4")):
     """Each wanted encoding the options offer is set on each configuration and reads back; the original goes back."""
     done = 0
-    for configuration in configurations:
-        token = configuration.get("token")
-        options = cam.ok("trt:GetVideoEncoderConfigurationOptions",
-                         "<trt:ConfigurationToken>%s</trt:ConfigurationToken>" % token)
+    for encoder in encoders:
+        token = encoder.get("token")
+        offers = options(cam, "VideoEncoder", token)
         for name in wanted:
-            offered = options.all("trt:Options/tt:" + name)
+            offered = offers.all("trt:Options/tt:" + name)
             if not offered:
                 continue
-            cam.ok("trt:SetVideoEncoderConfiguration", ET.tostring(with_encoding(configuration, name, offered[0]),
-                                                                   encoding="unicode")
-                   + "<trt:ForcePersistence>true</trt:ForcePersistence>")
-            after = cam.ok("trt:GetVideoEncoderConfiguration", "<trt:ConfigurationToken>%s</trt:ConfigurationToken>" % token)
-            check(after.value("trt:Configuration/tt:Encoding") == name, "%s not set on %s" % (name, token))
+            set_configuration(cam, "VideoEncoder", with_encoding(encoder, name, offered[0]))
+            check(configuration(cam, "VideoEncoder", token).value("trt:Configuration/tt:Encoding") == name,
+                  "%s not set on %s" % (name, token))
             done += 1
-        original = ET.fromstring(ET.tostring(configuration))
-        original.tag = "{%s}Configuration" % NS["trt"]
-        cam.ok("trt:SetVideoEncoderConfiguration", ET.tostring(original, encoding="unicode")
-               + "<trt:ForcePersistence>true</trt:ForcePersistence>")
+        set_configuration(cam, "VideoEncoder", encoder)
     check(done, "no configuration offers %s" % "/".join(wanted))
 
 
-def encoders(cam):
-    return cam.ok("trt:GetVideoEncoderConfigurations").all("trt:Configurations")
+def encodings_case(count=None, wanted=("H264", "JPEG", "MPEG4")):
+    return lambda cam, f: set_encodings(cam, configurations(cam, "VideoEncoder")[:count], wanted)
 
 
-@case("MEDIA-2-3-12", "media")
-def all_encodings_first(cam, f):
-    set_encodings(cam, encoders(cam)[:1])
+cases([("MEDIA-2-1-9", ("media", "jpeg"), encodings_case(wanted=("JPEG",))),
+       ("MEDIA-2-1-10", ("media", "mpeg4"), encodings_case(wanted=("MPEG4",))),
+       ("MEDIA-2-1-11", ("media", "h264"), encodings_case(wanted=("H264",))),
+       ("MEDIA-2-3-12", "media", encodings_case(1)),
+       ("MEDIA-2-3-18", "media", encodings_case())])
 
 
-@case("MEDIA-2-3-18", "media")
-def all_encodings_every(cam, f):
-    set_encodings(cam, encoders(cam))
+@case("MEDIA-2-1-6", "media")
+def guaranteed_instances(cam, f):
+    for one in configurations(cam, "VideoSource"):
+        answer = cam.ok("trt:GetGuaranteedNumberOfVideoEncoderInstances", el("trt:ConfigurationToken", one.get("token")))
+        check(int(answer.value("trt:TotalNumber", "0")) >= 1, "TotalNumber %s" % answer.value("trt:TotalNumber"))
 
 
 @case("MEDIA-2-1-7", "media")
 def guaranteed_and_options(cam, f):
-    for configuration in cam.ok("trt:GetVideoSourceConfigurations").all("trt:Configurations"):
-        answer = cam.ok("trt:GetGuaranteedNumberOfVideoEncoderInstances",
-                        "<trt:ConfigurationToken>%s</trt:ConfigurationToken>" % configuration.get("token"))
+    offered = set()
+    for encoder in configurations(cam, "VideoEncoder"):
+        offers = options(cam, "VideoEncoder", encoder.get("token"))
+        offered |= {name for name in ("H264", "JPEG", "MPEG4") if offers.all("trt:Options/tt:" + name)}
+    for one in configurations(cam, "VideoSource"):
+        answer = cam.ok("trt:GetGuaranteedNumberOfVideoEncoderInstances", el("trt:ConfigurationToken", one.get("token")))
         total = int(answer.value("trt:TotalNumber", "0"))
-        offered = set()
-        for encoder in encoders(cam):
-            options = cam.ok("trt:GetVideoEncoderConfigurationOptions",
-                             "<trt:ConfigurationToken>%s</trt:ConfigurationToken>" % encoder.get("token"))
-            offered |= {name for name in ("H264", "JPEG", "MPEG4") if options.all("trt:Options/tt:" + name)}
         for name in ("H264", "JPEG", "MPEG4"):
             count = answer.value("trt:" + name)
             if count is not None and int(count) > 0:
@@ -381,67 +335,55 @@ def guaranteed_and_options(cam, f):
 
 
 # Use counts as profiles take and drop configurations, on a profile of the flow's own.
-OPERATION = {"video source": "VideoSourceConfiguration", "video encoder": "VideoEncoderConfiguration",
-             "audio source": "AudioSourceConfiguration", "audio encoder": "AudioEncoderConfiguration"}
-SOURCE_FIRST = {"video encoder": "video source", "audio encoder": "audio source"}
 SCRATCH = "UseCountProfile"
 
 
 def use_counts(cam, kind):
-    return {c.get("token"): int(c.findtext("tt:UseCount", "0", NS))
-            for c in cam.ok("trt:Get" + KINDS[kind][0]).all("trt:Configurations")}
+    return {c.get("token"): int(c.findtext("tt:UseCount", "0", NS)) for c in configurations(cam, kind)}
 
 
 def add(cam, kind, token):
-    cam.ok("trt:Add" + OPERATION[kind], "<trt:ProfileToken>%s</trt:ProfileToken><trt:ConfigurationToken>%s"
-           "</trt:ConfigurationToken>" % (SCRATCH, token))
+    cam.ok("trt:Add%sConfiguration" % kind, profile_token(SCRATCH) + el("trt:ConfigurationToken", token))
+
+
+# change: (which of the sorted configurations are added, the step after, the use count changes by configuration)
+CHANGES = {"twice": ((0, 0), None, {0: 1}), "different": ((0, 1), None, {0: 0, 1: 1}), "remove": ((0,), "remove", {0: 0}),
+           "delete": ((0,), "delete", {0: 0}), "set": ((), "set", {0: 0})}
 
 
 def use_count_change_case(kind, change):
+    added, step, changes = CHANGES[change]
+
     def run(cam, f):
-        cam.ok("trt:CreateProfile", "<trt:Name>%s</trt:Name><trt:Token>%s</trt:Token>" % (SCRATCH, SCRATCH))
+        cam.ok("trt:CreateProfile", el("trt:Name", SCRATCH) + el("trt:Token", SCRATCH))
         deleted = False
         try:
-            if kind in SOURCE_FIRST:
-                add(cam, SOURCE_FIRST[kind], sorted(use_counts(cam, SOURCE_FIRST[kind]))[0])
+            if kind.endswith("Encoder"):  # an encoder joins a profile that has a source
+                source = kind.replace("Encoder", "Source")
+                add(cam, source, sorted(use_counts(cam, source))[0])
             before = use_counts(cam, kind)
-            first = sorted(before)[0]
-            if change == "twice":
-                add(cam, kind, first)
-                add(cam, kind, first)
-                check(use_counts(cam, kind)[first] == before[first] + 1, "UseCount after adding twice")
-            elif change == "different":
-                if len(before) < 2:
-                    return  # nothing to replace it with: the case has no step left
-                second = sorted(before)[1]
-                add(cam, kind, first)
-                add(cam, kind, second)
-                now = use_counts(cam, kind)
-                check(now[first] == before[first] and now[second] == before[second] + 1,
-                      "UseCounts %s after replacing, were %s" % (now, before))
-            elif change == "remove":
-                add(cam, kind, first)
-                cam.ok("trt:Remove" + OPERATION[kind], "<trt:ProfileToken>%s</trt:ProfileToken>" % SCRATCH)
-                check(use_counts(cam, kind)[first] == before[first], "UseCount after removing")
-            elif change == "delete":
-                add(cam, kind, first)
-                cam.ok("trt:DeleteProfile", "<trt:ProfileToken>%s</trt:ProfileToken>" % SCRATCH)
+            tokens = sorted(before)
+            if max(changes) >= len(tokens):
+                return  # nothing to replace it with: the case has no step left
+            for n in added:
+                add(cam, kind, tokens[n])
+            if step == "remove":
+                cam.ok("trt:Remove%sConfiguration" % kind, profile_token(SCRATCH))
+            elif step == "delete":
+                cam.ok("trt:DeleteProfile", profile_token(SCRATCH))
                 deleted = True
-                check(use_counts(cam, kind)[first] == before[first], "UseCount after deleting the profile")
-            else:
-                configuration = cam.ok("trt:Get" + OPERATION[kind], "<trt:ConfigurationToken>%s</trt:ConfigurationToken>"
-                                       % first).one("trt:Configuration")
-                cam.ok("trt:Set" + OPERATION[kind], ET.tostring(configuration, encoding="unicode")
-                       + "<trt:ForcePersistence>true</trt:ForcePersistence>")
-                check(use_counts(cam, kind)[first] == before[first], "UseCount after setting")
+            elif step == "set":
+                set_configuration(cam, kind, configuration(cam, kind, tokens[0]).one("trt:Configuration"))
+            now = use_counts(cam, kind)
+            check(all(now[tokens[n]] == before[tokens[n]] + d for n, d in changes.items()),
+                  "UseCounts %s after %s, were %s" % (now, change, before))
         finally:
             if not deleted:
-                cam.call("trt:DeleteProfile", "<trt:ProfileToken>%s</trt:ProfileToken>" % SCRATCH)
+                cam.call("trt:DeleteProfile", profile_token(SCRATCH))
     return run
 
 
-for _prefix, _kind in (("MEDIA-2-2-", "video source"), ("MEDIA-2-3-", "video encoder"), ("MEDIA-3-2-", "audio source"),
-                       ("MEDIA-3-3-", "audio encoder")):
-    _first = 13 if _prefix == "MEDIA-2-3-" else 12
+for _kind, _first in zip(KINDS, ("MEDIA-2-2-12", "MEDIA-2-3-13", "MEDIA-3-2-12", "MEDIA-3-3-12")):
+    _head, _, _n = _first.rpartition("-")
     for _offset, _change in enumerate(("twice", "different", "remove", "delete", "set")):
-        case("%s%d" % (_prefix, _first + _offset), "media", *KINDS[_kind][3])(use_count_change_case(_kind, _change))
+        case("%s-%d" % (_head, int(_n) + _offset), *needs(_kind))(use_count_change_case(_kind, _change))

@@ -1,9 +1,11 @@
 """PTZ test cases: nodes, configurations and their options, moves, presets, home, spaces, capabilities."""
 import time
+import xml.etree.ElementTree as ET
+from contextlib import contextmanager
 
-from registry import case, uncoded
-from soap import NS, check, flag
-import cases_device
+from cases_device import capabilities_agree
+from registry import answers, case, cases, refuses, uncoded
+from soap import INVALID, NS, check, el, flag
 
 PREFIXES = ("PTZ-",)
 
@@ -17,6 +19,11 @@ def ptz_profile(cam):
     raise AssertionError("no profile with a PTZ configuration")
 
 
+def ptz(cam, op, token, *parts):
+    """A PTZ call on a profile: its token, then the given parts."""
+    return cam.ok("tptz:" + op, el("tptz:ProfileToken", token) + "".join(parts))
+
+
 def nodes(cam):
     return cam.ok("tptz:GetNodes").all("tptz:PTZNode")
 
@@ -25,52 +32,48 @@ def configurations(cam):
     return cam.ok("tptz:GetConfigurations").all("tptz:PTZConfiguration")
 
 
-@case("PTZ-1-1-1", "ptz")
-def get_nodes(cam, f):
-    check(nodes(cam), "no nodes")
+def configuration_options(cam, c):
+    return cam.ok("tptz:GetConfigurationOptions", el("tptz:ConfigurationToken", c.get("token")))
 
 
-def by_token_case(listing, op, field, element):
-    """Each item of the listing, asked for by its token, is answered with that token."""
+def by_token_case(listing, op, field, element, *same):
+    """Each item of the listing, asked for by its token, is answered with that token and the same texts at the
+    paths of same."""
     def run(cam, f):
         for item in listing(cam):
-            one = cam.ok(op, "<tptz:%s>%s</tptz:%s>" % (field, item.get("token"), field)).one(element)
+            one = cam.ok(op, el("tptz:" + field, item.get("token"))).one(element)
             check(one.get("token") == item.get("token"), "%s token %s" % (op, one.get("token")))
+            for path in same:
+                check(one.findtext(path, "", NS) == item.findtext(path, "", NS), "%s differs" % path)
     return run
 
 
-case("PTZ-1-1-2", "ptz")(by_token_case(nodes, "tptz:GetNode", "NodeToken", "tptz:PTZNode"))
+def pan_tilt(x, y, tag="tptz:Position"):
+    return '<%s><tt:PanTilt x="%s" y="%s"/></%s>' % (tag, x, y, tag)
 
 
-@case("PTZ-1-1-4", "ptz")
-def get_node_fault(cam, f):
-    cam.refused("tptz:GetNode", "<tptz:NodeToken>NoSuchNode</tptz:NodeToken>", "Sender", "InvalidArgVal", "NoEntity")
-
-
-@case("PTZ-2-1-1", "ptz")
-def get_configurations(cam, f):
-    check(configurations(cam), "no configurations")
-
-
-case("PTZ-2-1-2", "ptz")(by_token_case(configurations, "tptz:GetConfiguration", "PTZConfigurationToken",
-                                       "tptz:PTZConfiguration"))
+cases([
+    ("PTZ-1-1-2", "ptz", by_token_case(nodes, "tptz:GetNode", "NodeToken", "tptz:PTZNode")),
+    ("PTZ-2-1-2", "ptz", by_token_case(configurations, "tptz:GetConfiguration", "PTZConfigurationToken",
+                                       "tptz:PTZConfiguration")),
+    ("PTZ-2-1-5", "ptz", by_token_case(configurations, "tptz:GetConfiguration", "PTZConfigurationToken",
+                                       "tptz:PTZConfiguration", "tt:NodeToken", "tt:DefaultPTZTimeout")),
+    ("PTZ-1-1-4", "ptz", refuses("tptz:GetNode", el("tptz:NodeToken", "NoSuchNode"), *INVALID, "NoEntity")),
+    ("PTZ-2-1-10", "ptz", refuses("tptz:GetConfiguration", el("tptz:PTZConfigurationToken", "NoSuchConfiguration"),
+                                  *INVALID, "NoConfig")),
+    ("PTZ-3-1-2", "ptz", refuses("tptz:AbsoluteMove", lambda cam, f: el("tptz:ProfileToken", ptz_profile(cam))
+                                 + pan_tilt(5, -5), *INVALID, "InvalidPosition")),
+    ("PTZ-1-1-1", "ptz", answers("tptz:GetNodes", "", "tptz:PTZNode")),
+    ("PTZ-2-1-1", "ptz", answers("tptz:GetConfigurations", "", "tptz:PTZConfiguration")),
+    ("PTZ-8-1-1", "ptz", answers("tptz:GetServiceCapabilities", "", "tptz:Capabilities")),
+    ("PTZ-8-1-2", "ptz", capabilities_agree("tptz")),
+])
 
 
 @case("PTZ-2-1-3", "ptz")
-def configuration_options(cam, f):
+def options_timeout(cam, f):
     for c in configurations(cam):
-        options = cam.ok("tptz:GetConfigurationOptions",
-                         "<tptz:ConfigurationToken>%s</tptz:ConfigurationToken>" % c.get("token"))
-        options.one("tptz:PTZConfigurationOptions/tt:PTZTimeout/tt:Min")
-
-
-@case("PTZ-2-1-5", "ptz")
-def configurations_consistent(cam, f):
-    for c in configurations(cam):
-        one = cam.ok("tptz:GetConfiguration", "<tptz:PTZConfigurationToken>%s</tptz:PTZConfigurationToken>"
-                     % c.get("token")).one("tptz:PTZConfiguration")
-        check(one.findtext("tt:NodeToken", "", NS) == c.findtext("tt:NodeToken", "", NS), "node token differs")
-        check(one.findtext("tt:DefaultPTZTimeout", "", NS) == c.findtext("tt:DefaultPTZTimeout", "", NS), "timeout differs")
+        configuration_options(cam, c).one("tptz:PTZConfigurationOptions/tt:PTZTimeout/tt:Min")
 
 
 @case("PTZ-2-1-6", "ptz")
@@ -83,191 +86,150 @@ def configurations_and_nodes(cam, f):
 @case("PTZ-2-1-7", "ptz")
 def configurations_and_options(cam, f):
     for c in configurations(cam):
-        options = cam.ok("tptz:GetConfigurationOptions",
-                         "<tptz:ConfigurationToken>%s</tptz:ConfigurationToken>" % c.get("token"))
-        for space in c.findall("tt:*", NS):
-            uri = space.get("space")
-            if uri:
-                check(any(s.text.strip() == uri for s in options.all(".//tt:URI")), "space %s not in options" % uri)
+        spaces = [s.text.strip() for s in configuration_options(cam, c).all(".//tt:URI")]
+        for uri in filter(None, (space.get("space") for space in c.findall("tt:*", NS))):
+            check(uri in spaces, "space %s not in options" % uri)
 
 
-@case("PTZ-2-1-9", "ptz")
-def set_configuration(cam, f):
-    import xml.etree.ElementTree as ET
-    c = configurations(cam)[0]
-    body = ET.tostring(c, encoding="unicode").replace("tptz:PTZConfiguration", "tptz:PTZConfiguration")
-    cam.ok("tptz:SetConfiguration", body + "<tptz:ForcePersistence>true</tptz:ForcePersistence>")
-
-
-@case("PTZ-2-1-10", "ptz")
-def get_configuration_fault(cam, f):
-    cam.refused("tptz:GetConfiguration", "<tptz:PTZConfigurationToken>NoSuchConfiguration</tptz:PTZConfigurationToken>",
-                "Sender", "InvalidArgVal", "NoConfig")
-
-
-@case("PTZ-8-1-1", "ptz")
-def ptz_capabilities(cam, f):
-    cam.ok("tptz:GetServiceCapabilities").one("tptz:Capabilities")
-
-
-@case("PTZ-8-1-2", "ptz")
-def ptz_capabilities_agree(cam, f):
-    cases_device.service_capabilities_agree(cam, NS["tptz"], "tptz:GetServiceCapabilities")
-
-
-def status(cam, token):
-    return cam.ok("tptz:GetStatus", "<tptz:ProfileToken>%s</tptz:ProfileToken>" % token)
+case("PTZ-2-1-9", "ptz")(answers("tptz:SetConfiguration", lambda cam, f: ET.tostring(
+    configurations(cam)[0], encoding="unicode") + el("tptz:ForcePersistence", "true")))
 
 
 def position(cam, token):
-    answer = status(cam, token)
-    pan_tilt = answer.one("tptz:PTZStatus/tt:Position/tt:PanTilt")
+    pan_tilt = ptz(cam, "GetStatus", token).one("tptz:PTZStatus/tt:Position/tt:PanTilt")
     return float(pan_tilt.get("x")), float(pan_tilt.get("y"))
 
 
-def settle(cam, token, want, seconds=8):
-    """Waits for the head to reach a position near want; the last position read."""
-    deadline = time.time() + seconds
+def settle(cam, token, arrived):
+    """Waits (8 s at most) for the head's position to satisfy arrived; the last position read."""
+    deadline = time.time() + 8
     while True:
-        x, y = position(cam, token)
-        if abs(x - want[0]) < 0.05 and abs(y - want[1]) < 0.05 or time.time() > deadline:
-            return x, y
+        at = position(cam, token)
+        if arrived(at) or time.time() > deadline:
+            return at
         time.sleep(0.3)
 
 
-def pan_tilt(x, y, tag="tptz:Position"):
-    return '<%s><tt:PanTilt x="%s" y="%s"/></%s>' % (tag, x, y, tag)
+def near(x, y):
+    return lambda at: abs(at[0] - x) < 0.05 and abs(at[1] - y) < 0.05
+
+
+def move_to(cam, token, x, y):
+    ptz(cam, "AbsoluteMove", token, pan_tilt(x, y))
+    return settle(cam, token, near(x, y))
+
+
+def arrives(cam, token, x, y, after):
+    at = settle(cam, token, near(x, y))
+    check(near(x, y)(at), "at %s %s after %s" % (at[0], at[1], after))
 
 
 @case("PTZ-3-1-1", "ptz")
 def absolute_move(cam, f):
     token = ptz_profile(cam)
-    cam.ok("tptz:AbsoluteMove", "<tptz:ProfileToken>%s</tptz:ProfileToken>%s" % (token, pan_tilt(0.2, 0.1)))
-    x, y = settle(cam, token, (0.2, 0.1))
-    check(abs(x - 0.2) < 0.05 and abs(y - 0.1) < 0.05, "position %s %s" % (x, y))
-
-
-@case("PTZ-3-1-2", "ptz")
-def absolute_move_fault(cam, f):
-    cam.refused("tptz:AbsoluteMove", "<tptz:ProfileToken>%s</tptz:ProfileToken>%s" % (ptz_profile(cam), pan_tilt(5, -5)),
-                "Sender", "InvalidArgVal", "InvalidPosition")
+    ptz(cam, "AbsoluteMove", token, pan_tilt(0.2, 0.1))
+    arrives(cam, token, 0.2, 0.1, "AbsoluteMove")
 
 
 @case("PTZ-3-1-3", "ptz")
 def relative_move(cam, f):
     token = ptz_profile(cam)
-    cam.ok("tptz:AbsoluteMove", "<tptz:ProfileToken>%s</tptz:ProfileToken>%s" % (token, pan_tilt(0, 0)))
-    start = settle(cam, token, (0, 0))
-    cam.ok("tptz:RelativeMove", "<tptz:ProfileToken>%s</tptz:ProfileToken>%s" % (token, pan_tilt(0.1, 0.1, "tptz:Translation")))
+    start = move_to(cam, token, 0, 0)
+    ptz(cam, "RelativeMove", token, pan_tilt(0.1, 0.1, "tptz:Translation"))
     # Accuracy is not the case's concern: the head moved in the translation's direction.
-    deadline = time.time() + 8
-    while True:
-        x, y = position(cam, token)
-        if x > start[0] and y > start[1] or time.time() > deadline:
-            break
-        time.sleep(0.3)
+    x, y = settle(cam, token, lambda at: at[0] > start[0] and at[1] > start[1])
     check(x > start[0] and y > start[1], "position %s %s from %s %s" % (x, y, start[0], start[1]))
 
 
 @case("PTZ-3-1-4", "ptz")
 def continuous_move(cam, f):
-    token = ptz_profile(cam)
-    cam.ok("tptz:ContinuousMove", "<tptz:ProfileToken>%s</tptz:ProfileToken>%s<tptz:Timeout>PT1S</tptz:Timeout>"
-           % (token, pan_tilt(0.5, 0, "tptz:Velocity")))
+    ptz(cam, "ContinuousMove", ptz_profile(cam), pan_tilt(0.5, 0, "tptz:Velocity"), el("tptz:Timeout", "PT1S"))
     time.sleep(1.5)
 
 
 @case("PTZ-3-1-5", "ptz")
 def continuous_move_stop(cam, f):
     token = ptz_profile(cam)
-    cam.ok("tptz:ContinuousMove", "<tptz:ProfileToken>%s</tptz:ProfileToken>%s" % (token, pan_tilt(-0.5, 0, "tptz:Velocity")))
+    ptz(cam, "ContinuousMove", token, pan_tilt(-0.5, 0, "tptz:Velocity"))
     time.sleep(0.5)
-    cam.ok("tptz:Stop", "<tptz:ProfileToken>%s</tptz:ProfileToken><tptz:PanTilt>true</tptz:PanTilt>"
-           "<tptz:Zoom>true</tptz:Zoom>" % token)
+    ptz(cam, "Stop", token, el("tptz:PanTilt", "true"), el("tptz:Zoom", "true"))
     first = position(cam, token)
     time.sleep(0.6)
     check(position(cam, token) == first, "still moving after Stop")
 
 
 def presets(cam, token):
-    return {p.get("token"): p.findtext("tt:Name", "", NS) for p in
-            cam.ok("tptz:GetPresets", "<tptz:ProfileToken>%s</tptz:ProfileToken>" % token).all("tptz:Preset")}
+    return {p.get("token"): p.findtext("tt:Name", "", NS) for p in ptz(cam, "GetPresets", token).all("tptz:Preset")}
 
 
-def set_preset(cam, token, name):
-    return cam.ok("tptz:SetPreset", "<tptz:ProfileToken>%s</tptz:ProfileToken><tptz:PresetName>%s</tptz:PresetName>"
-                  % (token, name)).value("tptz:PresetToken")
-
-
-def remove_preset_of(cam, token, preset):
-    cam.ok("tptz:RemovePreset", "<tptz:ProfileToken>%s</tptz:ProfileToken><tptz:PresetToken>%s</tptz:PresetToken>"
-           % (token, preset))
-
-
-def move_to(cam, token, x, y):
-    cam.ok("tptz:AbsoluteMove", "<tptz:ProfileToken>%s</tptz:ProfileToken>%s" % (token, pan_tilt(x, y)))
-    return settle(cam, token, (x, y))
+@contextmanager
+def preset(cam, token, name):
+    """A preset at the head's position, removed when done."""
+    made = ptz(cam, "SetPreset", token, el("tptz:PresetName", name)).value("tptz:PresetToken")
+    try:
+        yield made
+    finally:
+        ptz(cam, "RemovePreset", token, el("tptz:PresetToken", made))
 
 
 @case("PTZ-4-1-4", "ptz")
 def set_and_get_preset(cam, f):
     token = ptz_profile(cam)
-    preset = set_preset(cam, token, "Test4")
-    try:
-        check(presets(cam, token).get(preset) == "Test4", "preset %s not listed" % preset)
-    finally:
-        remove_preset_of(cam, token, preset)
+    with preset(cam, token, "Test4") as made:
+        check(presets(cam, token).get(made) == "Test4", "preset %s not listed" % made)
 
 
 @case("PTZ-4-1-5", "ptz")
 def goto_preset(cam, f):
     token = ptz_profile(cam)
     move_to(cam, token, 0.3, 0.2)
-    preset = set_preset(cam, token, "Test5")
-    try:
+    with preset(cam, token, "Test5") as made:
         move_to(cam, token, -0.3, -0.2)
-        cam.ok("tptz:GotoPreset", "<tptz:ProfileToken>%s</tptz:ProfileToken><tptz:PresetToken>%s</tptz:PresetToken>"
-               % (token, preset))
-        x, y = settle(cam, token, (0.3, 0.2))
-        check(abs(x - 0.3) < 0.05 and abs(y - 0.2) < 0.05, "at %s %s after GotoPreset" % (x, y))
-    finally:
-        remove_preset_of(cam, token, preset)
+        ptz(cam, "GotoPreset", token, el("tptz:PresetToken", made))
+        arrives(cam, token, 0.3, 0.2, "GotoPreset")
 
 
 @case("PTZ-4-1-6", "ptz")
 def remove_preset(cam, f):
     token = ptz_profile(cam)
-    preset = set_preset(cam, token, "Test6")
-    remove_preset_of(cam, token, preset)
-    check(preset not in presets(cam, token), "removed preset listed")
+    with preset(cam, token, "Test6") as made:
+        pass
+    check(made not in presets(cam, token), "removed preset listed")
 
 
 @case("PTZ-5-1-1", "ptz", "home configurable")
 def home_configurable(cam, f, token=None):
     token = token or ptz_profile(cam)
-    cam.ok("tptz:AbsoluteMove", "<tptz:ProfileToken>%s</tptz:ProfileToken>%s" % (token, pan_tilt(0.1, -0.1)))
-    settle(cam, token, (0.1, -0.1))
-    cam.ok("tptz:SetHomePosition", "<tptz:ProfileToken>%s</tptz:ProfileToken>" % token)
-    cam.ok("tptz:AbsoluteMove", "<tptz:ProfileToken>%s</tptz:ProfileToken>%s" % (token, pan_tilt(0.4, 0.3)))
-    settle(cam, token, (0.4, 0.3))
-    cam.ok("tptz:GotoHomePosition", "<tptz:ProfileToken>%s</tptz:ProfileToken>" % token)
-    x, y = settle(cam, token, (0.1, -0.1))
-    check(abs(x - 0.1) < 0.05 and abs(y + 0.1) < 0.05, "at %s %s after GotoHomePosition" % (x, y))
+    move_to(cam, token, 0.1, -0.1)
+    ptz(cam, "SetHomePosition", token)
+    move_to(cam, token, 0.4, 0.3)
+    ptz(cam, "GotoHomePosition", token)
+    arrives(cam, token, 0.1, -0.1, "GotoHomePosition")
 
 
 @case("PTZ-5-1-3", "ptz")
 def home_flag(cam, f):
     # Without the attribute the case has nothing to check.
     token = ptz_profile(cam)
-    for node in f["nodes"]:
-        fixed = node.get("FixedHomePosition")
-        if fixed is None:
-            continue
-        answer = cam.call("tptz:SetHomePosition", "<tptz:ProfileToken>%s</tptz:ProfileToken>" % token)
-        if flag(fixed):
-            check(answer.fault, "a fixed home position was overwritten")
-        else:
-            check(not answer.fault, "SetHomePosition refused: %s" % answer.text[-300:])
+    for fixed in filter(lambda v: v is not None, (node.get("FixedHomePosition") for node in f["nodes"])):
+        answer = cam.call("tptz:SetHomePosition", el("tptz:ProfileToken", token))
+        check(answer.fault == flag(fixed), "a fixed home position was overwritten" if flag(fixed)
+              else "SetHomePosition refused: %s" % answer.text[-300:])
+
+
+@case("PTZ-5-1-4", "ptz", "media", "home configurable")
+def home_custom_profile(cam, f):
+    """The home position through a profile the flow makes: a video source and the PTZ configuration."""
+    source = cam.ok("trt:GetVideoSourceConfigurations").all("trt:Configurations")[0].get("token")
+    held = configurations(cam)[0].get("token")
+    cam.ok("trt:CreateProfile", el("trt:Name", "HomeProfile") + el("trt:Token", "HomeProfile"))
+    try:
+        for kind, token in (("VideoSource", source), ("PTZ", held)):
+            cam.ok("trt:Add%sConfiguration" % kind, el("trt:ProfileToken", "HomeProfile")
+                   + el("trt:ConfigurationToken", token))
+        home_configurable(cam, f, "HomeProfile")
+    finally:
+        cam.call("trt:DeleteProfile", el("trt:ProfileToken", "HomeProfile"))
 
 
 case("PTZ-5-1-2", "ptz", "home fixed")(uncoded("a fixed home position"))
@@ -280,23 +242,19 @@ def space_case(kind, uri):
         check(any(s.text.strip() == GENERIC + uri for n in f["nodes"] for s in n.findall(".//tt:URI", NS)),
               "space %s not listed" % uri)
         token = ptz_profile(cam)
-        zoom = "Zoom" in uri
-        vector = '<tt:Zoom x="0.1"/>' if zoom else '<tt:PanTilt x="0.1" y="0.1"/>'
-        space = vector.replace("/>", ' space="%s"/>' % (GENERIC + uri))
+        axis = "Zoom" if "Zoom" in uri else "PanTilt"
+
+        def vector(value, space=' space="%s"' % (GENERIC + uri)):
+            return '<tt:%s x="%s"%s%s/>' % (axis, value, "" if axis == "Zoom" else ' y="%s"' % value, space)
         if kind == "absolute":
-            cam.ok("tptz:AbsoluteMove", "<tptz:ProfileToken>%s</tptz:ProfileToken><tptz:Position>%s</tptz:Position>"
-                   % (token, space))
+            ptz(cam, "AbsoluteMove", token, el("tptz:Position", vector("0.1")))
         elif kind == "relative":
-            cam.ok("tptz:RelativeMove", "<tptz:ProfileToken>%s</tptz:ProfileToken><tptz:Translation>%s</tptz:Translation>"
-                   % (token, space))
+            ptz(cam, "RelativeMove", token, el("tptz:Translation", vector("0.1")))
         elif kind == "continuous":
-            cam.ok("tptz:ContinuousMove", "<tptz:ProfileToken>%s</tptz:ProfileToken><tptz:Velocity>%s</tptz:Velocity>"
-                   "<tptz:Timeout>PT1S</tptz:Timeout>" % (token, space))
+            ptz(cam, "ContinuousMove", token, el("tptz:Velocity", vector("0.1")), el("tptz:Timeout", "PT1S"))
         else:
-            speed = space.replace('x="0.1" y="0.1"', 'x="1" y="1"').replace('x="0.1"', 'x="1"')
-            cam.ok("tptz:AbsoluteMove", "<tptz:ProfileToken>%s</tptz:ProfileToken><tptz:Position>%s</tptz:Position>"
-                   "<tptz:Speed>%s</tptz:Speed>" % (token, vector, speed))
-        cam.ok("tptz:Stop", "<tptz:ProfileToken>%s</tptz:ProfileToken>" % token)
+            ptz(cam, "AbsoluteMove", token, el("tptz:Position", vector("0.1", "")), el("tptz:Speed", vector("1")))
+        ptz(cam, "Stop", token)
     return run
 
 
@@ -309,19 +267,3 @@ for _id, _kind, _uri in (("PTZ-7-1-3", "absolute", "PanTiltSpaces/PositionGeneri
                          ("PTZ-7-4-3", "speed", "PanTiltSpaces/GenericSpeedSpace"),
                          ("PTZ-7-4-4", "speed", "ZoomSpaces/ZoomGenericSpeedSpace")):
     case(_id, "ptz")(space_case(_kind, _uri))
-
-
-@case("PTZ-5-1-4", "ptz", "media", "home configurable")
-def home_custom_profile(cam, f):
-    """The home position through a profile the flow makes: a video source and the PTZ configuration."""
-    source = cam.ok("trt:GetVideoSourceConfigurations").all("trt:Configurations")[0].get("token")
-    ptz = configurations(cam)[0].get("token")
-    cam.ok("trt:CreateProfile", "<trt:Name>HomeProfile</trt:Name><trt:Token>HomeProfile</trt:Token>")
-    try:
-        cam.ok("trt:AddVideoSourceConfiguration", "<trt:ProfileToken>HomeProfile</trt:ProfileToken>"
-               "<trt:ConfigurationToken>%s</trt:ConfigurationToken>" % source)
-        cam.ok("trt:AddPTZConfiguration", "<trt:ProfileToken>HomeProfile</trt:ProfileToken>"
-               "<trt:ConfigurationToken>%s</trt:ConfigurationToken>" % ptz)
-        home_configurable(cam, f, "HomeProfile")
-    finally:
-        cam.call("trt:DeleteProfile", "<trt:ProfileToken>HomeProfile</trt:ProfileToken>")

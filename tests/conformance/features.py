@@ -1,6 +1,6 @@
 """Device feature discovery: what the camera says it has, asked the way the test procedures ask
 (capabilities, services, profiles, PTZ nodes, imaging options, IO counts)."""
-from soap import NS, q, flag
+from soap import NS, el, flag, q
 
 # Why a case needing a feature does not apply, by feature.
 MISSING = {
@@ -34,101 +34,68 @@ MISSING = {
 }
 
 
+def listing(cam, op, element, body=""):
+    """What a listing answers, none where it faults."""
+    answer = cam.call(op, body)
+    return [] if answer.fault else answer.all(element)
+
+
 def discover(cam):
-    """The features, by name, from the camera's own answers; None where it cannot tell."""
+    """The features, by name, from the camera's own answers."""
     f = {}
-    caps = cam.call("tds:GetCapabilities", "<tds:Category>All</tds:Category>")
-    f["capabilities"] = caps
-    f["media"] = bool(caps.all(".//tt:Media/tt:XAddr"))
-    f["ptz"] = bool(caps.all(".//tt:PTZ/tt:XAddr"))
-    f["imaging"] = bool(caps.all(".//tt:Imaging/tt:XAddr"))
-    f["events"] = bool(caps.all(".//tt:Events/tt:XAddr"))
-    f["ipv6"] = flag(caps.value(".//tt:Network/tt:IPVersion6"))
-    f["ip filter"] = flag(caps.value(".//tt:Network/tt:IPFilter"))
-    f["dynamic dns"] = flag(caps.value(".//tt:Network/tt:DynDNS"))
-    f["system log"] = flag(caps.value(".//tt:System/tt:SystemLogging"))
-    relays = caps.value(".//tt:IO/tt:RelayOutputs", "0")
-    f["relays"] = relays.isdigit() and int(relays) > 0
-    inputs = caps.value(".//tt:IO/tt:InputConnectors", "0")
-    f["digital inputs"] = inputs.isdigit() and int(inputs) > 0
-    services = cam.call("tds:GetServices", "<tds:IncludeCapability>false</tds:IncludeCapability>")
+    caps = f["capabilities"] = cam.call("tds:GetCapabilities", el("tds:Category", "All"))
+    for name, element in (("media", "Media"), ("ptz", "PTZ"), ("imaging", "Imaging"), ("events", "Events")):
+        f[name] = bool(caps.all(".//tt:%s/tt:XAddr" % element))
+    for name, path in (("ipv6", "Network/tt:IPVersion6"), ("ip filter", "Network/tt:IPFilter"),
+                       ("dynamic dns", "Network/tt:DynDNS"), ("system log", "System/tt:SystemLogging"),
+                       ("system backup", "System/tt:SystemBackup"), ("firmware upload", "System/tt:FirmwareUpgrade")):
+        f[name] = flag(caps.value(".//tt:" + path))
+    for name, element in (("relays", "RelayOutputs"), ("digital inputs", "InputConnectors")):
+        count = caps.value(".//tt:IO/tt:" + element, "0")
+        f[name] = count.isdigit() and int(count) > 0
+    services = cam.call("tds:GetServices", el("tds:IncludeCapability", "false"))
     f["services"] = {s.findtext("tds:Namespace", "", NS).strip(): s.findtext("tds:XAddr", "", NS).strip()
                      for s in services.all("tds:Service")}
     f["get services"] = not services.fault and bool(f["services"])
     f["deviceio"] = NS["tmd"] in f["services"] or bool(caps.all(".//tt:Extension/tt:DeviceIO/tt:XAddr"))
-    f["system backup"] = flag(caps.value(".//tt:System/tt:SystemBackup"))
-    f["firmware upload"] = flag(caps.value(".//tt:System/tt:FirmwareUpgrade"))
-    f["device aux"] = False
-    if f["get services"]:
-        device_caps = cam.call("tds:GetServiceCapabilities")
-        f["system uris"] = flag(device_caps.one(".//tds:System").get("HttpSystemLogging")) if not device_caps.fault else False
-        f["remote user"] = not device_caps.fault and flag(device_caps.one(".//tds:Security").get("RemoteUserHandling"))
-        if not device_caps.fault:
-            f["system backup"] = f["system backup"] or flag(device_caps.one(".//tds:System").get("HttpSystemBackup"))
-            f["firmware upload"] = f["firmware upload"] or flag(device_caps.one(".//tds:System").get("HttpFirmwareUpgrade"))
-            f["device aux"] = bool((device_caps.one(".//tds:Misc").get("AuxiliaryCommands") or "").strip()) \
-                if device_caps.all(".//tds:Misc") else False
-    else:
-        f["system uris"] = f["remote user"] = False
-    profiles = cam.call("trt:GetProfiles") if f["media"] else None
-    f["profiles"] = profiles.all("trt:Profiles") if profiles is not None else []
-    audio = cam.call("trt:GetAudioSources") if f["media"] else None
-    f["audio"] = audio is not None and not audio.fault and bool(audio.all("trt:AudioSources"))
-    outputs = cam.call("trt:GetAudioOutputs") if f["media"] else None
-    f["audio output"] = outputs is not None and not outputs.fault and bool(outputs.all("trt:AudioOutputs"))
-    for name in ("g711", "g726", "aac"):
-        f[name] = False
-    if f["audio"]:
-        options = cam.call("trt:GetAudioEncoderConfigurationOptions")
-        offered = {e.text.strip().lower() for e in options.all(".//tt:Options/tt:Encoding") if e.text}
-        for name in ("g711", "g726", "aac"):
-            f[name] = name in offered
+    f["device aux"] = f["system uris"] = f["remote user"] = False
+    device = cam.call("tds:GetServiceCapabilities") if f["get services"] else None
+    if device is not None and not device.fault:
+        system, misc = device.one(".//tds:System"), device.all(".//tds:Misc")
+        f["system uris"] = flag(system.get("HttpSystemLogging"))
+        f["remote user"] = flag(device.one(".//tds:Security").get("RemoteUserHandling"))
+        f["system backup"] = f["system backup"] or flag(system.get("HttpSystemBackup"))
+        f["firmware upload"] = f["firmware upload"] or flag(system.get("HttpFirmwareUpgrade"))
+        f["device aux"] = bool(misc and (misc[0].get("AuxiliaryCommands") or "").strip())
+    media = lambda op, element: listing(cam, op, element) if f["media"] else []  # noqa: E731
+    f["profiles"] = media("trt:GetProfiles", "trt:Profiles")
+    f["audio"] = bool(media("trt:GetAudioSources", "trt:AudioSources"))
+    f["audio output"] = bool(media("trt:GetAudioOutputs", "trt:AudioOutputs"))
+    offered = {e.text.strip().lower() for e in cam.call("trt:GetAudioEncoderConfigurationOptions").all(
+        ".//tt:Options/tt:Encoding") if e.text} if f["audio"] else set()
+    f.update((name, name in offered) for name in ("g711", "g726", "aac"))
+    # An encoding is the camera's when the options of any encoder configuration offer it.
     encodings = set()
-    if f["profiles"]:
-        # An encoding is the camera's when the options of any encoder configuration offer it.
-        for configuration in cam.call("trt:GetVideoEncoderConfigurations").all("trt:Configurations"):
-            options = cam.call("trt:GetVideoEncoderConfigurationOptions",
-                               "<trt:ConfigurationToken>%s</trt:ConfigurationToken>" % configuration.get("token"))
-            for name, element in (("jpeg", "tt:JPEG"), ("mpeg4", "tt:MPEG4"), ("h264", "tt:H264")):
-                if options.all("trt:Options/" + element):
-                    encodings.add(name)
-    for name in ("jpeg", "mpeg4", "h264"):
-        f[name] = name in encodings
-    f["metadata"] = False
-    if f["media"]:
-        metadata = cam.call("trt:GetMetadataConfigurations")
-        f["metadata"] = not metadata.fault and bool(metadata.all("trt:Configurations"))
-    f["home configurable"] = f["home fixed"] = f["aux"] = False
-    if f["ptz"]:
-        nodes = cam.call("tptz:GetNodes")
-        f["nodes"] = nodes.all("tptz:PTZNode")
-        for node in f["nodes"]:
-            if flag(node.findtext("tt:HomeSupported", "", NS)):
-                fixed = flag(node.get("FixedHomePosition"))
-                f["home fixed"] = f["home fixed"] or fixed
-                f["home configurable"] = f["home configurable"] or not fixed
-            if node.findall("tt:AuxiliaryCommands", NS):
-                f["aux"] = True
-    f["focus"] = f["absolute focus"] = f["relative focus"] = f["continuous focus"] = False
-    if f["imaging"]:
-        token = video_source(f)
-        move = cam.call("timg:GetMoveOptions", "<timg:VideoSourceToken>%s</timg:VideoSourceToken>" % token)
-        if not move.fault:
-            for name, element in (("absolute focus", "timg:MoveOptions/tt:Absolute"),
-                                  ("relative focus", "timg:MoveOptions/tt:Relative"),
-                                  ("continuous focus", "timg:MoveOptions/tt:Continuous")):
-                f[name] = bool(move.all(element))
-            f["focus"] = f["absolute focus"] or f["relative focus"] or f["continuous focus"]
+    for configuration in cam.call("trt:GetVideoEncoderConfigurations").all("trt:Configurations") if f["profiles"] else []:
+        options = cam.call("trt:GetVideoEncoderConfigurationOptions", el("trt:ConfigurationToken", configuration.get("token")))
+        encodings |= {name for name in ("JPEG", "MPEG4", "H264") if options.all("trt:Options/tt:" + name)}
+    f.update((name.lower(), name in encodings) for name in ("JPEG", "MPEG4", "H264"))
+    f["metadata"] = bool(media("trt:GetMetadataConfigurations", "trt:Configurations"))
+    f["nodes"] = cam.call("tptz:GetNodes").all("tptz:PTZNode") if f["ptz"] else []
+    homes = [flag(n.get("FixedHomePosition")) for n in f["nodes"] if flag(n.findtext("tt:HomeSupported", "", NS))]
+    f["home fixed"], f["home configurable"] = any(homes), not all(homes)
+    f["aux"] = any(n.findall("tt:AuxiliaryCommands", NS) for n in f["nodes"])
+    move = cam.call("timg:GetMoveOptions", el("timg:VideoSourceToken", video_source(f))) if f["imaging"] else None
+    for kind in ("Absolute", "Relative", "Continuous"):
+        f[kind.lower() + " focus"] = bool(move is not None and move.all("timg:MoveOptions/tt:" + kind))
+    f["focus"] = f["absolute focus"] or f["relative focus"] or f["continuous focus"]
     # Each event topic the camera announces is a feature of its own, named by its topic, and so is each
     # branch above it ("tns1:VideoSource/ImageTooBlurry" for its three services).
     f["topics"] = topic_set(cam) if f["events"] else {}
     for topic in f["topics"]:
         parts = topic.split("/")
         f.update(("/".join(parts[:n]), True) for n in range(1, len(parts) + 1))
-    f["serial"] = False
-    if f["deviceio"]:
-        ports = cam.call("tmd:GetSerialPorts")
-        f["serial"] = not ports.fault and bool(ports.all("tmd:SerialPort"))
+    f["serial"] = bool(f["deviceio"] and listing(cam, "tmd:GetSerialPorts", "tmd:SerialPort"))
     return f
 
 

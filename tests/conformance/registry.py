@@ -2,6 +2,7 @@
 a case whose features the camera lacks is listed as not applying, with the feature named."""
 CASES = {}
 NOT_APPLICABLE = {}
+NOT_CODED = {}
 
 
 def case(case_id, *needs):
@@ -12,10 +13,20 @@ def case(case_id, *needs):
     return register
 
 
+def cases(rows):
+    """Rows of (ID, needs, run), needs as one feature name or a tuple of them."""
+    for case_id, needs, run in rows:
+        case(case_id, *((needs,) if isinstance(needs, str) else needs))(run)
+
+
 def not_applicable(reason, *case_ids):
     """Cases that apply to no camera of this kind, with the missing feature as the reason."""
-    for case_id in case_ids:
-        NOT_APPLICABLE[case_id] = reason
+    NOT_APPLICABLE.update((case_id, reason) for case_id in case_ids)
+
+
+def not_coded(reason, *case_ids):
+    """Cases that apply but the flow does not run, with why."""
+    NOT_CODED.update((case_id, reason) for case_id in case_ids)
 
 
 def uncoded(what):
@@ -26,10 +37,21 @@ def uncoded(what):
     return run
 
 
-NOT_CODED = {}
+def body_of(body, cam, f):
+    return body(cam, f) if callable(body) else body
 
 
-def not_coded(reason, *case_ids):
-    """Cases that apply but the flow does not run, with why."""
-    for case_id in case_ids:
-        NOT_CODED[case_id] = reason
+def answers(op, body="", *elements):
+    """A case that is one call answering with the given elements; body may be a function of (cam, f)."""
+    def run(cam, f):
+        answer = cam.ok(op, body_of(body, cam, f))
+        for element in elements:
+            answer.one(element)
+    return run
+
+
+def refuses(op, body, *codes):
+    """A case that is one call refused with the given head of the fault's code chain."""
+    def run(cam, f):
+        cam.refused(op, body_of(body, cam, f), *codes)
+    return run

@@ -4,6 +4,7 @@ tests/client_flow_test.sh conformance, which starts the camera and sets ONVIF_PO
   run.py [ID-PREFIX...]      only the cases whose ID starts with one of the prefixes (or CONFORMANCE_CASES)
 A case listed in expected-failures (ID, then why) may fail; one that passes there fails the flow,
 so the list only shrinks."""
+import collections
 import importlib
 import os
 import subprocess
@@ -24,14 +25,9 @@ SCOPE = tuple(prefix for module in MODULES for prefix in module.PREFIXES)
 
 
 def expected_failures():
-    known = {}
     with open(os.path.join(HERE, "expected-failures")) as f:
-        for line in f:
-            line = line.strip()
-            if line and not line.startswith("#"):
-                case_id, _, why = line.partition(" ")
-                known[case_id] = why.strip()
-    return known
+        rows = [line.strip().partition(" ") for line in f if line.strip() and not line.strip().startswith("#")]
+    return {case_id: why.strip() for case_id, _, why in rows}
 
 
 def document_cases():
@@ -40,12 +36,8 @@ def document_cases():
     if not os.path.exists(tool):
         return {}
     listing = subprocess.run([sys.executable, tool, "list"], capture_output=True, text=True, timeout=60).stdout
-    cases = {}
-    for line in listing.splitlines():
-        parts = line.split(None, 1)
-        if parts and parts[0].startswith(SCOPE):
-            cases[parts[0]] = parts[1].rsplit("[", 1)[0].strip() if len(parts) > 1 else ""
-    return cases
+    rows = [line.split(None, 1) + [""] for line in listing.splitlines() if line.startswith(SCOPE)]
+    return {row[0]: row[1].rsplit("[", 1)[0].strip() for row in rows}
 
 
 DOC_HEAD = """# Device test cases in the ONVIF mode
@@ -72,15 +64,14 @@ def order(case_id):
 
 
 def main():
-    prefixes = sys.argv[1:] or os.environ.get("CONFORMANCE_CASES", "").split()
+    prefixes = tuple(sys.argv[1:] or os.environ.get("CONFORMANCE_CASES", "").split())
+    wanted = lambda case_id: not prefixes or case_id.startswith(prefixes)  # noqa: E731
     cam = Camera(int(os.environ["ONVIF_PORT"]))
     found = features.discover(cam)
     known = expected_failures()
     rows, unexpected = [], []
     started = time.time()
-    for case_id in sorted(registry.CASES, key=order):
-        if prefixes and not any(case_id.startswith(p) for p in prefixes):
-            continue
+    for case_id in filter(wanted, sorted(registry.CASES, key=order)):
         needs, fn = registry.CASES[case_id]
         lacking = [n for n in needs if not found.get(n)]
         if lacking:
@@ -100,32 +91,23 @@ def main():
             result, detail = "known failure", known[case_id]
         elif result == "fail" or case_id in known:
             unexpected.append(case_id)
-            if case_id in known:
-                detail = "passes now: remove it from expected-failures"
+            detail = "passes now: remove it from expected-failures" if result == "pass" else detail
         rows.append((case_id, result, " ".join(detail.split())[:300]))
         print("%s %s %s" % (result.upper(), case_id, detail[:300]), flush=True)
-    listed = {row[0] for row in rows}
-    for table, result in ((registry.NOT_APPLICABLE, "does not apply"), (registry.NOT_CODED, "not run")):
-        for case_id, reason in table.items():
-            if case_id not in listed and (not prefixes or any(case_id.startswith(p) for p in prefixes)):
-                rows.append((case_id, result, reason))
-                listed.add(case_id)
     titles = document_cases()
-    for case_id in titles:
-        if case_id not in listed and (not prefixes or any(case_id.startswith(p) for p in prefixes)):
-            rows.append((case_id, "not run", "not coded yet"))
+    for table, result in ((registry.NOT_APPLICABLE, "does not apply"), (registry.NOT_CODED, "not run"),
+                          (dict.fromkeys(titles, "not coded yet"), "not run")):
+        listed = {row[0] for row in rows}
+        rows += [(case_id, result, reason) for case_id, reason in table.items() if case_id not in listed and wanted(case_id)]
     rows.sort(key=lambda row: order(row[0]))
     table = ["| Test case | Title | Result | Note |", "|---|---|---|---|"]
     table += ["| %s | %s | %s | %s |" % (i, titles.get(i, ""), r, d.replace("|", "/")) for i, r, d in rows]
-    counts = {}
-    for _, result, _ in rows:
-        counts[result] = counts.get(result, 0) + 1
+    counts = collections.Counter(result for _, result, _ in rows)
     summary = ", ".join("%d %s" % (n, r) for r, n in sorted(counts.items()))
     print("\n".join(table))
     print("conformance: %s in %.0f s" % (summary, time.time() - started))
-    report = os.environ.get("CONFORMANCE_REPORT")
-    if report:
-        with open(report, "w") as f:
+    if os.environ.get("CONFORMANCE_REPORT"):
+        with open(os.environ["CONFORMANCE_REPORT"], "w") as f:
             f.write(DOC_HEAD + "\n".join(table) + "\n\n" + summary + ".\n")
     if unexpected:
         print("conformance: unexpected results: %s" % " ".join(unexpected))

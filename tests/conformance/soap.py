@@ -27,6 +27,7 @@ for prefix, uri in NS.items():
 WSSE = "http://docs.oasis-open.org/wss/2004/01/oasis-200401-wss-wssecurity-secext-1.0.xsd"
 WSU = "http://docs.oasis-open.org/wss/2004/01/oasis-200401-wss-wssecurity-utility-1.0.xsd"
 DIGEST = "http://docs.oasis-open.org/wss/2004/01/oasis-200401-wss-username-token-profile-1.0#PasswordDigest"
+INVALID = ("Sender", "InvalidArgVal")  # the head of most refusals' code chain
 
 
 def q(name):
@@ -35,16 +36,18 @@ def q(name):
     return "{%s}%s" % (NS[prefix], local)
 
 
-class Answer:
-    """One HTTP answer: status, the parsed body's first element (or None), the raw text."""
+def el(tag, *inner):
+    """'<tag>inner...</tag>'; the inner parts are texts or elements written the same way."""
+    return "<%s>%s</%s>" % (tag, "".join(str(i) for i in inner), tag)
 
-    def __init__(self, status, text):
-        self.status = status
-        self.text = text
-        self.body = None
+
+class Answer:
+    """One HTTP answer: status, headers, the parsed body's first element (or None), the raw text."""
+
+    def __init__(self, status, text, headers=None):
+        self.status, self.text, self.headers, self.body = status, text, headers, None
         try:
-            root = ET.fromstring(text)
-            body = root.find("s:Body", NS)
+            body = ET.fromstring(text).find("s:Body", NS)
             self.body = body[0] if body is not None and len(body) else None
         except ET.ParseError:
             pass
@@ -54,10 +57,8 @@ class Answer:
         return self.body is not None and self.body.tag == q("s:Fault")
 
     def subcodes(self):
-        """The fault's code chain as 'prefix:Local' texts resolved through the answer's own prefixes."""
-        if not self.fault:
-            return []
-        codes, node = [], self.body.find("s:Code", NS)
+        """The fault's code chain as local names ('Sender', 'InvalidArgVal', ...)."""
+        codes, node = [], self.body.find("s:Code", NS) if self.fault else None
         while node is not None:
             value = node.find("s:Value", NS)
             if value is not None and value.text:
@@ -66,12 +67,9 @@ class Answer:
         return codes
 
     def summary(self):
-        """What the answer is, in one line: the fault's codes and reason, or the body's element."""
         if self.fault:
             return "fault %s: %s" % ("/".join(self.subcodes()), " ".join(t.text or "" for t in self.all("s:Reason/s:Text")))
-        if self.body is not None:
-            return "answered %s" % self.body.tag
-        return self.text[-300:]
+        return "answered %s" % self.body.tag if self.body is not None else self.text[-300:]
 
     def all(self, path):
         return self.body.findall(path, NS) if self.body is not None else []
@@ -100,6 +98,25 @@ def keep(text):
             f.write(text)
 
 
+def username_token(user, password, nonce=True, created=True, password_type=DIGEST):
+    """A wsse:Security header element; the password goes as its digest unless the type says text."""
+    raw = os.urandom(16)
+    stamp = datetime.datetime.now(datetime.timezone.utc).strftime("%Y-%m-%dT%H:%M:%SZ")
+    digest = base64.b64encode(hashlib.sha1(raw + stamp.encode() + password.encode()).digest()).decode()
+    return ('<wsse:Security xmlns:wsse="%s" xmlns:wsu="%s"><wsse:UsernameToken><wsse:Username>%s</wsse:Username>'
+            '<wsse:Password Type="%s">%s</wsse:Password>%s%s</wsse:UsernameToken></wsse:Security>'
+            % (WSSE, WSU, escape(user), password_type, digest if password_type == DIGEST else escape(password),
+               el("wsse:Nonce", base64.b64encode(raw).decode()) if nonce else "",
+               el("wsu:Created", stamp) if created else ""))
+
+
+def envelope(body, header="", namespaces=""):
+    """A SOAP 1.2 envelope declaring the prefixes of NS (and the namespaces given as attributes)."""
+    declared = " ".join('xmlns:%s="%s"' % (p, u) for p, u in NS.items() if p != "s")
+    return '<?xml version="1.0" encoding="UTF-8"?><s:Envelope xmlns:s="%s" %s %s>%s<s:Body>%s</s:Body></s:Envelope>' % (
+        NS["s"], declared, namespaces, header, body)
+
+
 class Camera:
     def __init__(self, port, user="admin", password="admin"):
         self.port = port
@@ -108,49 +125,33 @@ class Camera:
         self.log = []
 
     def security(self):
-        if not self.user:
-            return ""
-        nonce = os.urandom(16)
-        created = datetime.datetime.now(datetime.timezone.utc).strftime("%Y-%m-%dT%H:%M:%SZ")
-        digest = hashlib.sha1(nonce + created.encode() + self.password.encode()).digest()
-        return ('<s:Header><wsse:Security xmlns:wsse="%s" xmlns:wsu="%s"><wsse:UsernameToken>'
-                '<wsse:Username>%s</wsse:Username><wsse:Password Type="%s">%s</wsse:Password>'
-                '<wsse:Nonce>%s</wsse:Nonce><wsu:Created>%s</wsu:Created></wsse:UsernameToken>'
-                '</wsse:Security></s:Header>' % (WSSE, WSU, escape(self.user), DIGEST,
-                                                   base64.b64encode(digest).decode(),
-                                                   base64.b64encode(nonce).decode(), created))
+        return el("s:Header", username_token(self.user, self.password)) if self.user else ""
 
-    def post(self, envelope, url=None):
-        request = urllib.request.Request(url or self.url, data=envelope.encode(),
-                                         headers={"Content-Type": "application/soap+xml; charset=utf-8"})
+    def post(self, envelope, url=None, headers=None):
+        request = urllib.request.Request(url or self.url, data=envelope.encode(), headers=dict(
+            {"Content-Type": "application/soap+xml; charset=utf-8"}, **(headers or {})))
         try:
             with urllib.request.urlopen(request, timeout=20) as response:
-                answer = Answer(response.status, response.read().decode("utf-8", "replace"))
+                answer = Answer(response.status, response.read().decode("utf-8", "replace"), response.headers)
         except urllib.error.HTTPError as e:
-            answer = Answer(e.code, e.read().decode("utf-8", "replace"))
+            answer = Answer(e.code, e.read().decode("utf-8", "replace"), e.headers)
         self.log.append((envelope, answer))
         keep(answer.text)
         return answer
 
     def call(self, op, body="", namespaces=""):
         """op 'tds:GetServices'; body the inner XML, prefixes tt/tds/... declared on the envelope."""
-        prefix, local = op.split(":")
-        declared = " ".join('xmlns:%s="%s"' % (p, u) for p, u in NS.items() if p != "s")
-        envelope = ('<?xml version="1.0" encoding="UTF-8"?><s:Envelope xmlns:s="%s" %s %s>%s<s:Body>'
-                    '<%s:%s>%s</%s:%s></s:Body></s:Envelope>' % (NS["s"], declared, namespaces, self.security(),
-                                                                  prefix, local, body, prefix, local))
-        return self.post(envelope)
+        return self.post(envelope(el(op, body), self.security(), namespaces))
 
     def ok(self, op, body=""):
         """A call that must answer its response element."""
         answer = self.call(op, body)
-        expected = q(op + "Response")
-        if answer.status != 200 or answer.body is None or answer.body.tag != expected:
+        if answer.status != 200 or answer.body is None or answer.body.tag != q(op + "Response"):
             raise AssertionError("%s: status %d, %s" % (op, answer.status, answer.summary()))
         return answer
 
     def refused(self, op, body, *subcodes):
-        """A call that must fault with the given code chain tail (e.g. 'Sender', 'InvalidArgVal', 'NoProfile')."""
+        """A call that must fault with the given head of its code chain."""
         answer = self.call(op, body)
         if not answer.fault:
             raise AssertionError("%s answered without a fault: %s" % (op, answer.summary()))
