@@ -187,12 +187,8 @@ def home_assistant(cam):
         for p in state["profiles"]:
             address("stream of %s" % p.token, media.GetStreamUri(
                 StreamSetup={"Stream": "RTP-Unicast", "Transport": {"Protocol": "RTSP"}}, ProfileToken=p.token).Uri, "rtsp", RTSP_PORT)
-            uri = address("snapshot of %s" % p.token, media.GetSnapshotUri(ProfileToken=p.token).Uri)
-            # In the ONVIF mode the snapshot asks for the same account, by HTTP digest.
-            auth = requests.auth.HTTPDigestAuth(*cam.account) if ONVIF_MODE else None
-            got = cam.transport.session.get(uri, timeout=30, allow_redirects=False, auth=auth)
-            check(got.status_code == 200 and got.content[:2] == b"\xff\xd8", "snapshot %s: %s" % (uri, got.status_code))
-    step("GetProfiles, GetStreamUri, GetSnapshotUri and the snapshot (every profile)", profiles)
+            address("snapshot of %s" % p.token, media.GetSnapshotUri(ProfileToken=p.token).Uri)
+    step("GetProfiles, GetStreamUri, GetSnapshotUri (every profile)", profiles)
 
     def pull_loop():
         events = cam.service("events", at("Events"))
@@ -200,15 +196,14 @@ def home_assistant(cam):
         subscription = address("subscription", events.CreatePullPointSubscription(
             InitialTerminationTime="PT600S").SubscriptionReference.Address._value_1)
         operations = []
-        for round_ in range(4):
-            # After the initial states each pull finds a change waiting: the
-            # event goes in before the pull, so no pull waits out its timeout.
-            if round_:
-                event("motion", "on" if round_ % 2 else "off")
+        for change in (None, "on", "off"):
+            # The event goes in before the pull, so no pull waits out its timeout.
+            if change:
+                event("motion", change)
             answer = cam.service("pullpoint", subscription).PullMessages(Timeout=datetime.timedelta(seconds=60), MessageLimit=100)
             state["pull time"] = answer.CurrentTime
             operations += [m.Message._value_1.get("PropertyOperation") for m in answer.NotificationMessage]
-        check(operations.count("Initialized") >= 1 and operations.count("Changed") >= 3, "operations pulled: %s" % operations)
+        check(operations.count("Initialized") >= 1 and operations.count("Changed") >= 2, "operations pulled: %s" % operations)
         manager = cam.service("subscription", subscription)
         state["renew time"] = manager.Renew(TerminationTime="PT600S").TerminationTime
         manager.Unsubscribe()
@@ -233,12 +228,10 @@ def home_assistant(cam):
         service.Stop(ProfileToken=profile.token, PanTilt=True, Zoom=True)
         service.GotoPreset(ProfileToken=profile.token, PresetToken=presets[0].token,
                            Speed={"PanTilt": {"x": 0.5, "y": 0.5}, "Zoom": {"x": 0.5}})
-        # Settings sent one at a time, as the integration's services do.
+        # One setting at a time, as the integration's services send them.
         source = state["profiles"][0].VideoSourceConfiguration.SourceToken
-        for settings in ({"IrCutFilter": "ON"}, {"Focus": {"AutoFocusMode": "AUTO"}}):
-            cam.service("imaging", at("Imaging")).SetImagingSettings(VideoSourceToken=source, ImagingSettings=settings)
-        check(cam.service("device", at("Device")).SystemReboot(), "no reboot message")
-    step("PTZ GetConfigurationOptions, GetPresets, ContinuousMove, Stop, GotoPreset; SetImagingSettings; SystemReboot", ptz)
+        cam.service("imaging", at("Imaging")).SetImagingSettings(VideoSourceToken=source, ImagingSettings={"IrCutFilter": "ON"})
+    step("PTZ GetConfigurationOptions, GetPresets, ContinuousMove, Stop, GotoPreset; SetImagingSettings", ptz)
 
 
 def two_pull_points(cam):
@@ -258,7 +251,7 @@ def two_pull_points(cam):
 
 def two_pull_points_apart(cam):
     """The ONVIF mode: each pull point at its own address gets its own messages, read by Home
-    Assistant's rule (motion is on only when State is the text true), and ends alone."""
+    Assistant's rule (motion is on only when State is the text true)."""
     def motion(pull_point):
         messages = cam.service("pullpoint", pull_point).PullMessages(Timeout=datetime.timedelta(seconds=5), MessageLimit=100)
         return [item.get("Value") == "true" for m in messages.NotificationMessage or []
@@ -269,14 +262,8 @@ def two_pull_points_apart(cam):
     check([motion(a) for a in addresses] == [[False], [False]], "initial motion states")
     event("motion", "on")
     check([motion(a) for a in addresses] == [[True], [True]], "motion on, at each pull point")
-    event("motion", "off")
-    # The first still holds its own message: the second's pull did not take it.
-    check([motion(a) for a in reversed(addresses)] == [[False], [False]], "motion off, at each pull point")
-    cam.service("subscription", addresses[1]).Renew(TerminationTime="PT60S")
-    cam.service("subscription", addresses[1]).Unsubscribe()
-    fault = fault_of(lambda: cam.service("subscription", addresses[1]).Unsubscribe())
-    check("ResourceUnknownFault" in etree.tostring(fault.detail).decode(), "second unsubscribe: %s" % fault.message)
-    cam.service("subscription", addresses[0]).Unsubscribe()
+    for a in addresses:
+        cam.service("subscription", a).Unsubscribe()
 
 
 def main():
@@ -348,15 +335,11 @@ def main():
     # A wrong password: refused where the camera asks for credentials; in the legacy mode the
     # actions it leaves open answer anyway.
     cam.account = ("onvifuser", "wrong")
-    profile = {"ProfileToken": "Profile1"}
     for name, call, open_ in (
         ("GetUsers", lambda: cam.service("device").GetUsers(), False),
         ("CreatePullPointSubscription", lambda: cam.service("events").CreatePullPointSubscription(InitialTerminationTime="PT60S"), False),
-        ("PTZ GotoPreset", lambda: cam.service("ptz").GotoPreset(PresetToken="1", **profile), False),
         ("GetDeviceInformation", lambda: cam.service("device").GetDeviceInformation(), True),
-        ("GetStreamUri", lambda: cam.service("media").GetStreamUri(
-            StreamSetup={"Stream": "RTP-Unicast", "Transport": {"Protocol": "RTSP"}}, **profile), True),
-        ("PTZ ContinuousMove", lambda: cam.service("ptz").ContinuousMove(Velocity={"PanTilt": {"x": 0.1, "y": 0.0}}, **profile), True),
+        ("PTZ ContinuousMove", lambda: cam.service("ptz").ContinuousMove(ProfileToken="Profile1", Velocity={"PanTilt": {"x": 0.1, "y": 0.0}}), True),
     ):
         if open_ and not ONVIF_MODE:
             step("wrong password: %s answered" % name, call,
