@@ -1,8 +1,8 @@
-// The npm onvif client (0.8.3) used as a VMS uses it: connect(), stream and snapshot addresses,
-// PTZ status, events by pull and by its own listener, and the divergences docs/interop.md names.
+// The npm onvif client (0.8.3) used as a VMS uses it: connect(), PTZ status, events by pull and by
+// its own listener, and the divergences docs/interop.md names.
 'use strict';
 const {
-    port, rtspPort, onvifMode, assert, address, step, standard, call, refusal, event, keep, seed, run,
+    port, onvifMode, assert, address, step, standard, call, refusal, event, keep, seed, run,
 } = require('./harness');
 const { Cam } = require('onvif');
 
@@ -59,15 +59,6 @@ run('onvif_flow', async () => {
         assert(/Wrong ONVIF SOAP response/.test(failure.message), `systemReboot(): ${failure}`);
     }, 'no device IO address (GetServices answers the generic fault, GetCapabilities has no DeviceIO extension); '
         + 'the library posts device IO requests to the path "deviceIO": systemReboot() fails with "Wrong ONVIF SOAP response"');
-
-    await step('getStreamUri, getSnapshotUri (every profile)', async () => {
-        for (const p of cam.profiles) {
-            const [stream] = await call((cb) => cam.getStreamUri({ protocol: 'RTSP', profileToken: p.$.token }, cb));
-            address(`stream of ${p.$.token}`, stream.uri, 'rtsp', rtspPort);
-            const [snapshot] = await call((cb) => cam.getSnapshotUri({ profileToken: p.$.token }, cb));
-            address(`snapshot of ${p.$.token}`, snapshot.uri, 'http', port);
-        }
-    });
 
     await standard('PTZ getStatus: time', async () => {
         const [s, xml] = await call((cb) => cam.getStatus({}, cb));
