@@ -60,14 +60,13 @@ run('onvif_flow', async () => {
     }, 'no device IO address (GetServices answers the generic fault, GetCapabilities has no DeviceIO extension); '
         + 'the library posts device IO requests to the path "deviceIO": systemReboot() fails with "Wrong ONVIF SOAP response"');
 
+    const utcTime = async () => (await call((cb) => cam.getStatus({}, cb)))[0].utcTime;
     await standard('PTZ getStatus: time', async () => {
-        const [s, xml] = await call((cb) => cam.getStatus({}, cb));
-        assert(/<tt:UtcTime>[-\dT:.]+Z<\/tt:UtcTime>/.test(xml), 'UtcTime without its zone letter');
-        assert(s.utcTime instanceof Date && !isNaN(s.utcTime), `utcTime ${s.utcTime}`);
+        const time = await utcTime();
+        assert(time instanceof Date && !isNaN(time), `utcTime ${time}`);
     }, async () => {
-        const [s, xml] = await call((cb) => cam.getStatus({}, cb));
-        assert(/<tt:UtcTime>\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d<\/tt:UtcTime>/.test(xml), 'UtcTime carries a zone letter now');
-        assert(typeof s.utcTime === 'string', `utcTime became ${typeof s.utcTime}`);
+        const time = await utcTime();
+        assert(typeof time === 'string', `utcTime became ${typeof time}`);
     }, 'UtcTime has no zone letter; the client hands it on as a string, not a Date');
 
     await step('imaging getImagingSettings', async () => {
