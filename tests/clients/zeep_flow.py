@@ -227,20 +227,16 @@ def home_assistant(cam):
              lambda: check(zones() == [False, True], "times with a zone: %s" % zones()),
              "pull times carry no zone letter and come as naive datetimes, Renew's as UTC ones")
 
+    # The integration's PTZ questions, and one of its moves: their answers are all empty alike.
     def ptz():
         service = cam.service("ptz", at("PTZ"))
         profile = next(p for p in state["profiles"] if p.PTZConfiguration is not None)
         options = service.GetConfigurationOptions(ConfigurationToken=profile.PTZConfiguration.token)
         check(options.Spaces.ContinuousPanTiltVelocitySpace, "no continuous space")
         presets = service.GetPresets(ProfileToken=profile.token)
-        service.ContinuousMove(ProfileToken=profile.token, Velocity={"PanTilt": {"x": 0.5, "y": -0.5}, "Zoom": {"x": 0.0}})
-        service.Stop(ProfileToken=profile.token, PanTilt=True, Zoom=True)
         service.GotoPreset(ProfileToken=profile.token, PresetToken=presets[0].token,
                            Speed={"PanTilt": {"x": 0.5, "y": 0.5}, "Zoom": {"x": 0.5}})
-        # One setting at a time, as the integration's services send them.
-        source = state["profiles"][0].VideoSourceConfiguration.SourceToken
-        cam.service("imaging", at("Imaging")).SetImagingSettings(VideoSourceToken=source, ImagingSettings={"IrCutFilter": "ON"})
-    step("PTZ GetConfigurationOptions, GetPresets, ContinuousMove, Stop, GotoPreset; SetImagingSettings", ptz)
+    step("PTZ GetConfigurationOptions, GetPresets, GotoPreset", ptz)
 
 
 def two_pull_points(cam):
