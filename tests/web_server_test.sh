@@ -124,7 +124,7 @@ post() {
     curl -s --max-time 10 -H 'Content-Type: application/soap+xml; charset=utf-8' ${later:+-H "Expect: 100-continue" $later} \
         "$@" --data-binary @"$file" -w '\n%{http_code}' "$to"
 }
-soap() {  # BODY [HEADER [URL]]
+soap() {  # BODY [HEADER [URL]], as common.sh's, through post
     envelope "$1" "${2:-}" > "$work/request"
     post "${3:-$url}" "$work/request"
 }
@@ -137,15 +137,12 @@ for i in $(seq 1 100); do
 done
 echo "$answer" | grep -q "<tds:Manufacturer>Camera</tds:Manufacturer>" || fail "no device information: $answer"
 
-created=$(soap "<tev:CreatePullPointSubscription><tev:InitialTerminationTime>PT60S</tev:InitialTerminationTime>\
-</tev:CreatePullPointSubscription>")
-subscription=$(echo "$created" | sed -n 's|.*<wsa5:Address>\([^<]*\)</wsa5:Address>.*|\1|p')
+subscription=$(pull_point)
 case "$subscription" in
     "http://127.0.0.1:$port/onvif/device_service?"*) ;;
-    *) fail "pull point address: $created" ;;
+    *) fail "pull point address: $subscription" ;;
 esac
-pulled=$(soap "<tev:PullMessages><tev:Timeout>PT1S</tev:Timeout><tev:MessageLimit>10</tev:MessageLimit></tev:PullMessages>" \
-    "<wsa:To xmlns:wsa=\"http://www.w3.org/2005/08/addressing\">$subscription</wsa:To>" "$subscription")
+pulled=$(pull "$subscription" "$subscription")
 echo "$pulled" | grep -q 'PropertyOperation="Initialized"' || fail "pull at $subscription: $pulled"
 grep -qx "QUERY_STRING=${subscription#*\?}" "$work/env.log" || fail "no QUERY_STRING ${subscription#*\?}"
 
@@ -193,13 +190,7 @@ if float(sys.argv[3]):
     time.sleep(float(sys.argv[3]))
     head = b""
 s.sendall(head + body + b"<trailing>garbage</trailing>" * 4)
-answer = b""
-while True:
-    part = s.recv(65536)
-    if not part:
-        break
-    answer += part
-print(answer.decode("utf-8", "replace"))
+print(b"".join(iter(lambda: s.recv(65536), b"")).decode("utf-8", "replace"))
 PY
 }
 if [ "$server" = mini_httpd ]; then

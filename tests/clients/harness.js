@@ -97,36 +97,14 @@ function call(fn) {
         fn((err, result, xml) => {
             if (done) return;
             done = true;
-            if (err) {
-                err.xml = xml;
-                reject(err);
-            } else {
-                resolve([result, xml]);
-            }
+            if (err) reject(Object.assign(err, { xml })); else resolve([result, xml]);
         });
     });
 }
 
 // refusal(fn): the error an awaited call ends with; an answer fails the step.
-async function refusal(fn) {
-    try {
-        await fn();
-    } catch (e) {
-        return e;
-    }
-    throw new Error('answered where a refusal was expected');
-}
-
-// until(what, probe, ok): probe() again every 200 ms until ok(value), within 30 s, instead of
-// timing the head.
-async function until(what, probe, ok) {
-    let value;
-    for (let i = 0; i < 150; i++) {
-        value = await probe();
-        if (ok(value)) return value;
-        await new Promise((r) => setTimeout(r, 200));
-    }
-    throw new Error(`${what}: still ${JSON.stringify(value)}`);
+function refusal(fn) {
+    return Promise.resolve().then(fn).then(() => { throw new Error('answered where a refusal was expected'); }, (e) => e);
 }
 
 // event(args): plays the camera's event process in the flow's camera root.
@@ -174,5 +152,5 @@ function run(flow, main) {
 }
 
 module.exports = {
-    port, rtspPort, onvifMode, assert, address, step, standard, call, refusal, until, event, keep, seed, run,
+    port, rtspPort, onvifMode, assert, address, step, standard, call, refusal, event, keep, seed, run,
 };

@@ -163,6 +163,12 @@ def pull_points(cam, count):
         InitialTerminationTime="PT120S").SubscriptionReference.Address._value_1) for _ in range(count)]
 
 
+def motion_states(messages):
+    """Motion by Home Assistant's rule: on only when the State item is the text true."""
+    return [item.get("Value") == "true" for m in messages or [] if m.Topic._value_1 == "tns1:VideoSource/MotionAlarm"
+            for item in m.Message._value_1.xpath("*[local-name()='Data']/*[local-name()='SimpleItem'][@Name='State']")]
+
+
 def home_assistant(cam):
     """The integration's requests from adding the camera to using it."""
     state = {}
@@ -187,28 +193,26 @@ def home_assistant(cam):
         for p in state["profiles"]:
             address("stream of %s" % p.token, media.GetStreamUri(
                 StreamSetup={"Stream": "RTP-Unicast", "Transport": {"Protocol": "RTSP"}}, ProfileToken=p.token).Uri, "rtsp", RTSP_PORT)
-            uri = address("snapshot of %s" % p.token, media.GetSnapshotUri(ProfileToken=p.token).Uri)
-            # In the ONVIF mode the snapshot asks for the same account, by HTTP digest.
-            auth = requests.auth.HTTPDigestAuth(*cam.account) if ONVIF_MODE else None
-            got = cam.transport.session.get(uri, timeout=30, allow_redirects=False, auth=auth)
-            check(got.status_code == 200 and got.content[:2] == b"\xff\xd8", "snapshot %s: %s" % (uri, got.status_code))
-    step("GetProfiles, GetStreamUri, GetSnapshotUri and the snapshot (every profile)", profiles)
+            address("snapshot of %s" % p.token, media.GetSnapshotUri(ProfileToken=p.token).Uri)
+    step("GetProfiles, GetStreamUri, GetSnapshotUri (every profile)", profiles)
 
     def pull_loop():
         events = cam.service("events", at("Events"))
         check(events.GetEventProperties().FixedTopicSet, "no topic set")
         subscription = address("subscription", events.CreatePullPointSubscription(
             InitialTerminationTime="PT600S").SubscriptionReference.Address._value_1)
-        operations = []
-        for round_ in range(4):
-            # After the initial states each pull finds a change waiting: the
-            # event goes in before the pull, so no pull waits out its timeout.
-            if round_:
-                event("motion", "on" if round_ % 2 else "off")
+        operations, motion = [], []
+        for change in (None, "on", "off"):
+            # The event goes in before the pull, so no pull waits out its timeout.
+            if change:
+                event("motion", change)
             answer = cam.service("pullpoint", subscription).PullMessages(Timeout=datetime.timedelta(seconds=60), MessageLimit=100)
             state["pull time"] = answer.CurrentTime
             operations += [m.Message._value_1.get("PropertyOperation") for m in answer.NotificationMessage]
-        check(operations.count("Initialized") >= 1 and operations.count("Changed") >= 3, "operations pulled: %s" % operations)
+            motion += motion_states(answer.NotificationMessage)
+        check(operations.count("Initialized") >= 1 and operations.count("Changed") >= 2, "operations pulled: %s" % operations)
+        # The legacy mode writes the camera's own topics and values, not the standard's.
+        check(not ONVIF_MODE or motion[-2:] == [True, False], "motion states %s" % motion)
         manager = cam.service("subscription", subscription)
         state["renew time"] = manager.Renew(TerminationTime="PT600S").TerminationTime
         manager.Unsubscribe()
@@ -223,22 +227,16 @@ def home_assistant(cam):
              lambda: check(zones() == [False, True], "times with a zone: %s" % zones()),
              "pull times carry no zone letter and come as naive datetimes, Renew's as UTC ones")
 
+    # The integration's PTZ questions, and one of its moves: their answers are all empty alike.
     def ptz():
         service = cam.service("ptz", at("PTZ"))
         profile = next(p for p in state["profiles"] if p.PTZConfiguration is not None)
         options = service.GetConfigurationOptions(ConfigurationToken=profile.PTZConfiguration.token)
         check(options.Spaces.ContinuousPanTiltVelocitySpace, "no continuous space")
         presets = service.GetPresets(ProfileToken=profile.token)
-        service.ContinuousMove(ProfileToken=profile.token, Velocity={"PanTilt": {"x": 0.5, "y": -0.5}, "Zoom": {"x": 0.0}})
-        service.Stop(ProfileToken=profile.token, PanTilt=True, Zoom=True)
         service.GotoPreset(ProfileToken=profile.token, PresetToken=presets[0].token,
                            Speed={"PanTilt": {"x": 0.5, "y": 0.5}, "Zoom": {"x": 0.5}})
-        # Settings sent one at a time, as the integration's services do.
-        source = state["profiles"][0].VideoSourceConfiguration.SourceToken
-        for settings in ({"IrCutFilter": "ON"}, {"Focus": {"AutoFocusMode": "AUTO"}}):
-            cam.service("imaging", at("Imaging")).SetImagingSettings(VideoSourceToken=source, ImagingSettings=settings)
-        check(cam.service("device", at("Device")).SystemReboot(), "no reboot message")
-    step("PTZ GetConfigurationOptions, GetPresets, ContinuousMove, Stop, GotoPreset; SetImagingSettings; SystemReboot", ptz)
+    step("PTZ GetConfigurationOptions, GetPresets, GotoPreset", ptz)
 
 
 def two_pull_points(cam):
@@ -254,29 +252,6 @@ def two_pull_points(cam):
     check(os.path.getsize(os.path.join(os.environ["CAMERA_ROOT"], "tmp/onvif/eventfile2")) > 0, "the second's own queue was read")
     cam.service("subscription", second).Unsubscribe()
     fault_of(lambda: cam.service("subscription", second).Unsubscribe(), "InvalidArgVal")
-
-
-def two_pull_points_apart(cam):
-    """The ONVIF mode: each pull point at its own address gets its own messages, read by Home
-    Assistant's rule (motion is on only when State is the text true), and ends alone."""
-    def motion(pull_point):
-        messages = cam.service("pullpoint", pull_point).PullMessages(Timeout=datetime.timedelta(seconds=5), MessageLimit=100)
-        return [item.get("Value") == "true" for m in messages.NotificationMessage or []
-                if m.Topic._value_1 == "tns1:VideoSource/MotionAlarm"
-                for item in m.Message._value_1.xpath("*[local-name()='Data']/*[local-name()='SimpleItem'][@Name='State']")]
-    event("motion", "off")
-    addresses = pull_points(cam, 2)
-    check([motion(a) for a in addresses] == [[False], [False]], "initial motion states")
-    event("motion", "on")
-    check([motion(a) for a in addresses] == [[True], [True]], "motion on, at each pull point")
-    event("motion", "off")
-    # The first still holds its own message: the second's pull did not take it.
-    check([motion(a) for a in reversed(addresses)] == [[False], [False]], "motion off, at each pull point")
-    cam.service("subscription", addresses[1]).Renew(TerminationTime="PT60S")
-    cam.service("subscription", addresses[1]).Unsubscribe()
-    fault = fault_of(lambda: cam.service("subscription", addresses[1]).Unsubscribe())
-    check("ResourceUnknownFault" in etree.tostring(fault.detail).decode(), "second unsubscribe: %s" % fault.message)
-    cam.service("subscription", addresses[0]).Unsubscribe()
 
 
 def main():
@@ -296,7 +271,8 @@ def main():
              lambda: [check(cam.service(n).GetServiceCapabilities() is not None, "no capabilities of %s" % n) for n in names],
              lambda: [fault_of(lambda: cam.service(n).GetServiceCapabilities(), "Action") for n in names],
              "the generic fault (500, ter:Action); zeep raises Fault")
-    standard("two pull points at once", lambda: two_pull_points_apart(cam), lambda: two_pull_points(cam),
+    if not ONVIF_MODE:  # the ONVIF mode's subscriptions apart are the end-to-end tests'
+        step("two pull points at once", lambda: two_pull_points(cam),
              "pulls, renewals and unsubscriptions at any subscription address reach the first pull point (Idx=0); "
              "the second one's messages are never delivered, and unsubscribing it ends the first")
 
@@ -316,47 +292,38 @@ def main():
             deviceio.SetRelayOutputState(RelayOutputToken="IO_Output1", LogicalState=logical)
     step("device IO GetRelayOutputOptions, SetRelayOutputState", device_io)
 
-    # Answers outside the ONVIF schema, which strict parsing refuses.
-    def imaging_settings():
+    # Answers outside the ONVIF schema, which strict parsing refuses in the legacy mode.
+    def parse_error(call, element, onvif_check):
         try:
-            settings = cam.service("imaging").GetImagingSettings(VideoSourceToken="VideoSource1")
+            answer = call()
         except zeep.exceptions.XMLParseError as e:
-            check(not ONVIF_MODE and "ExposurePriority" in str(e), "parse error %s" % e)
-            return
-        check(ONVIF_MODE and settings.Exposure.Mode is not None, "GetImagingSettings parsed: %s" % settings.Exposure)
-    step("imaging GetImagingSettings", imaging_settings, None if ONVIF_MODE else
-         "the exposure section names tt:ExposurePriority where the schema has tt:Priority and gives tt:Window its edges "
-         "as child elements; strict zeep raises XMLParseError, lenient zeep leaves every exposure value from there on None")
+            return check(not ONVIF_MODE and element in str(e), "parse error %s" % e)
+        except zeep.exceptions.Fault as fault:
+            answer = fault
+        check(ONVIF_MODE and onvif_check(answer), "answered %s" % str(answer)[:200])
+    step("imaging GetImagingSettings", lambda: parse_error(
+        lambda: cam.service("imaging").GetImagingSettings(VideoSourceToken="VideoSource1"), "ExposurePriority",
+        lambda settings: settings.Exposure.Mode is not None), None if ONVIF_MODE else
+        "the exposure section names tt:ExposurePriority where the schema has tt:Priority and gives tt:Window its edges "
+        "as child elements; strict zeep raises XMLParseError, lenient zeep leaves every exposure value from there on None")
 
     def long_pull():
         subscription = pull_points(cam, 1)[0]
-        try:
-            cam.service("pullpoint", subscription).PullMessages(Timeout=datetime.timedelta(seconds=61), MessageLimit=10)
-        except zeep.exceptions.XMLParseError as e:
-            check(not ONVIF_MODE and "MaxTimeout" in str(e), "parse error %s" % e)
-            return
-        except zeep.exceptions.Fault as e:
-            # The ONVIF mode's answer: the fault whose detail names the limits.
-            check(ONVIF_MODE and e.detail is not None and "MaxTimeout" in etree.tostring(e.detail).decode(), "fault %s" % e)
-            return
-        finally:
-            cam.service("subscription", subscription).Unsubscribe()
-        raise AssertionError("PullMessages with PT61S answered")
+        # The ONVIF mode's answer is the fault whose detail names the limits.
+        parse_error(lambda: cam.service("pullpoint", subscription).PullMessages(Timeout=datetime.timedelta(seconds=61), MessageLimit=10),
+                    "MaxTimeout", lambda fault: isinstance(fault, zeep.exceptions.Fault) and "MaxTimeout" in etree.tostring(fault.detail).decode())
+        cam.service("subscription", subscription).Unsubscribe()
     step("PullMessages with a timeout over 60 s", long_pull, None if ONVIF_MODE else
          "answered with tev:MaxTimeout and tev:MaxMessageLimit instead of a fault; strict zeep raises XMLParseError")
 
     # A wrong password: refused where the camera asks for credentials; in the legacy mode the
     # actions it leaves open answer anyway.
     cam.account = ("onvifuser", "wrong")
-    profile = {"ProfileToken": "Profile1"}
     for name, call, open_ in (
         ("GetUsers", lambda: cam.service("device").GetUsers(), False),
         ("CreatePullPointSubscription", lambda: cam.service("events").CreatePullPointSubscription(InitialTerminationTime="PT60S"), False),
-        ("PTZ GotoPreset", lambda: cam.service("ptz").GotoPreset(PresetToken="1", **profile), False),
         ("GetDeviceInformation", lambda: cam.service("device").GetDeviceInformation(), True),
-        ("GetStreamUri", lambda: cam.service("media").GetStreamUri(
-            StreamSetup={"Stream": "RTP-Unicast", "Transport": {"Protocol": "RTSP"}}, **profile), True),
-        ("PTZ ContinuousMove", lambda: cam.service("ptz").ContinuousMove(Velocity={"PanTilt": {"x": 0.1, "y": 0.0}}, **profile), True),
+        ("PTZ ContinuousMove", lambda: cam.service("ptz").ContinuousMove(ProfileToken="Profile1", Velocity={"PanTilt": {"x": 0.1, "y": 0.0}}), True),
     ):
         if open_ and not ONVIF_MODE:
             step("wrong password: %s answered" % name, call,
