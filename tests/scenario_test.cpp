@@ -6,7 +6,10 @@
 #include "state/model.h"
 
 #include <dirent.h>
+#include <stdio.h>
+#include <string.h>
 #include <sys/stat.h>
+#include <time.h>
 #include <algorithm>
 #include <fstream>
 #include <memory>
@@ -287,6 +290,49 @@ std::string shownBody(const std::string& body)
     return "body " + id + printable(rest);
 }
 
+// The first line a python3 script prints; credentials are computed here
+// apart from the camera's own hashes.
+std::string python(const std::string& script, const std::string& args)
+{
+    std::string out(512, 0);
+    if (FILE* p = popen(("python3 -c '" + script + "' " + args).c_str(), "r")) {
+        out.resize(fgets(&out[0], (int)out.size(), p) ? strcspn(out.c_str(), "\n") : 0);
+        pclose(p);
+    }
+    return out;
+}
+
+// token USER PASSWORD [text] [nononce] [empty] [SECONDS] [TAIL]: a WS-Security header with a fresh
+// nonce, Created the clock moved by SECONDS ("Z" or TAIL after it, empty: none), a digest or the text;
+// "token again" repeats the last one.
+std::string wsseToken(const std::string& arg, int nonce)
+{
+    std::istringstream in(arg);
+    std::string user, password, word, tail = "Z", created(32, 0);
+    bool text = false, withNonce = true, empty = false;
+    long shift = 0;
+    in >> user >> password;
+    while (in >> word)
+        word == "text" ? text = true : word == "nononce" ? withNonce = false : word == "empty" ? empty = true
+            : word.find_first_not_of("+-0123456789") == std::string::npos ? shift = std::stol(word) : (tail = word, 0);
+    time_t t = time(0) + shift;
+    created.resize(strftime(&created[0], created.size(), "%Y-%m-%dT%H:%M:%S", gmtime(&t)));
+    created = empty ? "" : created + tail;
+    char nonceText[24];
+    snprintf(nonceText, sizeof nonceText, "scenario%08d", nonce);
+    std::istringstream sums(python("import base64,hashlib,sys; n,c,p=[a.encode() for a in sys.argv[1:]]; "
+                                   "print(base64.b64encode(n).decode(), base64.b64encode(hashlib.sha1(n+c+p).digest()).decode())",
+                                   "'" + std::string(nonceText) + "' '" + created + "' '" + password + "'"));
+    std::string nonceB64, digest;
+    sums >> nonceB64 >> digest;
+    return "<wsse:Security xmlns:wsse=\"http://docs.oasis-open.org/wss/2004/01/oasis-200401-wss-wssecurity-secext-1.0.xsd\" "
+           "xmlns:wsu=\"http://docs.oasis-open.org/wss/2004/01/oasis-200401-wss-wssecurity-utility-1.0.xsd\">"
+           "<wsse:UsernameToken><wsse:Username>" + user + "</wsse:Username><wsse:Password Type=\"http://docs.oasis-open.org/"
+           "wss/2004/01/oasis-200401-wss-username-token-profile-1.0#Password" + (text ? "Text\">" + password : "Digest\">" + digest) +
+           "</wsse:Password>" + (withNonce ? "<wsse:Nonce>" + nonceB64 + "</wsse:Nonce>" : "") + "<wsu:Created>" + created +
+           "</wsu:Created></wsse:UsernameToken></wsse:Security>";
+}
+
 class Scenario : public CameraTest, public ::testing::WithParamInterface<Case> {
 protected:
     std::vector<std::string> records;  // every record, in order, for the case
@@ -294,6 +340,9 @@ protected:
     std::vector<std::pair<std::regex, std::string>> masks;  // and what replaces a match
     std::vector<std::regex> hides;
     bool showClock = false;  // after unmask: the termination words too
+    std::string challenge, authorization;  // the last challenge; the next send's Authorization
+    std::string lastToken;  // for "token again"
+    int tokens = 0;
 
     void record(std::vector<std::string> lines)
     {
@@ -314,7 +363,12 @@ protected:
         std::vector<int> wordsBefore(words, words + ONVIF_SHM_WORDS);
         size_t callsBefore = cameraCalls().size();
 
-        CgiResult r = run(body, length, env);
+        std::map<std::string, std::string> sent = env;
+        if (!authorization.empty())
+            sent["HTTP_AUTHORIZATION"] = authorization;
+        CgiResult r = run(body, length, sent);
+        if (r.headers.find("nonce=\"") != std::string::npos)
+            challenge = r.headers;
 
         std::vector<std::string> out;
         // The status line as printed, the usual content type left out.
@@ -337,6 +391,30 @@ protected:
         snapshot(root, "", filesAfter);
         recordFileChanges(filesBefore, filesAfter, out);
         return out;
+    }
+
+    // digest USER PASSWORD ALGORITHM NC [forged|stale]: an Authorization answering the last challenge's
+    // nonce, one with another time in it, or one the camera's secret made 120 seconds ago.
+    std::string digestAnswer(const std::string& arg)
+    {
+        std::istringstream in(arg);
+        std::string user, password, algorithm, nc, form;
+        in >> user >> password >> algorithm >> nc >> form;
+        size_t at = challenge.find("nonce=\"");
+        std::string nonce = at == std::string::npos ? "" : challenge.substr(at + 7, challenge.find('"', at + 7) - at - 7);
+        nonce = form == "stale" ? form : form == "forged" ? "00000001" + nonce.substr(std::min<size_t>(8, nonce.size())) : nonce;
+        std::istringstream answer(python(
+            "import hashlib,sys,time; a,u,p,n,nc,k=sys.argv[1:]; s=\"%08x0badcafe\" % (int(time.time())-120); "
+            "n=s+hashlib.sha256((k+\":\"+s).encode()).hexdigest()[:32] if n==\"stale\" else n; "
+            "h=lambda s: hashlib.new(\"sha256\" if a==\"SHA-256\" else \"md5\", s.encode()).hexdigest(); "
+            "print(n, h(\":\".join([h(u+\":ONVIF camera:\"+p),n,nc,\"c0ffee\",\"auth\",h(\"POST:/onvif/device_service\")])))",
+            "'" + algorithm + "' '" + user + "' '" + password + "' '" + nonce + "' '" + nc + "' '" +
+                readFile("etc/onvif_digest.secret") + "'"));
+        std::string response;
+        answer >> nonce >> response;
+        return "Digest username=\"" + user + "\", realm=\"ONVIF camera\", nonce=\"" + nonce +
+               "\", uri=\"/onvif/device_service\", algorithm=" + algorithm + ", response=\"" + response +
+               "\", qop=auth, nc=" + nc + ", cnonce=\"c0ffee\"";
     }
 
     // Runs the case's directives; the records follow each request.
@@ -390,9 +468,13 @@ protected:
                 header = unescape(arg);
             else if (verb == "shell")
                 shell("cd '" + root + "' && ONVIF_ROOT='" + root + "' " + arg);
+            else if (verb == "token")
+                header = arg == "again" ? lastToken : (lastToken = wsseToken(arg, ++tokens));
+            else if (verb == "digest")
+                authorization = digestAnswer(arg);
             else if (verb == "send" || verb == "raw") {
                 out = send(verb == "send" ? soap(unescape(arg), header) : unescape(arg), length);
-                header.clear(), length.clear();
+                header.clear(), length.clear(), authorization.clear();
             } else
                 ADD_FAILURE() << "unknown directive: " << line;
             size_t from = records.size();
