@@ -468,6 +468,9 @@ protected:
                 header = unescape(arg);
             else if (verb == "shell")
                 shell("cd '" + root + "' && ONVIF_ROOT='" + root + "' " + arg);
+            else if (verb == "tool")  // one of the build's programs, in the root
+                shell("cd '" + root + "' && ONVIF_ROOT='" + root + "' " + buildProgram(arg.substr(0, arg.find(' '))) +
+                      (arg.find(' ') == std::string::npos ? "" : arg.substr(arg.find(' '))));
             else if (verb == "token")
                 header = arg == "again" ? lastToken : (lastToken = wsseToken(arg, ++tokens));
             else if (verb == "digest")
