@@ -7,9 +7,7 @@
 
 #include <dirent.h>
 #include <stdio.h>
-#include <string.h>
 #include <sys/stat.h>
-#include <time.h>
 #include <algorithm>
 #include <fstream>
 #include <memory>
@@ -290,47 +288,15 @@ std::string shownBody(const std::string& body)
     return "body " + id + printable(rest);
 }
 
-// The first line a python3 script prints; credentials are computed here
-// apart from the camera's own hashes.
-std::string python(const std::string& script, const std::string& args)
+// What a python3 script prints: credentials are made apart from the camera's own hashes.
+std::istringstream python(const std::string& script, const std::string& args)
 {
-    std::string out(512, 0);
-    if (FILE* p = popen(("python3 -c '" + script + "' " + args).c_str(), "r")) {
-        out.resize(fgets(&out[0], (int)out.size(), p) ? strcspn(out.c_str(), "\n") : 0);
-        pclose(p);
-    }
-    return out;
-}
-
-// token USER PASSWORD [text] [nononce] [empty] [SECONDS] [TAIL]: a WS-Security header with a fresh
-// nonce, Created the clock moved by SECONDS ("Z" or TAIL after it, empty: none), a digest or the text;
-// "token again" repeats the last one.
-std::string wsseToken(const std::string& arg, int nonce)
-{
-    std::istringstream in(arg);
-    std::string user, password, word, tail = "Z", created(32, 0);
-    bool text = false, withNonce = true, empty = false;
-    long shift = 0;
-    in >> user >> password;
-    while (in >> word)
-        word == "text" ? text = true : word == "nononce" ? withNonce = false : word == "empty" ? empty = true
-            : word.find_first_not_of("+-0123456789") == std::string::npos ? shift = std::stol(word) : (tail = word, 0);
-    time_t t = time(0) + shift;
-    created.resize(strftime(&created[0], created.size(), "%Y-%m-%dT%H:%M:%S", gmtime(&t)));
-    created = empty ? "" : created + tail;
-    char nonceText[24];
-    snprintf(nonceText, sizeof nonceText, "scenario%08d", nonce);
-    std::istringstream sums(python("import base64,hashlib,sys; n,c,p=[a.encode() for a in sys.argv[1:]]; "
-                                   "print(base64.b64encode(n).decode(), base64.b64encode(hashlib.sha1(n+c+p).digest()).decode())",
-                                   "'" + std::string(nonceText) + "' '" + created + "' '" + password + "'"));
-    std::string nonceB64, digest;
-    sums >> nonceB64 >> digest;
-    return "<wsse:Security xmlns:wsse=\"http://docs.oasis-open.org/wss/2004/01/oasis-200401-wss-wssecurity-secext-1.0.xsd\" "
-           "xmlns:wsu=\"http://docs.oasis-open.org/wss/2004/01/oasis-200401-wss-wssecurity-utility-1.0.xsd\">"
-           "<wsse:UsernameToken><wsse:Username>" + user + "</wsse:Username><wsse:Password Type=\"http://docs.oasis-open.org/"
-           "wss/2004/01/oasis-200401-wss-username-token-profile-1.0#Password" + (text ? "Text\">" + password : "Digest\">" + digest) +
-           "</wsse:Password>" + (withNonce ? "<wsse:Nonce>" + nonceB64 + "</wsse:Nonce>" : "") + "<wsu:Created>" + created +
-           "</wsu:Created></wsse:UsernameToken></wsse:Security>";
+    std::string out;
+    FILE* p = popen(("python3 -c '" + script + "' " + args).c_str(), "r");
+    for (char buffer[512]; fgets(buffer, sizeof buffer, p);)
+        out += buffer;
+    pclose(p);
+    return std::istringstream(out);
 }
 
 class Scenario : public CameraTest, public ::testing::WithParamInterface<Case> {
@@ -340,9 +306,8 @@ protected:
     std::vector<std::pair<std::regex, std::string>> masks;  // and what replaces a match
     std::vector<std::regex> hides;
     bool showClock = false;  // after unmask: the termination words too
-    std::string challenge, authorization;  // the last challenge; the next send's Authorization
-    std::string lastToken;  // for "token again"
-    int tokens = 0;
+    std::string nonce;  // of the last digest challenge
+    int tokens = 0;     // made so far: each nonce is new
 
     void record(std::vector<std::string> lines)
     {
@@ -363,12 +328,9 @@ protected:
         std::vector<int> wordsBefore(words, words + ONVIF_SHM_WORDS);
         size_t callsBefore = cameraCalls().size();
 
-        std::map<std::string, std::string> sent = env;
-        if (!authorization.empty())
-            sent["HTTP_AUTHORIZATION"] = authorization;
-        CgiResult r = run(body, length, sent);
-        if (r.headers.find("nonce=\"") != std::string::npos)
-            challenge = r.headers;
+        CgiResult r = run(body, length, env);
+        if (size_t at = r.headers.find("nonce=\"") + 1)
+            nonce = r.headers.substr(at + 6, r.headers.find('"', at + 6) - at - 6);
 
         std::vector<std::string> out;
         // The status line as printed, the usual content type left out.
@@ -393,30 +355,6 @@ protected:
         return out;
     }
 
-    // digest USER PASSWORD ALGORITHM NC [forged|stale]: an Authorization answering the last challenge's
-    // nonce, one with another time in it, or one the camera's secret made 120 seconds ago.
-    std::string digestAnswer(const std::string& arg)
-    {
-        std::istringstream in(arg);
-        std::string user, password, algorithm, nc, form;
-        in >> user >> password >> algorithm >> nc >> form;
-        size_t at = challenge.find("nonce=\"");
-        std::string nonce = at == std::string::npos ? "" : challenge.substr(at + 7, challenge.find('"', at + 7) - at - 7);
-        nonce = form == "stale" ? form : form == "forged" ? "00000001" + nonce.substr(std::min<size_t>(8, nonce.size())) : nonce;
-        std::istringstream answer(python(
-            "import hashlib,sys,time; a,u,p,n,nc,k=sys.argv[1:]; s=\"%08x0badcafe\" % (int(time.time())-120); "
-            "n=s+hashlib.sha256((k+\":\"+s).encode()).hexdigest()[:32] if n==\"stale\" else n; "
-            "h=lambda s: hashlib.new(\"sha256\" if a==\"SHA-256\" else \"md5\", s.encode()).hexdigest(); "
-            "print(n, h(\":\".join([h(u+\":ONVIF camera:\"+p),n,nc,\"c0ffee\",\"auth\",h(\"POST:/onvif/device_service\")])))",
-            "'" + algorithm + "' '" + user + "' '" + password + "' '" + nonce + "' '" + nc + "' '" +
-                readFile("etc/onvif_digest.secret") + "'"));
-        std::string response;
-        answer >> nonce >> response;
-        return "Digest username=\"" + user + "\", realm=\"ONVIF camera\", nonce=\"" + nonce +
-               "\", uri=\"/onvif/device_service\", algorithm=" + algorithm + ", response=\"" + response +
-               "\", qop=auth, nc=" + nc + ", cnonce=\"c0ffee\"";
-    }
-
     // Runs the case's directives; the records follow each request.
     void play(const Case& c, std::vector<std::string>& rewritten)
     {
@@ -430,11 +368,12 @@ protected:
                 writeFile(fileName, fileText);
             inFile = false;
         };
+        Defines defines = *c.defines;  // and the token's values
         rewritten.push_back("case " + c.name);
         for (const std::string& line : c.lines) {
             rewritten.push_back(line);
             if (line.rfind("|", 0) == 0 && inFile) {
-                fileText += unescape(expand(line.substr(1), *c.defines)) + "\n";
+                fileText += unescape(expand(line.substr(1), defines)) + "\n";
                 continue;
             }
             flushFile();
@@ -442,7 +381,7 @@ protected:
             std::string verb = line.substr(0, sp);
             if (verb.empty() || verb[0] == '#' || verb == "define")
                 continue;
-            std::string arg = sp == std::string::npos ? "" : expand(line.substr(sp + 1), *c.defines);
+            std::string arg = sp == std::string::npos ? "" : expand(line.substr(sp + 1), defines);
             std::vector<std::string> out;
             if (verb == "mode" && arg == "onvif")
                 setOnvifMode();
@@ -471,13 +410,30 @@ protected:
             else if (verb == "tool")  // one of the build's programs, in the root
                 shell("cd '" + root + "' && ONVIF_ROOT='" + root + "' " + buildProgram(arg.substr(0, arg.find(' '))) +
                       (arg.find(' ') == std::string::npos ? "" : arg.substr(arg.find(' '))));
-            else if (verb == "token")
-                header = arg == "again" ? lastToken : (lastToken = wsseToken(arg, ++tokens));
-            else if (verb == "digest")
-                authorization = digestAnswer(arg);
-            else if (verb == "send" || verb == "raw") {
+            else if (verb == "token") {  // USER PASSWORD [SECONDS [TAIL]]: ${created}, ${nonce}, ${digest}; sends ${token:USER}
+                std::string user, password, shift = "0", tail = "Z";
+                std::istringstream(arg) >> user >> password >> shift >> tail;
+                python("import base64,hashlib,sys,time; n,s,t,p=sys.argv[1:]; c=time.strftime(\"%Y-%m-%dT%H:%M:%S\", "
+                       "time.gmtime(time.time()+int(s)))+t; print(c, base64.b64encode(n.encode()).decode(), "
+                       "base64.b64encode(hashlib.sha1((n+c+p).encode()).digest()).decode())",
+                       "scenario" + std::to_string(10000000 + ++tokens) + " " + shift + " '" + tail + "' '" + password + "'") >>
+                    defines["created"] >> defines["nonce"] >> defines["digest"];
+                header = expand("${token:" + user + "}", defines);
+            } else if (verb == "digest") {  // USER PASSWORD ALGORITHM NC [forged|stale]: answers the last challenge
+                std::string user, password, algorithm, nc, form, used, response;
+                std::istringstream(arg) >> user >> password >> algorithm >> nc >> form;
+                python("import hashlib,sys,time; a,u,p,n,nc,k,f=sys.argv[1:]; s=\"%08x0badcafe\" % (int(time.time())-120); "
+                       "n={\"stale\": s+hashlib.sha256((k+\":\"+s).encode()).hexdigest()[:32], \"forged\": \"00000001\"+n[8:]}.get(f,n); "
+                       "h=lambda s: hashlib.new(\"sha256\" if a==\"SHA-256\" else \"md5\", s.encode()).hexdigest(); "
+                       "print(n, h(\":\".join([h(u+\":ONVIF camera:\"+p),n,nc,\"c0ffee\",\"auth\",h(\"POST:/onvif/device_service\")])))",
+                       "'" + algorithm + "' '" + user + "' '" + password + "' '" + nonce + "' '" + nc + "' '" +
+                           readFile("etc/onvif_digest.secret") + "' '" + form + "'") >> used >> response;
+                env["HTTP_AUTHORIZATION"] = "Digest username=\"" + user + "\", realm=\"ONVIF camera\", nonce=\"" + used +
+                    "\", uri=\"/onvif/device_service\", algorithm=" + algorithm + ", response=\"" + response +
+                    "\", qop=auth, nc=" + nc + ", cnonce=\"c0ffee\"";
+            } else if (verb == "send" || verb == "raw") {
                 out = send(verb == "send" ? soap(unescape(arg), header) : unescape(arg), length);
-                header.clear(), length.clear(), authorization.clear();
+                header.clear(), length.clear();
             } else
                 ADD_FAILURE() << "unknown directive: " << line;
             size_t from = records.size();
