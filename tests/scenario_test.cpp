@@ -6,6 +6,7 @@
 #include "state/model.h"
 
 #include <dirent.h>
+#include <stdio.h>
 #include <sys/stat.h>
 #include <algorithm>
 #include <fstream>
@@ -288,6 +289,17 @@ std::string shownBody(const std::string& body)
     return "body " + id + printable(rest);
 }
 
+// What a python3 script prints: credentials are made apart from the camera's own hashes.
+std::istringstream python(const std::string& script, const std::string& args)
+{
+    std::string out;
+    FILE* p = popen(("python3 -c '" + script + "' " + args).c_str(), "r");
+    for (char buffer[512]; fgets(buffer, sizeof buffer, p);)
+        out += buffer;
+    pclose(p);
+    return std::istringstream(out);
+}
+
 class Scenario : public CameraTest, public ::testing::WithParamInterface<Case> {
 protected:
     std::vector<std::string> records;  // every record, in order, for the case
@@ -296,6 +308,8 @@ protected:
     std::vector<std::regex> hides;
     bool showClock = false;  // after unmask: the termination words too
     std::string lastAnswer;  // the envelope body of the last request, for capture
+    std::string nonce;  // of the last digest challenge
+    int tokens = 0;     // made so far: each nonce is new
 
     void record(std::vector<std::string> lines)
     {
@@ -318,6 +332,8 @@ protected:
 
         CgiResult r = run(body, length, env);
         lastAnswer = r.envelopeBody;
+        if (size_t at = r.headers.find("nonce=\"") + 1)
+            nonce = r.headers.substr(at + 6, r.headers.find('"', at + 6) - at - 6);
 
         std::vector<std::string> out;
         // The status line as printed, the usual content type left out.
@@ -345,7 +361,7 @@ protected:
     // Runs the case's directives; the records follow each request.
     void play(const Case& c, std::vector<std::string>& rewritten)
     {
-        Defines defines = *c.defines;  // with the names capture adds
+        Defines defines = *c.defines;  // with the names capture and token add
         // Times and the answers' own identifiers differ from run to run.
         masks.emplace_back(std::regex("\\d{4}-\\d\\d-\\d\\dT\\d\\d:\\d\\d:\\d\\d(\\.\\d+)?Z?"), "#");
         masks.emplace_back(std::regex("(<tt:(UTC|Local)DateTime>).*?(</tt:(UTC|Local)DateTime>)"), "$1#$3");
@@ -399,7 +415,31 @@ protected:
                 header = unescape(arg);
             else if (verb == "shell")
                 shell("cd '" + root + "' && ONVIF_ROOT='" + root + "' " + arg);
-            else if (verb == "send" || verb == "raw") {
+            else if (verb == "tool")  // one of the build's programs, in the root
+                shell("cd '" + root + "' && ONVIF_ROOT='" + root + "' " + buildProgram(arg.substr(0, arg.find(' '))) +
+                      (arg.find(' ') == std::string::npos ? "" : arg.substr(arg.find(' '))));
+            else if (verb == "token") {  // USER PASSWORD [SECONDS [TAIL]]: ${created}, ${nonce}, ${digest}; sends ${token:USER}
+                std::string user, password, shift = "0", tail = "Z";
+                std::istringstream(arg) >> user >> password >> shift >> tail;
+                python("import base64,hashlib,sys,time; n,s,t,p=sys.argv[1:]; c=time.strftime(\"%Y-%m-%dT%H:%M:%S\", "
+                       "time.gmtime(time.time()+int(s)))+t; print(c, base64.b64encode(n.encode()).decode(), "
+                       "base64.b64encode(hashlib.sha1((n+c+p).encode()).digest()).decode())",
+                       "scenario" + std::to_string(10000000 + ++tokens) + " " + shift + " '" + tail + "' '" + password + "'") >>
+                    defines["created"] >> defines["nonce"] >> defines["digest"];
+                header = expand("${token:" + user + "}", defines);
+            } else if (verb == "digest") {  // USER PASSWORD ALGORITHM NC [forged|stale]: answers the last challenge
+                std::string user, password, algorithm, nc, form, used, response;
+                std::istringstream(arg) >> user >> password >> algorithm >> nc >> form;
+                python("import hashlib,sys,time; a,u,p,n,nc,k,f=sys.argv[1:]; s=\"%08x0badcafe\" % (int(time.time())-120); "
+                       "n={\"stale\": s+hashlib.sha256((k+\":\"+s).encode()).hexdigest()[:32], \"forged\": \"00000001\"+n[8:]}.get(f,n); "
+                       "h=lambda s: hashlib.new(\"sha256\" if a==\"SHA-256\" else \"md5\", s.encode()).hexdigest(); "
+                       "print(n, h(\":\".join([h(u+\":ONVIF camera:\"+p),n,nc,\"c0ffee\",\"auth\",h(\"POST:/onvif/device_service\")])))",
+                       "'" + algorithm + "' '" + user + "' '" + password + "' '" + nonce + "' '" + nc + "' '" +
+                           readFile("etc/onvif_digest.secret") + "' '" + form + "'") >> used >> response;
+                env["HTTP_AUTHORIZATION"] = "Digest username=\"" + user + "\", realm=\"ONVIF camera\", nonce=\"" + used +
+                    "\", uri=\"/onvif/device_service\", algorithm=" + algorithm + ", response=\"" + response +
+                    "\", qop=auth, nc=" + nc + ", cnonce=\"c0ffee\"";
+            } else if (verb == "send" || verb == "raw") {
                 out = send(verb == "send" ? soap(unescape(arg), header) : unescape(arg), length);
                 header.clear(), length.clear();
             } else
