@@ -24,7 +24,8 @@ using Defines = std::map<std::string, std::string>;
 
 struct Case {
     std::string file, name;
-    std::vector<std::string> lines;  // directives and comments, without records
+    std::vector<std::string> lines;     // directives and comments, without records
+    std::vector<std::string> expected;  // the records
     std::shared_ptr<Defines> defines;
 };
 
@@ -52,9 +53,9 @@ std::vector<Case> loadCases()
                 (*defines)[line.substr(7, sp - 7)] = sp == std::string::npos ? "" : line.substr(sp + 1);
             }
             if (line.rfind("case ", 0) == 0)
-                cases.push_back({f, line.substr(5), {}, defines});
-            else if (!cases.empty() && cases.back().file == f && line.rfind(">", 0) != 0)
-                cases.back().lines.push_back(line);
+                cases.push_back({f, line.substr(5), {}, {}, defines});
+            else if (!cases.empty() && cases.back().file == f)
+                (line.rfind(">", 0) == 0 ? cases.back().expected : cases.back().lines).push_back(line);
         }
     }
     return cases;
@@ -413,11 +414,11 @@ protected:
                 length = arg;
             else if (verb == "header")
                 header = unescape(arg);
-            else if (verb == "shell")
-                shell("cd '" + root + "' && ONVIF_ROOT='" + root + "' " + arg);
-            else if (verb == "tool")  // one of the build's programs, in the root
-                shell("cd '" + root + "' && ONVIF_ROOT='" + root + "' " + buildProgram(arg.substr(0, arg.find(' '))) +
-                      (arg.find(' ') == std::string::npos ? "" : arg.substr(arg.find(' '))));
+            else if (verb == "shell" || verb == "tool") {  // a command, or one of the build's programs, in the root
+                std::string program = arg.substr(0, arg.find(' '));
+                shell("cd '" + root + "' && ONVIF_ROOT='" + root + "' " +
+                      (verb == "shell" ? arg : buildProgram(program) + arg.substr(program.size())));
+            }
             else if (verb == "token") {  // USER PASSWORD [SECONDS [TAIL]]: ${created}, ${nonce}, ${digest}; sends ${token:USER}
                 std::string user, password, shift = "0", tail = "Z";
                 std::istringstream(arg) >> user >> password >> shift >> tail;
@@ -452,21 +453,6 @@ protected:
     }
 };
 
-// The records a case holds in its file, in order.
-std::vector<std::string> expectedRecords(const Case& c)
-{
-    std::vector<std::string> out;
-    std::ifstream in(SCENARIOS + c.file);
-    bool inCase = false;
-    for (std::string line; std::getline(in, line);) {
-        if (line.rfind("case ", 0) == 0)
-            inCase = line.substr(5) == c.name;
-        else if (inCase && line.rfind(">", 0) == 0)
-            out.push_back(line);
-    }
-    return out;
-}
-
 // Replaces the case's block in its file with the played one.
 void rewriteCase(const Case& c, const std::vector<std::string>& block)
 {
@@ -497,7 +483,7 @@ TEST_P(Scenario, Plays)
         rewriteCase(c, block);
         return;
     }
-    std::vector<std::string> expected = expectedRecords(c);
+    const std::vector<std::string>& expected = c.expected;
     for (size_t i = 0; i < std::max(expected.size(), records.size()); ++i) {
         std::string want = i < expected.size() ? expected[i] : "(nothing)";
         std::string got = i < records.size() ? records[i] : "(nothing)";
