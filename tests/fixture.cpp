@@ -83,17 +83,13 @@ void CameraTest::SetUp()
 {
     segmentId = freshRootAndSegment(root);
     ASSERT_GE(segmentId, 0) << strerror(errno);
-    std::string src = ONVIF_SOURCE_DIR;
-    std::string stub = src + "/tools/sim/camera-program";
-    for (const char* dir : {"usr/apache/htdocs/cgi-bin", "usr/apache/htdocs/vantor-cgi"})
-        for (const char* program : CAMERA_PROGRAMS) {
-            std::string target = root + "/" + dir + "/" + program;
-            shell("mkdir -p \"$(dirname '" + target + "')\" && cp '" + stub + "' '" + target + "'");
-        }
-    for (const char* program : {"home/aaaserver/viscaClient", "root/testShareMemClient"}) {
-        std::string target = root + "/" + program;
-        shell("mkdir -p \"$(dirname '" + target + "')\" && cp '" + stub + "' '" + target + "'");
-    }
+    std::vector<std::string> programs = {"home/aaaserver/viscaClient", "root/testShareMemClient"};
+    for (const char* dir : {"usr/apache/htdocs/cgi-bin/", "usr/apache/htdocs/vantor-cgi/"})
+        for (const char* program : CAMERA_PROGRAMS)
+            programs.push_back(dir + std::string(program));
+    for (const std::string& program : programs)
+        shell("mkdir -p \"$(dirname '" + path(program) + "')\" && cp '" ONVIF_SOURCE_DIR "/tools/sim/camera-program' '" +
+              path(program) + "'");
     void* p = shmat(segmentId, nullptr, 0);
     ASSERT_NE(p, (void*)-1);
     words = (int*)p;

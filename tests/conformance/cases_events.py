@@ -51,20 +51,16 @@ def at(cam, address, op, body="", refused=False):
 
 
 def times(answer, prefix):
-    parse = lambda text: datetime.datetime.strptime(text, "%Y-%m-%dT%H:%M:%SZ")
-    current, termination = answer.value(prefix + ":CurrentTime"), answer.value(prefix + ":TerminationTime")
-    check(current and current.endswith("Z") and termination and termination.endswith("Z"),
-          "times %s %s" % (current, termination))
-    return parse(current), parse(termination)
+    """The answer's current and termination times, in UTC."""
+    found = [answer.value(prefix + name) for name in (":CurrentTime", ":TerminationTime")]
+    check(all(t and t.endswith("Z") for t in found), "times %s" % found)
+    return [datetime.datetime.strptime(t, "%Y-%m-%dT%H:%M:%SZ") for t in found]
 
 
 def filter_xml(topic=None, content=None, tag="tev:Filter"):
-    parts = []
-    if topic:
-        parts.append('<wsnt:TopicExpression Dialect="%s" %s>%s</wsnt:TopicExpression>' % (CONCRETE, TNS1, escape(topic)))
-    if content:
-        parts.append('<wsnt:MessageContent Dialect="%s">%s</wsnt:MessageContent>' % (ITEM_FILTER, escape(content)))
-    return el(tag, *parts) if parts else ""
+    topic_xml = '<wsnt:TopicExpression Dialect="%s" %s>%s</wsnt:TopicExpression>' % (CONCRETE, TNS1, escape(topic or ""))
+    content_xml = '<wsnt:MessageContent Dialect="%s">%s</wsnt:MessageContent>' % (ITEM_FILTER, escape(content or ""))
+    return el(tag, topic_xml if topic else "", content_xml if content else "") if topic or content else ""
 
 
 def request(consumer=None, topic=None, content=None, initial="PT60S"):
