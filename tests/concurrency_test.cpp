@@ -3,19 +3,15 @@
 // read another request's half-written answer file.
 #include "tests/fixture.h"
 
-#include <fcntl.h>
-#include <spawn.h>
 #include <sys/ipc.h>
 #include <sys/shm.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
+#include <functional>
 #include <set>
-#include <sstream>
 #include <thread>
-#include <vector>
 
 namespace {
 
@@ -30,48 +26,27 @@ protected:
 #endif
         CameraTest::SetUp();
     }
-    // Runs one request with files of its own, so that threads can run many
-    // at once; returns the answer's status (0 when it did not run).
-    int runAlone(const std::string& bodyXml, const std::string& tag, std::string* answer = nullptr)
-    {
-        const std::string body = soap(bodyXml);
-        const std::string in = path("req-" + tag), out = path("resp-" + tag);
-        writeFile("req-" + tag, body);
-        pid_t pid = spawnService({"HOST=192.168.0.100", "CONTENT_LENGTH=" + std::to_string(body.size())}, in, out);
-        if (pid < 0)
-            return 0;
-        int wstatus = 0;
-        waitpid(pid, &wstatus, 0);
-        std::string raw = slurp(out);
-        if (answer)
-            *answer = raw;
-        return raw.rfind("Status: ", 0) == 0 ? atoi(raw.c_str() + 8) : 0;
-    }
-
-    // Runs each worker's list of requests in order, the workers at once.
-    // Returns how many requests were not answered 200.
-    int runWorkers(const std::vector<std::vector<std::string>>& workers)
+    // Runs each worker's list of requests in order, the workers at once, each
+    // request on files of its own. Returns how many answers accept refused.
+    int runWorkers(const std::vector<std::vector<std::string>>& workers,
+                   std::function<bool(const std::string&)> accept = [](const std::string& answer) {
+                       return statusOf(answer) == 200;
+                   })
     {
         std::atomic<int> failed{0};
         std::vector<std::thread> threads;
         for (size_t w = 0; w < workers.size(); ++w)
             threads.emplace_back([&, w] {
-                for (size_t k = 0; k < workers[w].size(); ++k)
-                    if (runAlone(workers[w][k], std::to_string(w) + "-" + std::to_string(k)) != 200)
+                for (size_t k = 0; k < workers[w].size(); ++k) {
+                    std::string tag = std::to_string(w) + "-" + std::to_string(k);
+                    pid_t pid = start(workers[w][k], tag);
+                    if (pid < 0 || !finished(pid) || !accept(answerOf(tag)))
                         ++failed;
+                }
             });
         for (auto& t : threads)
             t.join();
         return failed;
-    }
-
-    std::vector<std::string> lines(const std::string& rel)
-    {
-        std::vector<std::string> out;
-        std::istringstream in(readFile(rel));
-        for (std::string line; std::getline(in, line);)
-            out.push_back(line);
-        return out;
     }
 
     // The file as some serial order leaves it: the lines it started with, in
@@ -79,7 +54,7 @@ protected:
     void expectSerialResult(const std::string& rel, const std::vector<std::string>& kept,
                             std::set<std::string> added)
     {
-        std::vector<std::string> now = lines(rel);
+        std::vector<std::string> now = lines(readFile(rel));
         ASSERT_GE(now.size(), kept.size()) << rel;
         EXPECT_TRUE(std::equal(kept.begin(), kept.end(), now.begin())) << rel;
         std::multiset<std::string> tail(now.begin() + (long)kept.size(), now.end());
@@ -90,13 +65,10 @@ protected:
     // no program still running in the root.
     void expectNothingLeftBehind()
     {
-        for (const char* dir : {"tmp/onvif", "usr/apache/htdocs/onvif"}) {
-            std::string listing;
-            shell("ls -a '" + path(dir) + "' > '" + path("listing") + "'");
-            listing = readFile("listing");
-            EXPECT_EQ(listing.find(".conf."), std::string::npos) << listing;
-            EXPECT_EQ(listing.find(".profile."), std::string::npos) << listing;
-        }
+        for (const char* dir : {"tmp/onvif", "usr/apache/htdocs/onvif"})
+            for (auto& file : filesUnder(dir, false))
+                for (const char* workCopy : {".conf.", ".profile."})
+                    EXPECT_EQ(file.first.find(workCopy), std::string::npos) << file.first;
         // "[/]tmp/..." matches the root's programs but not this pgrep's own shell.
         EXPECT_NE(system(("pgrep -f '[/]" + root.substr(1) + "' > /dev/null").c_str()), 0);
         key_t key = ftok(path("tmp/ONVIF_SHM/onvif").c_str(), 0);
@@ -116,44 +88,36 @@ std::string createUser(const std::string& name)
 
 TEST_F(Concurrent, WritersEndAsSomeSerialOrderWould)
 {
-    const std::vector<std::string> users = lines(USERS), profiles = lines(PROFILES), conf = lines(CONF);
-    const int WORKERS = 8, ROUNDS = 4;
-    std::vector<std::vector<std::string>> workers(WORKERS);
-    std::set<std::string> userLines, profileLines, scopeLines;
-    for (int w = 0; w < WORKERS; ++w) {
-        for (int j = 0; j < ROUNDS; ++j) {
-            std::string id = "w" + std::to_string(w) + "n" + std::to_string(j);
-            std::string scope = "onvif://www.onvif.org/name/" + id;
-            workers[w].push_back(createUser(id));
+    std::map<std::string, std::vector<std::string>> before;
+    for (const char* rel : {USERS, PROFILES, CONF})
+        before[rel] = lines(readFile(rel));
+    std::map<std::string, std::set<std::string>> added;
+    auto id = [](size_t w, int j) { return "w" + std::to_string(w) + "n" + std::to_string(j); };
+    std::vector<std::vector<std::string>> workers(8);
+    for (size_t w = 0; w < workers.size(); ++w)
+        for (int j = 0; j < 4; ++j) {
+            std::string name = id(w, j), scope = "onvif://www.onvif.org/name/" + name;
+            workers[w].push_back(createUser(name));
             workers[w].push_back("<tds:AddScopes><tds:ScopeItem>" + scope + "</tds:ScopeItem></tds:AddScopes>");
-            workers[w].push_back("<trt:CreateProfile><trt:Name>" + id + "</trt:Name><trt:Token>P" + id +
+            workers[w].push_back("<trt:CreateProfile><trt:Name>" + name + "</trt:Name><trt:Token>P" + name +
                                  "</trt:Token></trt:CreateProfile>");
-            scopeLines.insert("ConfigurableScopes=" + scope);
-            if (j % 2 == 0) {
-                userLines.insert(id + ":User:pw" + id);
-                profileLines.insert("profile filename=P" + id + ".profile");
+            added[CONF].insert("ConfigurableScopes=" + scope);
+            if (j % 2 == 0)
                 continue;
-            }
-            std::string previous = "w" + std::to_string(w) + "n" + std::to_string(j - 1);
-            workers[w].push_back("<tds:DeleteUsers><tds:Username>" + previous + "</tds:Username></tds:DeleteUsers>");
-            workers[w].push_back("<trt:DeleteProfile><trt:ProfileToken>P" + previous +
+            // The user and profile of the round before go again.
+            workers[w].push_back("<tds:DeleteUsers><tds:Username>" + id(w, j - 1) + "</tds:Username></tds:DeleteUsers>");
+            workers[w].push_back("<trt:DeleteProfile><trt:ProfileToken>P" + id(w, j - 1) +
                                  "</trt:ProfileToken></trt:DeleteProfile>");
-            userLines.erase(previous + ":User:pw" + previous);
-            userLines.insert(id + ":User:pw" + id);
-            profileLines.erase("profile filename=P" + previous + ".profile");
-            profileLines.insert("profile filename=P" + id + ".profile");
+            added[USERS].insert(name + ":User:pw" + name);
+            added[PROFILES].insert("profile filename=P" + name + ".profile");
         }
-    }
     EXPECT_EQ(runWorkers(workers), 0);
-    expectSerialResult(USERS, users, userLines);
-    expectSerialResult(PROFILES, profiles, profileLines);
-    expectSerialResult(CONF, conf, scopeLines);
+    for (auto& file : before)
+        expectSerialResult(file.first, file.second, added[file.first]);
     EXPECT_EQ(readFile("usr/apache/htdocs/onvif/onvif.conf"), readFile(CONF));
-    for (int w = 0; w < WORKERS; ++w)
-        for (int j = 0; j < ROUNDS; ++j) {
-            std::string token = "Pw" + std::to_string(w) + "n" + std::to_string(j);
-            EXPECT_EQ(exists("tmp/onvif/" + token + ".profile"), j % 2 == 1) << token;
-        }
+    for (size_t w = 0; w < workers.size(); ++w)
+        for (int j = 0; j < 4; ++j)
+            EXPECT_EQ(exists("tmp/onvif/P" + id(w, j) + ".profile"), j % 2 == 1) << id(w, j);
     expectNothingLeftBehind();
 }
 
@@ -176,21 +140,12 @@ TEST_F(Concurrent, StatusQueriesNeverShareTheirAnswerFiles)
     };
     standIn("home/aaaserver/viscaClient", "zoom = 5\\n");
     standIn("root/testShareMemClient", "pan = 90.0\\ntilt = 0.0\\nzoom = 5\\n");
-    const std::string getStatus = "<tptz:GetStatus><tptz:ProfileToken>Profile1</tptz:ProfileToken></tptz:GetStatus>";
-    std::atomic<int> wrong{0};
-    std::vector<std::thread> threads;
-    for (int t = 0; t < 4; ++t)
-        threads.emplace_back([&, t] {
-            for (int k = 0; k < 4; ++k) {
-                std::string answer;
-                runAlone(getStatus, "s" + std::to_string(t) + "-" + std::to_string(k), &answer);
-                if (answer.find("y=\"-1\" x=\"0.5\"></tt:PanTilt>") == std::string::npos)
-                    ++wrong;
-            }
-        });
-    for (auto& t : threads)
-        t.join();
-    EXPECT_EQ(wrong, 0);
+    const std::vector<std::string> queries(4, "<tptz:GetStatus><tptz:ProfileToken>Profile1</tptz:ProfileToken>"
+                                              "</tptz:GetStatus>");
+    auto itsOwn = [](const std::string& raw) {
+        return raw.find("y=\"-1\" x=\"0.5\"></tt:PanTilt>") != std::string::npos;
+    };
+    EXPECT_EQ(runWorkers({queries, queries, queries, queries}, itsOwn), 0);
     EXPECT_FALSE(exists("overlaps")) << readFile("overlaps");
     expectNothingLeftBehind();
 }
@@ -201,11 +156,8 @@ TEST_F(Concurrent, AWaitForAMissingFileLeavesOtherWritersFree)
 {
     const std::string conf = readFile("tmp/onvif/onvif.conf");
     removeFile("tmp/onvif/onvif.conf");
-    const std::string body = soap("<tds:RemoveScopes><tds:ScopeItem>onvif://www.onvif.org/name/x</tds:ScopeItem>"
-                                  "</tds:RemoveScopes>");
-    writeFile("req-remove", body);
-    pid_t waiting = spawnService({"HOST=192.168.0.100", "CONTENT_LENGTH=" + std::to_string(body.size())},
-                                 path("req-remove"), path("resp-remove"));
+    pid_t waiting = start("<tds:RemoveScopes><tds:ScopeItem>onvif://www.onvif.org/name/x</tds:ScopeItem>"
+                          "</tds:RemoveScopes>", "remove");
     ASSERT_GE(waiting, 0);
     for (int i = 0; i < 1000 && errorLog().find("RemoveScopes") == std::string::npos; ++i)
         usleep(20000);
@@ -213,9 +165,8 @@ TEST_F(Concurrent, AWaitForAMissingFileLeavesOtherWritersFree)
                            "</tt:Password><tt:UserLevel>User</tt:UserLevel></tds:User></tds:CreateUsers>");
     EXPECT_EQ(other.status, 200) << other.envelopeBody;
     writeFile("tmp/onvif/onvif.conf", conf);
-    int wstatus = 0;
-    waitpid(waiting, &wstatus, 0);
-    EXPECT_EQ(slurp(path("resp-remove")).rfind("Status: ", 0), 0u);
+    finished(waiting);
+    EXPECT_NE(statusOf(answerOf("remove")), 0);
 }
 
 }  // namespace

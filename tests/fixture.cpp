@@ -1,6 +1,7 @@
 // The end-to-end fixture: one camera root and segment per test.
 #include "tests/fixture.h"
 
+#include <dirent.h>
 #include <errno.h>
 #include <fcntl.h>
 #include <spawn.h>
@@ -29,6 +30,26 @@ void shell(const std::string& cmd)
 {
     int rc = system(cmd.c_str());
     ASSERT_EQ(rc, 0) << cmd;
+}
+
+int statusOf(const std::string& raw)
+{
+    return raw.rfind("Status: ", 0) == 0 ? atoi(raw.c_str() + 8) : 0;
+}
+
+std::vector<std::string> lines(const std::string& text)
+{
+    std::vector<std::string> out;
+    std::istringstream in(text);
+    for (std::string l; std::getline(in, l);)
+        out.push_back(l);
+    return out;
+}
+
+bool finished(pid_t pid)
+{
+    int status = 0;
+    return waitpid(pid, &status, 0) == pid && WIFEXITED(status) && WEXITSTATUS(status) == 0;
 }
 
 static const char* CAMERA_PROGRAMS[] = {
@@ -62,17 +83,13 @@ void CameraTest::SetUp()
 {
     segmentId = freshRootAndSegment(root);
     ASSERT_GE(segmentId, 0) << strerror(errno);
-    std::string src = ONVIF_SOURCE_DIR;
-    std::string stub = src + "/tools/sim/camera-program";
-    for (const char* dir : {"usr/apache/htdocs/cgi-bin", "usr/apache/htdocs/vantor-cgi"})
-        for (const char* program : CAMERA_PROGRAMS) {
-            std::string target = root + "/" + dir + "/" + program;
-            shell("mkdir -p \"$(dirname '" + target + "')\" && cp '" + stub + "' '" + target + "'");
-        }
-    for (const char* program : {"home/aaaserver/viscaClient", "root/testShareMemClient"}) {
-        std::string target = root + "/" + program;
-        shell("mkdir -p \"$(dirname '" + target + "')\" && cp '" + stub + "' '" + target + "'");
-    }
+    std::vector<std::string> programs = {"home/aaaserver/viscaClient", "root/testShareMemClient"};
+    for (const char* dir : {"usr/apache/htdocs/cgi-bin/", "usr/apache/htdocs/vantor-cgi/"})
+        for (const char* program : CAMERA_PROGRAMS)
+            programs.push_back(dir + std::string(program));
+    for (const std::string& program : programs)
+        shell("mkdir -p \"$(dirname '" + path(program) + "')\" && cp '" ONVIF_SOURCE_DIR "/tools/sim/camera-program' '" +
+              path(program) + "'");
     void* p = shmat(segmentId, nullptr, 0);
     ASSERT_NE(p, (void*)-1);
     words = (int*)p;
@@ -80,12 +97,19 @@ void CameraTest::SetUp()
     words[SERVICE_READY] = 1;
 }
 
-void CameraTest::TearDown()
+void CameraTest::dropSegment()
 {
     if (words)
         shmdt(words);
+    words = nullptr;
     if (segmentId >= 0)
         shmctl(segmentId, IPC_RMID, nullptr);
+    segmentId = -1;
+}
+
+void CameraTest::TearDown()
+{
+    dropSegment();
     if (!root.empty() && root.rfind("/tmp/onvif-test-", 0) == 0 && !getenv("KEEP_TEST_ROOT"))
         shell("rm -rf '" + root + "'");
 }
@@ -152,6 +176,34 @@ pid_t CameraTest::spawnService(std::vector<std::string> env, const std::string& 
     return rc == 0 ? pid : -1;
 }
 
+pid_t CameraTest::start(const std::string& bodyXml, const std::string& tag, std::vector<std::string> env) const
+{
+    std::string body = soap(bodyXml);
+    writeFile("in-" + tag, body);
+    env.insert(env.begin(), {"HOST=192.168.0.100", "CONTENT_LENGTH=" + std::to_string(body.size())});
+    return spawnService(env, path("in-" + tag), path("out-" + tag));
+}
+
+std::map<std::string, std::string> CameraTest::filesUnder(const std::string& rel, bool deep) const
+{
+    std::map<std::string, std::string> files;
+    DIR* d = opendir(path(rel).c_str());
+    while (dirent* e = d ? readdir(d) : nullptr) {
+        std::string name = e->d_name, child = rel.empty() ? name : rel + "/" + name;
+        struct stat st;
+        if (name == "." || name == ".." || lstat(path(child).c_str(), &st) != 0)
+            continue;
+        if (S_ISREG(st.st_mode))
+            files[child] = readFile(child);
+        else if (S_ISDIR(st.st_mode) && deep)
+            for (auto& file : filesUnder(child, true))
+                files.insert(file);
+    }
+    if (d)
+        closedir(d);
+    return files;
+}
+
 CgiResult CameraTest::run(const std::string& body, const std::string& contentLength,
                           const std::map<std::string, std::string>& extraEnv)
 {
@@ -176,16 +228,13 @@ CgiResult CameraTest::run(const std::string& body, const std::string& contentLen
     EXPECT_GE(pid, 0);
     if (pid < 0)
         return r;
-    int wstatus = 0;
-    waitpid(pid, &wstatus, 0);
-    EXPECT_TRUE(WIFEXITED(wstatus) && WEXITSTATUS(wstatus) == 0) << "device_service crashed or failed";
+    EXPECT_TRUE(finished(pid)) << "device_service crashed or failed";
     r.raw = slurp(out);
     keepAnswerForSchemaCheck(r.raw, inOnvifMode());
     size_t blank = r.raw.find("\r\n\r\n");
     r.headers = r.raw.substr(0, blank == std::string::npos ? r.raw.size() : blank);
     r.body = blank == std::string::npos ? "" : r.raw.substr(blank + 4);
-    if (r.raw.rfind("Status: ", 0) == 0)
-        r.status = atoi(r.raw.c_str() + 8);
+    r.status = statusOf(r.raw);
     size_t b = r.body.find("<SOAP-ENV:Body>"), e = r.body.rfind("</SOAP-ENV:Body>");
     if (b != std::string::npos && e != std::string::npos && e >= b + 15)
         r.envelopeBody = r.body.substr(b + 15, e - b - 15);

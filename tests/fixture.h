@@ -41,6 +41,15 @@ protected:
     // Starts device_service on the in and out files with env (PATH and
     // ONVIF_ROOT added unless given) inside the root; its pid, or -1.
     pid_t spawnService(std::vector<std::string> env, const std::string& in, const std::string& out) const;
+    // Starts device_service on soap(bodyXml), kept in in-TAG, answering into
+    // out-TAG, with env beside the CGI variables; its pid, or -1.
+    pid_t start(const std::string& bodyXml, const std::string& tag, std::vector<std::string> env = {}) const;
+    // The answer a started request left.
+    std::string answerOf(const std::string& tag) const { return readFile("out-" + tag); }
+    // The regular files under rel (and its subfolders when deep), by path from the root.
+    std::map<std::string, std::string> filesUnder(const std::string& rel, bool deep) const;
+    // Detaches and removes the test's segment.
+    void dropSegment();
 
     std::string path(const std::string& rel) const { return root + "/" + rel; }
     std::string readFile(const std::string& rel) const;
@@ -68,5 +77,10 @@ protected:
 std::string slurp(const std::string& file);
 // Runs a shell command, failing the test when it fails.
 void shell(const std::string& cmd);
+// The status of a CGI answer from its Status: line, 0 when none.
+int statusOf(const std::string& raw);
+std::vector<std::string> lines(const std::string& text);
+// Waits for a started program; true when it exited with 0.
+bool finished(pid_t pid);
 
 #endif
