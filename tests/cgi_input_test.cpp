@@ -5,7 +5,6 @@
 #include <fcntl.h>
 #include <signal.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 namespace {
@@ -40,8 +39,7 @@ TEST_F(CgiInput, RefusedBodyIsTakenOffTheInput)
         if (fd >= 0)
             close(fd);
         signal(SIGPIPE, previous);
-        int wstatus = 0;
-        waitpid(pid, &wstatus, 0);
+        EXPECT_TRUE(finished(pid)) << c.contentLength;
         EXPECT_EQ(written, body.size()) << c.contentLength;
         EXPECT_EQ(readFile("answer.out").rfind("Status: 400 ", 0), 0u) << c.contentLength;
     }

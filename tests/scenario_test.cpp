@@ -7,7 +7,6 @@
 
 #include <dirent.h>
 #include <stdio.h>
-#include <sys/stat.h>
 #include <algorithm>
 #include <fstream>
 #include <memory>
@@ -197,38 +196,6 @@ bool isTimeWord(int n)
            inSlot >= SLOT_TERMINATION && inSlot < SLOT_TERMINATION + 6;
 }
 
-// Files the fixture itself writes, and the call log, which is recorded as calls.
-const std::set<std::string> OWN_FILES = {"request.body", "response.out", "camera_calls.log"};
-
-void snapshot(const std::string& root, const std::string& rel, std::map<std::string, std::string>& files)
-{
-    DIR* d = opendir((root + "/" + rel).c_str());
-    if (!d)
-        return;
-    while (dirent* e = readdir(d)) {
-        std::string n = e->d_name;
-        if (n == "." || n == "..")
-            continue;
-        std::string r = rel.empty() ? n : rel + "/" + n;
-        struct stat st;
-        if (lstat((root + "/" + r).c_str(), &st) != 0)
-            continue;
-        if (S_ISDIR(st.st_mode))
-            snapshot(root, r, files);
-        else if (S_ISREG(st.st_mode) && !OWN_FILES.count(r))
-            files[r] = slurp(root + "/" + r);
-    }
-    closedir(d);
-}
-
-std::vector<std::string> splitLines(const std::string& s)
-{
-    std::vector<std::string> lines;
-    std::istringstream in(s);
-    for (std::string l; std::getline(in, l);)
-        lines.push_back(l);
-    return lines;
-}
 
 // Lines gone and lines added, in file order; the camera's files are key=value
 // lines, so a line set difference says what changed.
@@ -242,8 +209,8 @@ void recordFileChanges(const std::map<std::string, std::string>& before,
         auto old = before.find(name);
         if (old != before.end() && old->second == text)
             continue;
-        std::vector<std::string> a = old == before.end() ? std::vector<std::string>{} : splitLines(old->second);
-        std::vector<std::string> b = splitLines(text);
+        std::vector<std::string> a = old == before.end() ? std::vector<std::string>{} : lines(old->second);
+        std::vector<std::string> b = lines(text);
         std::multiset<std::string> gone(a.begin(), a.end()), added(b.begin(), b.end());
         for (auto& l : b) {
             auto it = gone.find(l);
@@ -312,9 +279,18 @@ protected:
     std::string nonce;  // of the last digest challenge
     int tokens = 0;     // made so far: each nonce is new
 
-    void record(std::vector<std::string> lines)
+    // The root's files but the fixture's own and the call log, which is recorded as calls.
+    std::map<std::string, std::string> cameraFiles() const
     {
-        for (std::string& l : lines) {
+        std::map<std::string, std::string> files = filesUnder("", true);
+        for (const char* own : {"request.body", "response.out", "camera_calls.log"})
+            files.erase(own);
+        return files;
+    }
+
+    void record(std::vector<std::string> shown)
+    {
+        for (std::string& l : shown) {
             for (size_t at; (at = l.find(root)) != std::string::npos;)
                 l.replace(at, root.size(), "$ROOT");
             for (auto& m : masks)
@@ -326,8 +302,7 @@ protected:
 
     std::vector<std::string> send(const std::string& body, const std::string& length)
     {
-        std::map<std::string, std::string> filesBefore;
-        snapshot(root, "", filesBefore);
+        std::map<std::string, std::string> filesBefore = cameraFiles();
         std::vector<int> wordsBefore(words, words + ONVIF_SHM_WORDS);
         size_t callsBefore = cameraCalls().size();
 
@@ -338,7 +313,7 @@ protected:
 
         std::vector<std::string> out;
         // The status line as printed, the usual content type left out.
-        for (std::string h : splitLines(r.headers)) {
+        for (std::string h : lines(r.headers)) {
             if (!h.empty() && h.back() == '\r')
                 h.pop_back();
             if (h.rfind("Status: ", 0) == 0)
@@ -347,15 +322,13 @@ protected:
                 out.push_back("header " + printable(h));
         }
         out.push_back(shownBody(r.body));
-        for (const std::string& c : splitLines(cameraCalls().substr(callsBefore)))
+        for (const std::string& c : lines(cameraCalls().substr(callsBefore)))
             out.push_back("call " + printable(c));
         for (int i = 0; i < ONVIF_SHM_WORDS; ++i)
             if (words[i] != wordsBefore[i] && (showClock || !isTimeWord(i)))
                 out.push_back("word " + wordName(i) + " " + std::to_string(wordsBefore[i]) + " -> " +
                               std::to_string(words[i]));
-        std::map<std::string, std::string> filesAfter;
-        snapshot(root, "", filesAfter);
-        recordFileChanges(filesBefore, filesAfter, out);
+        recordFileChanges(filesBefore, cameraFiles(), out);
         return out;
     }
 
