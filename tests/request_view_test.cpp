@@ -1,5 +1,5 @@
 // The request as the reads see it: element rows in document order with their
-// namespaces and parents, the header apart, the tables' limits, the event
+// namespaces and parents, the header apart, the event
 // index of the header's address, and reads that ask by namespace and nesting.
 #include "frame/frame.h"
 #include "frame/request_values.h"
@@ -75,33 +75,6 @@ TEST_F(RequestView, ReadsByNamespaceAndNesting)
     EXPECT_EQ(requestTextIn("tptz:Velocity", "tptz:ProfileToken", buf, sizeof buf), Read::Absent);
     EXPECT_EQ(requestTextIn("tptz:ContinuousMove", "tptz:ProfileToken", buf, 1), Read::Refused);
     EXPECT_EQ(G_httpAck, 400);
-}
-
-TEST_F(RequestView, ARequestPastTheTablesIsRefusedWhole)
-{
-    // 64 rows fit; a 65th element or attribute, in the body or the header, does not.
-    struct Case { int elements; int attributes; bool inHeader; int status; };
-    for (const Case& c : {Case{63, 0, false, 200}, Case{64, 0, false, 400}, Case{0, 64, false, 200},
-                          Case{0, 65, false, 400}, Case{100, 100, false, 400}, Case{64, 0, true, 200},
-                          Case{65, 0, true, 400}, Case{0, 65, true, 400}}) {
-        std::string items;
-        for (int i = 0; i < c.elements; ++i)
-            items += "<I>" + std::to_string(i) + "</I>";
-        std::string attributes;
-        for (int i = 0; i < c.attributes; ++i)
-            attributes += " n" + std::to_string(i) + "=\"" + std::to_string(i) + "\"";
-        if (!c.inHeader)
-            parse("<A" + attributes + ">" + items + "</A>");  // A is a row too
-        else if (c.attributes)
-            parse("<A/>", "<L" + attributes + "/>");
-        else
-            parse("<A/>", items);
-        EXPECT_EQ(G_httpAck, c.status) << c.elements << " " << c.attributes << " " << c.inHeader;
-        EXPECT_LE(G_xmlElementNum, 64);
-        EXPECT_LE(G_xmlAttributeNum, 64);
-        EXPECT_LE(G_xmlElementNum_WSSE, 64);
-        EXPECT_LE(G_xmlAttributeNum_WSSE, 64);
-    }
 }
 
 TEST_F(RequestView, EventIndexIsTakenFromTheHeaderToOnlyForItsVariants)
