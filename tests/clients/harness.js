@@ -56,9 +56,7 @@ function assert(condition, message) {
 // 127.0.0.1 and the port in use, with the scheme given.
 function address(kind, text, scheme, port) {
     let url = {};
-    try {
-        url = new URL(String(text));
-    } catch (e) { /* no URL: refused below */ }
+    try { url = new URL(String(text)); } catch (e) { /* no URL: refused below */ }
     assert(url.protocol === `${scheme}:` && url.hostname === '127.0.0.1' && url.port === String(port),
         `${kind} address '${text}' is not ${scheme}://127.0.0.1:${port}`);
 }
@@ -151,6 +149,4 @@ function run(flow, main) {
     }, abort('flow'));
 }
 
-module.exports = {
-    port, rtspPort, onvifMode, assert, address, step, standard, call, refusal, event, keep, seed, run,
-};
+module.exports = { port, rtspPort, onvifMode, assert, address, step, standard, call, refusal, event, keep, seed, run };

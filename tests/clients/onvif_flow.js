@@ -75,12 +75,6 @@ run('onvif_flow', async () => {
         }
     });
 
-    await step('renew and unsubscribe', async () => {
-        const [data] = await call((cb) => cam.renew({}, cb));
-        assert(data.terminationTime instanceof Date && data.currentTime instanceof Date, `renew times ${JSON.stringify(data)}`);
-        await call((cb) => cam.unsubscribe(cb));
-    });
-
     // A program that just listens for events: the library's own pull loop. Motion is on, so the
     // state when the subscription began comes first, then the change.
     const listen = async () => {
