@@ -88,16 +88,9 @@ function standard(name, fn, legacyFn, note) {
 }
 
 // call(fn): a node-style callback API as a promise of [result, xml]. A callback the library
-// runs twice (an exception thrown inside it is handed back to it) counts once.
+// runs twice (an exception thrown inside it is handed back to it) settles it once.
 function call(fn) {
-    return new Promise((resolve, reject) => {
-        let done = false;
-        fn((err, result, xml) => {
-            if (done) return;
-            done = true;
-            if (err) reject(Object.assign(err, { xml })); else resolve([result, xml]);
-        });
-    });
+    return new Promise((resolve, reject) => fn((err, result, xml) => (err ? reject(Object.assign(err, { xml })) : resolve([result, xml]))));
 }
 
 // refusal(fn): the error an awaited call ends with; an answer fails the step.
