@@ -26,8 +26,6 @@ esac
 export ONVIF_CONFORMANCE="$mode"
 start_camera
 ready
-# The ONVIF mode refuses the anonymous question, the legacy mode answers it.
-echo "$answer" | grep -q "GetDeviceInformationResponse\|ter:NotAuthorized" || fail "the simulated camera did not answer: $answer"
 grep -q "^Conformance.Mode=$mode\$" "$root/tmp/onvif/onvif.conf" || fail "the camera is not in the $mode mode"
 
 # The flow gets four minutes, each of its steps less; with the start above
@@ -38,12 +36,8 @@ status=$?
 stop_camera
 # device_service's standard error lands in the web server's logs: a sanitizer
 # build's report there fails the flow even when the client got its answer.
-for file in "$root/lighttpd-error.log" "$log"; do
-    if grep -q "Sanitizer\|runtime error:" "$file" 2>/dev/null; then
-        grep -A20 "Sanitizer\|runtime error:" "$file" | head -60
-        fail "device_service reported a sanitizer error"
-    fi
-done
+grep -h -A20 "Sanitizer\|runtime error:" "$root/lighttpd-error.log" "$log" 2>/dev/null | head -60 | grep . \
+    && fail "device_service reported a sanitizer error"
 if [ "$status" -ne 0 ]; then
     [ -f "$root/tmp/onvif_error" ] && { echo "--- service error log"; tail -20 "$root/tmp/onvif_error"; }
     fail "the flow failed"

@@ -56,9 +56,7 @@ function assert(condition, message) {
 // 127.0.0.1 and the port in use, with the scheme given.
 function address(kind, text, scheme, port) {
     let url = {};
-    try {
-        url = new URL(String(text));
-    } catch (e) { /* no URL: refused below */ }
+    try { url = new URL(String(text)); } catch (e) { /* no URL: refused below */ }
     assert(url.protocol === `${scheme}:` && url.hostname === '127.0.0.1' && url.port === String(port),
         `${kind} address '${text}' is not ${scheme}://127.0.0.1:${port}`);
 }
@@ -90,16 +88,9 @@ function standard(name, fn, legacyFn, note) {
 }
 
 // call(fn): a node-style callback API as a promise of [result, xml]. A callback the library
-// runs twice (an exception thrown inside it is handed back to it) counts once.
+// runs twice (an exception thrown inside it is handed back to it) settles it once.
 function call(fn) {
-    return new Promise((resolve, reject) => {
-        let done = false;
-        fn((err, result, xml) => {
-            if (done) return;
-            done = true;
-            if (err) reject(Object.assign(err, { xml })); else resolve([result, xml]);
-        });
-    });
+    return new Promise((resolve, reject) => fn((err, result, xml) => (err ? reject(Object.assign(err, { xml })) : resolve([result, xml]))));
 }
 
 // refusal(fn): the error an awaited call ends with; an answer fails the step.
@@ -151,6 +142,4 @@ function run(flow, main) {
     }, abort('flow'));
 }
 
-module.exports = {
-    port, rtspPort, onvifMode, assert, address, step, standard, call, refusal, event, keep, seed, run,
-};
+module.exports = { port, rtspPort, onvifMode, assert, address, step, standard, call, refusal, event, keep, seed, run };

@@ -1,5 +1,5 @@
-// The npm onvif client (0.8.3) used as a VMS uses it: connect(), PTZ status, events by pull and by
-// its own listener, and the divergences docs/interop.md names.
+// The npm onvif client (0.8.3) used as a VMS uses it: connect(), events by pull and by its own
+// listener, a move, and the divergences docs/interop.md names.
 'use strict';
 const {
     port, onvifMode, assert, address, step, standard, call, refusal, event, keep, seed, run,
@@ -21,14 +21,6 @@ const motionOf = (m) => /VideoSource\/MotionAlarm$/.test(m.topic._) &&
 
 run('onvif_flow', async () => {
     const cam = camera(account);
-    // The answers of connect()'s requests, in order, for the check of GetServices.
-    const exchanges = [];
-    cam.on('rawRequest', (body) => {
-        const m = /<s:Body[^>]*>\s*<([A-Za-z0-9]+:)?([A-Za-z]+)/.exec(body);
-        exchanges.push({ action: m ? m[2] : '' });
-    });
-    cam.on('rawResponse', (xml, status) => Object.assign(exchanges.find((e) => e.xml === undefined) || {}, { xml, status }));
-
     await step('connect()', async () => {
         await call((cb) => cam.connect(cb));
         assert(cam.profiles && cam.profiles.length > 0 && cam.activeSource, 'connect() kept no profile or source');
@@ -37,42 +29,17 @@ run('onvif_flow', async () => {
         for (const [name, uri] of Object.entries(cam.uri)) address(name, uri.href, 'http', port);
     });
 
-    const services = () => exchanges.find((e) => e.action === 'GetServices');
-    await standard('connect(): GetServices', () => {
-        assert(services() && services().status === 200, 'GetServices not answered');
-        for (const name of ['media', 'ptz', 'imaging', 'events', 'deviceIO']) {
-            assert(cam.uri[name], `no ${name} address from GetServices`);
-        }
-    }, () => {
-        assert(services() && services().status === 500 && /ter:Action</.test(services().xml), 'GetServices: no generic fault');
-        assert(cam.uri && cam.uri.media, 'the client did not fall back to GetCapabilities');
-    }, 'GetServices answers the generic fault (500); the client falls back to GetCapabilities');
-
-    // The library learns the device IO address from GetServices or from the capabilities'
-    // extension; without, it posts device IO requests to the bare path "deviceIO".
-    await standard('device IO address: systemReboot()', async () => {
-        assert(cam.uri.deviceIO, 'no device IO address');
+    // connect() takes the service addresses from GetServices, or falls back to GetCapabilities, whose
+    // answer has no device IO address: the library then posts device IO requests to the bare path "deviceIO".
+    await standard('connect(): GetServices, device IO address', async () => {
+        for (const name of ['media', 'ptz', 'imaging', 'events', 'deviceIO']) assert(cam.uri[name], `no ${name} address from GetServices`);
         await call((cb) => cam.systemReboot(cb));
     }, async () => {
-        assert(!cam.uri.deviceIO, `the camera hands out a device IO address now (${cam.uri.deviceIO && cam.uri.deviceIO.href})`);
+        assert(cam.uri.media && !cam.uri.deviceIO, `addresses ${Object.keys(cam.uri)}`);
         const failure = await refusal(() => call((cb) => cam.systemReboot(cb)));
         assert(/Wrong ONVIF SOAP response/.test(failure.message), `systemReboot(): ${failure}`);
-    }, 'no device IO address (GetServices answers the generic fault, GetCapabilities has no DeviceIO extension); '
-        + 'the library posts device IO requests to the path "deviceIO": systemReboot() fails with "Wrong ONVIF SOAP response"');
-
-    const utcTime = async () => (await call((cb) => cam.getStatus({}, cb)))[0].utcTime;
-    await standard('PTZ getStatus: time', async () => {
-        const time = await utcTime();
-        assert(time instanceof Date && !isNaN(time), `utcTime ${time}`);
-    }, async () => {
-        const time = await utcTime();
-        assert(typeof time === 'string', `utcTime became ${typeof time}`);
-    }, 'UtcTime has no zone letter; the client hands it on as a string, not a Date');
-
-    await step('imaging getImagingSettings', async () => {
-        const [settings] = await call((cb) => cam.getImagingSettings({ token: cam.activeSource.sourceToken }, cb));
-        assert(typeof settings.brightness === 'number', `brightness ${settings.brightness}`);
-    });
+    }, 'GetServices answers the generic fault; the client falls back to GetCapabilities, which has no DeviceIO extension, '
+        + 'and posts device IO requests to the path "deviceIO": systemReboot() fails with "Wrong ONVIF SOAP response"');
 
     // Events. Without the zone letter the client cannot compute the subscription's end:
     // createPullPointSubscription() fails although the subscription exists.
@@ -108,12 +75,6 @@ run('onvif_flow', async () => {
         }
     });
 
-    await step('renew and unsubscribe', async () => {
-        const [data] = await call((cb) => cam.renew({}, cb));
-        assert(data.terminationTime instanceof Date && data.currentTime instanceof Date, `renew times ${JSON.stringify(data)}`);
-        await call((cb) => cam.unsubscribe(cb));
-    });
-
     // A program that just listens for events: the library's own pull loop. Motion is on, so the
     // state when the subscription began comes first, then the change.
     const listen = async () => {
@@ -147,7 +108,7 @@ run('onvif_flow', async () => {
         assert(/getTime is not a function/.test(failure.message), `event listener got ${failure}`);
     }, 'the library\'s pull loop emits "eventsError" (getTime is not a function) and delivers no event');
 
-    // Credentials: what a client without them, or with a wrong password, gets.
+    // A client without credentials.
     const anonymous = camera({});
     anonymous.uri = cam.uri;
     anonymous.activeSource = cam.activeSource;
@@ -158,19 +119,4 @@ run('onvif_flow', async () => {
         await call((cb) => anonymous.continuousMove({ x: 0.1, y: 0, zoom: 0, timeout: 1000 }, cb));
         await call((cb) => anonymous.stop({ panTilt: true, zoom: true }, cb));
     }, 'movement needs no credentials on this camera; an anonymous client moves the head');
-
-    const wrong = camera({ username: 'onvifuser', password: 'wrong' });
-    await standard('wrong password: connect()', async () => {
-        const failure = await call((cb) => wrong.connect(cb)).then(() => null, (e) => e);
-        assert(failure || !(wrong.profiles && wrong.profiles.length), 'connect() succeeded with a wrong password');
-    }, async () => {
-        await call((cb) => wrong.connect(cb));
-        assert(wrong.profiles && wrong.profiles.length > 0 && wrong.activeSource, 'connect() kept no profile');
-    }, 'every request of connect() is open on this camera: it succeeds with a wrong password');
-
-    await step('wrong password: getUsers refused', async () => {
-        wrong.uri = wrong.uri || cam.uri;
-        const failure = await refusal(() => call((cb) => wrong.getUsers(cb)));
-        assert(/ter:NotAuthorized/.test(failure.xml || ''), `getUsers with a wrong password: ${failure}`);
-    });
 });
