@@ -4,11 +4,8 @@
 usage: schema_check.py ANSWER_DIR [--require-all]
 
 Runs ../shared/onvif-schema/validate once over all kept answers. An invalid
-answer fails the check unless it is one of the expected exceptions below:
-answers the camera gives on purpose although the schema rejects them, in the
-legacy mode only; an answer of the ONVIF mode has no exception. With
---require-all (a run of the whole suite), an exception that no answer shows
-fails too, so that the list stays true.
+answer fails unless tests/schema-exceptions lists it (legacy mode only); with
+--require-all, so does a listed exception that no answer shows.
 """
 import os
 import re
@@ -25,49 +22,10 @@ SKIPPED = 77
 # exceptions below are the legacy mode's, and none applies to these.
 STRICT_PREFIX = "onvif-mode."
 
-# (answer element, the validator's message (a regular expression), why the
-# camera answers so). The element is the first child of the SOAP Body, or
-# None for a body the parser could not read to its end.
-EXCEPTIONS = [
-    ("SOAP-ENV:Fault", r"Fault carries attributes \['\{http://www.w3.org/2003/05/soap-envelope\}encodingStyle'\]",
-     "the generic action fault carries SOAP-ENV:encodingStyle on SOAP-ENV:Fault"),
-    ("trt:CreateUsersResponse", r"CreateUsersResponse': No matching global declaration",
-     "the user actions answer in the media namespace"),
-    ("trt:SetUserResponse", r"SetUserResponse': No matching global declaration",
-     "the user actions answer in the media namespace"),
-    ("trt:DeleteUsersResponse", r"DeleteUsersResponse': No matching global declaration",
-     "the user actions answer in the media namespace"),
-    ("tmd:GetRelayOutputOptionsResponse", r"'False' is not a valid value of the atomic type 'xs:boolean'",
-     "tmd:Discrete is written \"False\""),
-    ("timg:GetImagingSettingsResponse", r"ExposurePriority': This element is not expected",
-     "the imaging report names the exposure priority tt:ExposurePriority (and its window's sides follow)"),
-    ("timg:GetImagingSettingsResponse", r"'\{http://www.onvif.org/ver10/schema\}(ExposureTime|Gain)': This element is not expected",
-     "the imaging report prints the exposure values it has, in the file's order, whatever the schema's order"),
-    (None, r"Opening and ending tag mismatch: ImagingSettings line 1 and WhiteBalance",
-     "the imaging report closes a group whose opening line the settings file lacks"),
-    ("tev:PullMessagesResponse", r"MaxTimeout': This element is not expected",
-     "a pull that found no message answers tev:MaxTimeout"),
-    ("tev:PullMessagesResponse", r"NotificationMessage': Missing child element",
-     "pulled messages are copied from the event file as the event process wrote them"),
-    ("wsnt:RenewResponse", r"'Z' is not a valid value of the atomic type 'xs:dateTime'",
-     "a Renew without a termination time answers both times as \"Z\""),
-    (None, r"Opening and ending tag mismatch: GetProfilesResponse line 1 and Body",
-     "with the profile index missing, GetProfiles answers only its opening element"),
-    ("tt:StopResponse", r"StopResponse': No matching global declaration",
-     "the imaging focus stop answers tt:StopResponse"),
-    ("tds:GetUsersResponse", r"UserLevel': \[facet 'enumeration'\] The value '' is not an element",
-     "an ONVIF user whose stored level is unknown is listed with an empty level"),
-    ("tptz:GetConfigurationsResponse", r"UseCount': '' is not a valid value of the atomic type 'xs:int'",
-     "a PTZ configuration printed from a file whose use count is empty"),
-    ("tds:GetScopesResponse", r"is not a valid value of the atomic type 'xs:anyURI'",
-     "scopes are stored and listed as the client sent them"),
-    ("tds:GetDiscoveryModeResponse", r"\[facet 'enumeration'\] The value '\w*' is not an element of the set \{'Discoverable'",
-     "the discovery mode is stored and reported as the client sent it"),
-    ("trt:GetMetadataConfigurationsResponse", r"SessionTimeout': '.*' is not a valid value of the atomic type 'xs:duration'",
-     "a metadata session timeout is stored and reported as the client sent it"),
-    ("trt:GetProfilesResponse", r"SessionTimeout': '.*' is not a valid value of the atomic type 'xs:duration'",
-     "a metadata session timeout is stored and reported as the client sent it"),
-]
+# The expected exceptions (tests/schema-exceptions): (answer element or None, message pattern, why).
+with open(os.path.join(HERE, "schema-exceptions")) as listed:
+    EXCEPTIONS = [(None if el == "-" else el, pattern, why) for el, pattern, why in
+                  (line.rstrip("\n").split("\t") for line in listed if line.strip() and not line.startswith("#"))]
 
 
 def body_element(path):

@@ -40,24 +40,6 @@ def document_cases():
     return {row[0]: row[1].rsplit("[", 1)[0].strip() for row in rows}
 
 
-DOC_HEAD = """# Device test cases in the ONVIF mode
-
-The camera in the ONVIF mode (`Conformance.Mode=onvif`) against the device test cases of the Base
-(DEVICE, DISCOVERY), Media Configuration (MEDIA), PTZ, Imaging, DeviceIO and Event Handling (EVENT) device
-test documents. Each case's procedure and pass criteria are coded in `tests/conformance/` (one module per document)
-and run against the simulated camera by the ctest `Conformance.DeviceTestCases`. Whether a case
-applies follows the camera's own answers (capabilities, services, profiles, PTZ nodes, focus move
-options, audio and IO counts), as the test documents' feature discovery does; a case that does
-not apply names the feature the camera does not have. "known failure" is a case listed in
-`tests/conformance/expected-failures` with why; "not run" is a case that applies but is not coded.
-
-This table is the flow's output:
-
-    CONFORMANCE_REPORT=$PWD/docs/conformance.md sh tests/client_flow_test.sh conformance onvif
-
-"""
-
-
 def order(case_id):
     head, *numbers = case_id.split("-")
     return (head, [int(n) for n in numbers if n.isdigit()])
@@ -107,8 +89,8 @@ def main():
     print("\n".join(table))
     print("conformance: %s in %.0f s" % (summary, time.time() - started))
     if os.environ.get("CONFORMANCE_REPORT"):
-        with open(os.environ["CONFORMANCE_REPORT"], "w") as f:
-            f.write(DOC_HEAD + "\n".join(table) + "\n\n" + summary + ".\n")
+        with open(os.path.join(HERE, "report-head.md")) as head, open(os.environ["CONFORMANCE_REPORT"], "w") as f:
+            f.write(head.read() + "\n".join(table) + "\n\n" + summary + ".\n")
     if unexpected:
         print("conformance: unexpected results: %s" % " ".join(unexpected))
     return 1 if unexpected else 0
